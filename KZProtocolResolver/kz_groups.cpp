@@ -1,0 +1,3 @@
+#include "kzprotocolresolver_p.h"
+
+using namespace kz;

@@ -1,0 +1,31 @@
+// Decoders of the message families that are not implemented yet: their codes
+// are recognised and routed here, and the message is dropped. A family that
+// gets built turns its line below into an empty macro and defines its
+// decoders in its own source file.
+#include "kzprotocolresolver_p.h"
+
+#define KZ_DROP(name) \
+    void KZProtocolResolverPrivate::decode##name(uchar, kz::Reader&) {}
+
+#define KZ_FAMILY_Session(name)
+#define KZ_FAMILY_Users(name) KZ_DROP(name)
+#define KZ_FAMILY_Groups(name) KZ_DROP(name)
+#define KZ_FAMILY_Operators(name) KZ_DROP(name)
+#define KZ_FAMILY_Permissions(name) KZ_DROP(name)
+#define KZ_FAMILY_MacRegistry(name) KZ_DROP(name)
+#define KZ_FAMILY_MacStatus(name) KZ_DROP(name)
+#define KZ_FAMILY_Remote(name) KZ_DROP(name)
+#define KZ_FAMILY_Plans(name) KZ_DROP(name)
+#define KZ_FAMILY_Workshop(name) KZ_DROP(name)
+#define KZ_FAMILY_Stops(name) KZ_DROP(name)
+#define KZ_FAMILY_Oee(name) KZ_DROP(name)
+#define KZ_FAMILY_MacFiles(name) KZ_DROP(name)
+#define KZ_FAMILY_SharedFiles(name) KZ_DROP(name)
+#define KZ_FAMILY_Transfer(name) KZ_DROP(name)
+#define KZ_FAMILY_Logs(name) KZ_DROP(name)
+#define KZ_FAMILY_Statistics(name) KZ_DROP(name)
+#define KZ_FAMILY_FilePrices(name) KZ_DROP(name)
+
+#define KZ_METHOD(name, code, family) KZ_FAMILY_##family(name)
+#include "methods.def"
+#undef KZ_METHOD

@@ -1,0 +1,296 @@
+// The resolver frame: construction, the callback registry, the send routine,
+// the receive path and the dispatcher. The message families live in kz_*.cpp.
+#include "kzprotocolresolver_p.h"
+
+#include <kzapin/kzapin.h>
+
+#include <QDebug>
+#include <QThread>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+using namespace kz;
+
+// ---------------------------------------------------------------------------
+// Public object
+// ---------------------------------------------------------------------------
+
+KZProtocolResolver::KZProtocolResolver(int frameCapacity, QObject* parent)
+    : QObject(parent), d(new KZProtocolResolverPrivate(this, frameCapacity, parent))
+{}
+
+KZProtocolResolver::~KZProtocolResolver()
+{
+    delete d;
+}
+
+void KZProtocolResolver::setReceiveData(void* ctx) { d->receiveData = ctx; }
+void* KZProtocolResolver::receiveData() const { return d->receiveData; }
+void KZProtocolResolver::setParsePackResult(PackResultCB fn) { d->packResult = fn; }
+void KZProtocolResolver::setSendFailDisconnectCB(SendFailDisconnectCB fn) { d->sendFailDisconnect = fn; }
+
+void KZProtocolResolver::setAccount(const QString& account)
+{
+    if (d->account != account) d->account = account;
+}
+
+QString KZProtocolResolver::getAccount() const { return d->account; }
+void KZProtocolResolver::clear() {}
+void KZProtocolResolver::parseReceive(QByteArray bytes) { d->parseReceive(bytes); }
+
+#define KZ_CALLBACK(Type) \
+    void KZProtocolResolver::set##Type(Type fn) { d->cb.on##Type = fn; }
+#include "callbacks.def"
+#undef KZ_CALLBACK
+
+// ---------------------------------------------------------------------------
+// Construction and teardown
+// ---------------------------------------------------------------------------
+
+static const char kSourceName[] = "kzprotocolresolver";
+
+KZProtocolResolverPrivate::KZProtocolResolverPrivate(KZProtocolResolver* owner, int capacity,
+                                                     QObject* parent)
+    : QObject(parent), owner(owner)
+{
+    void* created = nullptr;
+    if (capacity < 1) {
+        created = kz_type_new(kz__protoiot, 0);
+    } else {
+        frameCapacity = capacity;
+        created = kz_type_new(kz__protoiot, KZ_OPT_CAPACITY, capacity, 0);
+    }
+    if (!created) return; // the resolver stays usable for registration; nothing is sent or parsed
+
+    engine = created;
+    engineHolder.reset(created, [](void* e) {
+        kz_type_delete(kz_type_cast2(e, kz__object, "KZProtocolResolverPrivate", kSourceName, 82));
+    });
+    auto* obj = static_cast<kz_object*>(
+        kz_type_cast2(engine, kz__object, "KZProtocolResolverPrivate", kSourceName, 82));
+    obj = static_cast<kz_object*>(
+        kz_type_cast2(obj, kz__object, "KZProtocolResolverPrivate", kSourceName, 82));
+    if (obj) {
+        obj->user = this;
+        obj->handler = &KZProtocolResolverPrivate::eventHandler;
+    }
+}
+
+KZProtocolResolverPrivate::~KZProtocolResolverPrivate()
+{
+    {
+        QMutexLocker lock(&eventLock);
+        qDeleteAll(eventQueue); // queued events are freed, never dispatched
+        eventQueue.clear();
+    }
+    engineHolder.reset();
+    engine = nullptr;
+}
+
+// ---------------------------------------------------------------------------
+// Sending
+// ---------------------------------------------------------------------------
+
+void KZProtocolResolverPrivate::emitFrame(char* buffer, int length)
+{
+    if (packResult && length > 0) {
+        packResult(receiveData, buffer, length); // the host frees it
+        return;
+    }
+    std::free(buffer);
+}
+
+void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type, ushort method,
+                                         QByteArray data, uint datalen)
+{
+    // Body: flag, type, method code, then the payload and its zero byte
+    // (an empty payload is `datalen` zero bytes).
+    QByteArray body;
+    body.reserve(4 + data.size() + 1);
+    body.append(char(flag));
+    body.append(char(type));
+    body.append(char(method & 0xFF));
+    body.append(char(method >> 8));
+    if (data.isEmpty()) {
+        body.append(QByteArray(int(qMin<uint>(datalen, 0x10000)), '\0'));
+    } else {
+        body.append(data);
+        body.append('\0');
+    }
+    const int length = body.size();
+
+    // Everything but the flag byte is coded.
+    QByteArray coded(length, Qt::Uninitialized);
+    coded[0] = body[0];
+    kz_coding_encrypt_fast(coded.data() + 1, body.constData() + 1, length - 1);
+
+    const QByteArray attrText = attr + '\0';
+    char* out = static_cast<char*>(std::calloc(size_t(frameCapacity), 1));
+    const int seq = sequence++;
+    const int written = out ? kz_protocol_pack(engine, out, frameCapacity, seq, attrText.constData(),
+                                               coded.constData(), length)
+                            : 0;
+    emitFrame(out, written);
+
+    // A body that did not fit left its other pieces in the engine. They are
+    // drained whatever the body's size, so no piece is ever left behind.
+    kz_list* pending = kz_protocol_pending(engine);
+    while (kz_list_node* node = kz_list_take_node(pending, kz_list_node_at(pending, 0))) {
+        char* buffer = static_cast<char*>(std::calloc(size_t(frameCapacity), 1));
+        const int textLength = int(std::strlen(node->bytes));
+        const int dataLength = node->total - textLength - 1;
+        int n = 0;
+        if (!buffer) {
+            n = 0;
+        } else if (!(node->flags & KZ_NODE_PACKED)) {
+            const int pieceSeq = (node->flags & KZ_NODE_OWN_SEQ) ? node->seq : sequence++;
+            n = kz_protocol_pack(engine, buffer, frameCapacity, pieceSeq, node->bytes,
+                                 kz_strnxt(node->bytes), dataLength);
+        } else if (dataLength <= frameCapacity) {
+            std::memcpy(buffer, kz_strnxt(node->bytes), size_t(qMax(dataLength, 0)));
+            n = dataLength;
+        }
+        emitFrame(buffer, n);
+        kz_list_node_destroy(node);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Receiving
+// ---------------------------------------------------------------------------
+
+void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
+{
+    if (drainingThread.load() == QThread::currentThreadId()) {
+        // Called from one of our callbacks: the event lock is held by this
+        // very thread, so take the bytes after the current drain.
+        deferredInput.append(bytes);
+        return;
+    }
+    QByteArray input = bytes;
+    do {
+        if (engine && !input.isEmpty())
+            kz_protoiot_engine.input(engine, input.constData(), input.size());
+        QMutexLocker lock(&eventLock);
+        drainingThread.store(QThread::currentThreadId());
+        while (!eventQueue.isEmpty()) {
+            ReceivedEvent* record = eventQueue.takeFirst();
+            if (!record) continue;
+            parseReadEvent(record);
+            delete record;
+        }
+        drainingThread.store(nullptr);
+        input.clear();
+        input.swap(deferredInput);
+    } while (!input.isEmpty());
+}
+
+int KZProtocolResolverPrivate::eventHandler(kz_event* e)
+{
+    if (!e || !e->data) {
+        QMessageLogger().debug() << "before reutrn e || e->data nullptr";
+        return 0;
+    }
+    auto* proto = static_cast<kz_object*>(
+        kz_type_cast2(e->object, kz__protocol, "parseReadEvent", kSourceName, 276));
+    if (!proto) {
+        QMessageLogger().debug() << "before return proto";
+        return 0;
+    }
+    auto* self = static_cast<KZProtocolResolverPrivate*>(proto->user);
+    if (!self) {
+        QMessageLogger().debug() << "before return resolver nullptr";
+        return 0;
+    }
+    if (e->type != KZ_EVENT_DATA && e->type != KZ_EVENT_NOTICE) return kz_protoiot_event_handler(e);
+
+    auto* record = new ReceivedEvent;
+    record->type = e->type;
+    record->length = e->length;
+    record->length2 = e->length2;
+    if (e->name) record->name = QString::fromLocal8Bit(e->name);
+    if (e->type == KZ_EVENT_DATA && e->length > 0)
+        record->data = QByteArray(static_cast<const char*>(e->data), e->length);
+    {
+        QMutexLocker lock(&self->eventLock);
+        self->eventQueue.append(record);
+    }
+    return e->type == KZ_EVENT_DATA ? 0 : kz_protoiot_event_handler(e);
+}
+
+void KZProtocolResolverPrivate::parseReadEvent(ReceivedEvent* record)
+{
+    if (record->type != KZ_EVENT_DATA) return; // notices are queued and discarded here
+    if (record->data.isNull() || record->length == 0) {
+        QMessageLogger().debug() << "data==nullptr || data_len ==0 and ready to return "
+                                 << static_cast<const void*>(record->data.constData())
+                                 << record->length;
+        return;
+    }
+    uchar* body = reinterpret_cast<uchar*>(record->data.data());
+    const int length = record->data.size();
+    kz_coding_decrypt_fast(body + 1, body + 1, length - 1);
+    // The event name may carry the peer's attr text after a comma; no
+    // message uses it.
+    if (length >= 4 && body[1] == kMessageType) dispatch(body, length - 4);
+}
+
+// ---------------------------------------------------------------------------
+// Dispatch
+// ---------------------------------------------------------------------------
+
+namespace {
+
+using Decoder = void (KZProtocolResolverPrivate::*)(uchar, Reader&);
+
+struct Route {
+    quint16 code;
+    const char* name;
+    Decoder decode;
+};
+
+constexpr Route kRoutes[] = {
+#define KZ_METHOD(name, code, family) {code, #name, &KZProtocolResolverPrivate::decode##name},
+#include "methods.def"
+#undef KZ_METHOD
+};
+
+constexpr bool routesAscending()
+{
+    for (size_t i = 1; i < sizeof(kRoutes) / sizeof(kRoutes[0]); ++i)
+        if (kRoutes[i - 1].code >= kRoutes[i].code) return false;
+    return true;
+}
+static_assert(routesAscending(), "methods.def must list the codes in ascending order");
+static_assert(sizeof(kRoutes) / sizeof(kRoutes[0]) == 117, "the protocol has 117 method codes");
+
+const Route* findRoute(quint16 code)
+{
+    const Route* end = std::end(kRoutes);
+    const Route* it = std::lower_bound(std::begin(kRoutes), end, code,
+                                       [](const Route& r, quint16 c) { return r.code < c; });
+    return it != end && it->code == code ? it : nullptr;
+}
+
+} // namespace
+
+const char* kz::methodName(quint16 code)
+{
+    const Route* r = findRoute(code);
+    return r ? r->name : nullptr;
+}
+
+int KZProtocolResolverPrivate::dispatch(const uchar* body, int dataLength,
+                                        QVector<TraceItem>* trace)
+{
+    if (dataLength < 0) return 1; // a body shorter than its header
+    const quint16 code = quint16(body[2] | (body[3] << 8));
+    if (const Route* route = findRoute(code)) {
+        Reader r(body + 4, dataLength);
+        r.setTrace(trace);
+        (this->*route->decode)(body[0], r);
+    }
+    return 1;
+}

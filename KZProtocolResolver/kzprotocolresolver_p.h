@@ -1,0 +1,100 @@
+// Private side of KZProtocolResolver: all state, the send routine, the
+// receive path and the decoders. Not installed.
+#ifndef KZRESOLVER_KZPROTOCOLRESOLVER_P_H
+#define KZRESOLVER_KZPROTOCOLRESOLVER_P_H
+
+#include "kzprotocolresolver.h"
+#include "methods.h"
+#include "payload.h"
+
+#include <QMutex>
+#include <QObject>
+
+#include <atomic>
+#include <memory>
+
+struct kz_event;
+
+/// One event queued by the engine's event handler, drained by parseReceive.
+struct ReceivedEvent {
+    int type = 0;
+    int length = 0;
+    int length2 = 0;
+    QString name;
+    QByteArray data; // a copy of the body for data events; null otherwise
+};
+
+/// The callback slots, one per setter (see callbacks.def).
+struct KZCallbacks {
+#define KZ_CALLBACK(Type) KZProtocolResolver::Type on##Type = nullptr;
+#include "callbacks.def"
+#undef KZ_CALLBACK
+};
+
+class KZProtocolResolverPrivate : public QObject
+{
+    Q_OBJECT
+
+public:
+    KZProtocolResolverPrivate(KZProtocolResolver* owner, int frameCapacity, QObject* parent);
+    ~KZProtocolResolverPrivate() override;
+
+    /// The private object of a resolver (for tests and tools).
+    static KZProtocolResolverPrivate* get(KZProtocolResolver* q) { return q->d; }
+
+    /// Builds the body of one message, codes it, packs it into frames and
+    /// hands each frame to the pack-result callback.
+    Q_SLOT void packSend(QByteArray attr, uchar flag, uchar type, ushort method, QByteArray data,
+                         uint datalen);
+
+    /// What every encoder calls: packSend with an empty attr, type 17 and
+    /// the terminating zero.
+    void send(kz::Method method, uchar flag, const kz::Payload& payload)
+    {
+        packSend(QByteArray(), flag, kz::kMessageType, ushort(method), payload.bytes(), 1);
+    }
+
+    void parseReceive(const QByteArray& bytes);
+    static int eventHandler(kz_event* e);
+    void parseReadEvent(ReceivedEvent* record);
+
+    /// Routes a restored body to the decoder of its method code. `dataLength`
+    /// counts the bytes from offset 4 to the end. Unknown codes are dropped.
+    /// With `trace`, every field the decoder reads is recorded there.
+    int dispatch(const uchar* body, int dataLength, QVector<kz::TraceItem>* trace = nullptr);
+
+    /// Calls `fn` with the context pointer and `args` if the slot is set.
+    template <class F, class... A>
+    void fire(F fn, const A&... args) const
+    {
+        if (fn) fn(receiveData, args...);
+    }
+
+    // One decoder per method code.
+#define KZ_METHOD(name, code, family) void decode##name(uchar flag, kz::Reader& r);
+#include "methods.def"
+#undef KZ_METHOD
+
+    KZProtocolResolver* owner;
+    void* engine = nullptr;
+    std::shared_ptr<void> engineHolder;
+    QMutex eventLock;
+    QList<ReceivedEvent*> eventQueue;
+    QString account;
+    int frameCapacity = 2048;
+    int sequence = 0;
+    void* receiveData = nullptr;
+    KZProtocolResolver::PackResultCB packResult = nullptr;
+    KZProtocolResolver::SendFailDisconnectCB sendFailDisconnect = nullptr;
+    KZCallbacks cb;
+
+private:
+    void emitFrame(char* buffer, int length);
+
+    // Bytes handed to parseReceive from inside a callback: fed to the engine
+    // once the current drain is over. Only the draining thread touches it.
+    QByteArray deferredInput;
+    std::atomic<Qt::HANDLE> drainingThread{nullptr};
+};
+
+#endif // KZRESOLVER_KZPROTOCOLRESOLVER_P_H

@@ -1,0 +1,240 @@
+#include "payload.h"
+
+namespace kz {
+
+// ---------------------------------------------------------------------------
+// Payload
+// ---------------------------------------------------------------------------
+
+Payload& Payload::operator<<(str16 x)
+{
+    const QByteArray u = x.v.toUtf8();
+    *this << u16{quint16(u.size() + 1)};
+    b_.append(u.constData(), u.size() + 1); // with its zero byte
+    return *this;
+}
+
+Payload& Payload::operator<<(strz x)
+{
+    const QByteArray u = x.v.toUtf8();
+    b_.append(u.constData(), u.size() + 1);
+    return *this;
+}
+
+Payload& Payload::operator<<(strlist x)
+{
+    *this << count16(x.v.size());
+    for (const QString& s : x.v) *this << strz{s};
+    return *this;
+}
+
+Payload& Payload::operator<<(dtext x)
+{
+    const QString t = QString::number(x.v, 'g', 6);
+    return *this << strz{t};
+}
+
+Payload& Payload::operator<<(itext x)
+{
+    const QString t = QString::number(x.v, 10);
+    return *this << strz{t};
+}
+
+Payload& Payload::operator<<(groupmap x)
+{
+    *this << count16(x.v.size());
+    for (auto it = x.v.cbegin(); it != x.v.cend(); ++it) *this << strz{it.key()} << strlist{it.value()};
+    return *this;
+}
+
+Payload& Payload::operator<<(strintmap x)
+{
+    *this << count16(x.v.size());
+    for (auto it = x.v.cbegin(); it != x.v.cend(); ++it) *this << strz{it.key()} << i32{it.value()};
+    return *this;
+}
+
+Payload& Payload::operator<<(blob32 x)
+{
+    *this << u32{quint32(x.v.size())};
+    b_.append(x.v);
+    return *this;
+}
+
+// ---------------------------------------------------------------------------
+// Reader
+// ---------------------------------------------------------------------------
+
+bool Reader::take(void* dst, int n)
+{
+    if (remaining() < n) {
+        std::memset(dst, 0, size_t(n));
+        short_ = true;
+        p_ = end_;
+        return false;
+    }
+    std::memcpy(dst, p_, size_t(n));
+    p_ += n;
+    return true;
+}
+
+quint8 Reader::u8()
+{
+    const int at = offset();
+    quint8 v;
+    take(&v, 1);
+    record("u8", at, v);
+    return v;
+}
+
+quint16 Reader::u16()
+{
+    const int at = offset();
+    uchar b[2];
+    take(b, 2);
+    const quint16 v = quint16(b[0] | (b[1] << 8));
+    record("u16", at, v);
+    return v;
+}
+
+qint16 Reader::i16()
+{
+    const int at = offset();
+    uchar b[2];
+    take(b, 2);
+    const qint16 v = qint16(quint16(b[0] | (b[1] << 8)));
+    record("i16", at, v);
+    return v;
+}
+
+quint32 Reader::u32()
+{
+    const int at = offset();
+    uchar b[4];
+    take(b, 4);
+    const quint32 v = quint32(b[0]) | quint32(b[1]) << 8 | quint32(b[2]) << 16 | quint32(b[3]) << 24;
+    record("u32", at, v);
+    return v;
+}
+
+qint32 Reader::i32()
+{
+    const Quiet q(this, "i32");
+    const qint32 v = qint32(u32());
+    q.done(QString::number(v));
+    return v;
+}
+
+bool Reader::flag8()
+{
+    const Quiet q(this, "flag8");
+    const bool v = u8() == 0;
+    q.done(v ? QStringLiteral("true") : QStringLiteral("false"));
+    return v;
+}
+
+bool Reader::flag8x()
+{
+    const Quiet q(this, "flag8");
+    const bool v = (u8() ^ 1) != 0;
+    q.done(v ? QStringLiteral("true") : QStringLiteral("false"));
+    return v;
+}
+
+QString Reader::strz()
+{
+    const int at = offset();
+    const void* z = std::memchr(p_, 0, size_t(remaining()));
+    const uchar* stop = z ? static_cast<const uchar*>(z) : end_;
+    const QString s = QString::fromUtf8(reinterpret_cast<const char*>(p_), int(stop - p_));
+    if (!z) short_ = true;
+    p_ = z ? stop + 1 : end_;
+    if (trace_ && depth_ == 0) record("strz", at, QLatin1Char('"') + s + QLatin1Char('"'));
+    return s;
+}
+
+QString Reader::str16()
+{
+    const Quiet q(this, "str16");
+    const int n = i16();
+    const QByteArray b = bytes(n);
+    // The text ends at its first zero byte (the sender's terminator).
+    const int z = b.indexOf('\0');
+    const QString s = QString::fromUtf8(b.constData(), z < 0 ? b.size() : z);
+    q.done(QLatin1Char('"') + s + QLatin1Char('"'));
+    return s;
+}
+
+double Reader::dtext()
+{
+    const Quiet q(this, "dtext");
+    const double v = strz().toDouble();
+    q.done(QString::number(v, 'g', 6));
+    return v;
+}
+
+int Reader::itext()
+{
+    const Quiet q(this, "itext");
+    const int v = strz().toInt(nullptr, 10);
+    q.done(QString::number(v));
+    return v;
+}
+
+QStringList Reader::strlist()
+{
+    const Quiet q(this, "strlist");
+    QStringList out;
+    forEach(count16(), [&] { out.append(strz()); });
+    q.done(QStringLiteral("[%1]{\"%2\"}").arg(out.size()).arg(out.join(QStringLiteral("\",\""))));
+    return out;
+}
+
+QMap<QString, QStringList> Reader::groupmap()
+{
+    const Quiet q(this, "groupmap");
+    QMap<QString, QStringList> out;
+    forEach(count16(), [&] {
+        const QString key = strz();
+        out.insert(key, strlist());
+    });
+    q.done(QStringLiteral("[%1]").arg(out.size()));
+    return out;
+}
+
+QMap<QString, int> Reader::strintmap()
+{
+    const Quiet q(this, "strintmap");
+    QMap<QString, int> out;
+    forEach(count16(), [&] {
+        const QString key = strz();
+        out.insert(key, i32());
+    });
+    q.done(QStringLiteral("[%1]").arg(out.size()));
+    return out;
+}
+
+QByteArray Reader::bytes(int n)
+{
+    if (n <= 0) return QByteArray();
+    if (n > remaining()) {
+        short_ = true;
+        n = remaining();
+    }
+    const QByteArray b(reinterpret_cast<const char*>(p_), n);
+    p_ += n;
+    return b;
+}
+
+QByteArray Reader::blob32()
+{
+    const Quiet q(this, "blob32");
+    const quint32 n = u32();
+    // A count larger than the data is cut at the end of the data.
+    if (n > quint32(remaining())) short_ = true;
+    const QByteArray b = bytes(int(qMin(n, quint32(remaining()))));
+    q.done(QStringLiteral("[%1 bytes]").arg(b.size()));
+    return b;
+}
+
+} // namespace kz

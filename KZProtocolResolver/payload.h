@@ -1,0 +1,203 @@
+// Payload primitives: the one writer and the one reader that every message
+// uses. The wrapper types name the wire form of a field (`strz`, `flag8`,
+// `dtext`, ...) so that an encoder reads like the layout it writes:
+//
+//     Payload() << strlist(names) << flag8(ok)
+//
+// and a decoder reads the same fields from a Reader, in wire order.
+#ifndef KZRESOLVER_PAYLOAD_H
+#define KZRESOLVER_PAYLOAD_H
+
+#include <QByteArray>
+#include <QList>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+#include <cstring>
+
+namespace kz {
+
+// ---------------------------------------------------------------------------
+// Wire forms, for writing
+// ---------------------------------------------------------------------------
+
+struct u8 { quint8 v; };
+struct u16 { quint16 v; };
+struct u32 { quint32 v; };
+struct i32 { qint32 v; };
+/// A boolean as one inverted byte: 0 for true, 1 for false.
+struct flag8 { bool v; };
+/// u16 byte count (UTF-8 bytes + 1), the UTF-8 bytes, a zero byte.
+struct str16 { const QString& v; };
+/// UTF-8 bytes and a zero byte, no prefix: the common form of text.
+struct strz { const QString& v; };
+/// u16 count, then each item as strz.
+struct strlist { const QStringList& v; };
+/// A double as the text of QString::number(v, 'g', 6), as strz.
+struct dtext { double v; };
+/// An int as its decimal text, as strz.
+struct itext { int v; };
+/// QMap<QString, QStringList>: u16 key count, per key strz key and strlist.
+struct groupmap { const QMap<QString, QStringList>& v; };
+/// QMap<QString, int>: u16 count, per entry strz key and i32 value.
+struct strintmap { const QMap<QString, int>& v; };
+/// u32 byte count, then the bytes as they are.
+struct blob32 { const QByteArray& v; };
+/// Raw bytes, no prefix.
+struct raw { const char* p; int n; };
+
+/// Counts of lists and maps travel as 16 bits: the size truncated.
+inline u16 count16(int n) { return u16{quint16(n)}; }
+
+/// The payload writer. Appends little-endian fields to a byte array.
+class Payload
+{
+public:
+    Payload() = default;
+    explicit Payload(int reserve) { b_.reserve(reserve); }
+
+    Payload& operator<<(u8 x) { b_.append(char(x.v)); return *this; }
+    Payload& operator<<(u16 x) { return put(x.v); }
+    Payload& operator<<(u32 x) { return put(x.v); }
+    Payload& operator<<(i32 x) { return put(quint32(x.v)); }
+    Payload& operator<<(flag8 x) { return *this << u8{quint8(x.v ? 0 : 1)}; }
+    Payload& operator<<(str16 x);
+    Payload& operator<<(strz x);
+    Payload& operator<<(strlist x);
+    Payload& operator<<(dtext x);
+    Payload& operator<<(itext x);
+    Payload& operator<<(groupmap x);
+    Payload& operator<<(strintmap x);
+    Payload& operator<<(blob32 x);
+    Payload& operator<<(raw x) { b_.append(x.p, x.n); return *this; }
+
+    const QByteArray& bytes() const { return b_; }
+    int size() const { return b_.size(); }
+
+private:
+    template <class T>
+    Payload& put(T v)
+    {
+        char le[sizeof(T)];
+        for (unsigned i = 0; i < sizeof(T); ++i) le[i] = char((v >> (8 * i)) & 0xFF);
+        b_.append(le, int(sizeof(T)));
+        return *this;
+    }
+
+    QByteArray b_;
+};
+
+// ---------------------------------------------------------------------------
+// The reader
+// ---------------------------------------------------------------------------
+
+/// One field as a dump tool sees it: what was read, where, and its value.
+struct TraceItem {
+    const char* kind;
+    int offset;
+    QString value;
+};
+
+/// The bounds-safe payload reader. Its one bounds check is in take(): a read
+/// past the end yields zero or empty text and marks the reader short; it
+/// never reads outside [data, data + size).
+///
+/// remaining() is the byte budget that list and map loops test: they stop
+/// when their count is used up or the budget reaches zero.
+class Reader
+{
+public:
+    Reader(const uchar* data, int size) : p_(data), begin_(data), end_(data + (size > 0 ? size : 0))
+    {}
+
+    int remaining() const { return int(end_ - p_); }
+    int offset() const { return int(p_ - begin_); }
+    bool atEnd() const { return p_ >= end_; }
+    /// True once any read wanted more bytes than there were.
+    bool isShort() const { return short_; }
+
+    quint8 u8();
+    quint16 u16();
+    qint16 i16();
+    quint32 u32();
+    qint32 i32();
+    /// Inverted boolean, zero test: true exactly when the byte is 0.
+    bool flag8();
+    /// Inverted boolean, low-bit flip: true unless the byte is 1 (b ^ 1).
+    bool flag8x();
+    QString strz();
+    QString str16();
+    double dtext();
+    int itext();
+    QStringList strlist();
+    QMap<QString, QStringList> groupmap();
+    QMap<QString, int> strintmap();
+    QByteArray blob32();
+    /// Up to n bytes (fewer at the end of the data; none for n <= 0).
+    QByteArray bytes(int n);
+
+    /// A list or map count: u16 read as signed; zero or below means empty.
+    int count16() { const int n = i16(); return n > 0 ? n : 0; }
+
+    /// Runs `entry` for each of `count` entries, stopping early when the
+    /// budget (the bytes that remain) reaches zero.
+    template <class F>
+    void forEach(int count, F entry)
+    {
+        for (int i = 0; i < count && !atEnd(); ++i) entry();
+    }
+
+    /// A list: a count16, then entries read by `one` (forEach rule).
+    template <class T, class F>
+    QList<T> list(F one)
+    {
+        QList<T> out;
+        const Quiet q(this, "list");
+        forEach(count16(), [&] { out.append(one()); });
+        q.done(QStringLiteral("[%1]").arg(out.size()));
+        return out;
+    }
+
+    /// Records every field read from here on into `sink` (for dump tools).
+    void setTrace(QVector<TraceItem>* sink) { trace_ = sink; }
+
+    /// While one lives, inner reads are not traced one by one; the outer
+    /// composite records itself as one item.
+    class Quiet
+    {
+    public:
+        Quiet(Reader* r, const char* kind) : r_(r), kind_(kind), at_(r->offset()) { ++r_->depth_; }
+        ~Quiet() { --r_->depth_; }
+        void done(const QString& value) const { r_->record(kind_, at_, value); }
+
+    private:
+        Reader* r_;
+        const char* kind_;
+        int at_;
+    };
+
+private:
+    friend class Quiet;
+    bool take(void* dst, int n);
+    void record(const char* kind, int at, const QString& value)
+    {
+        if (trace_ && depth_ == 0) trace_->append({kind, at, value});
+    }
+    void record(const char* kind, int at, qint64 v)
+    {
+        if (trace_ && depth_ == 0) record(kind, at, QString::number(v));
+    }
+
+    const uchar* p_;
+    const uchar* begin_;
+    const uchar* end_;
+    bool short_ = false;
+    int depth_ = 0;
+    QVector<TraceItem>* trace_ = nullptr;
+};
+
+} // namespace kz
+
+#endif // KZRESOLVER_PAYLOAD_H

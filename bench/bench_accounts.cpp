@@ -1,0 +1,2 @@
+// Round trips of the accounts messages.
+#include "loop.h"

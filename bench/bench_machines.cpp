@@ -1,0 +1,2 @@
+// Round trips of the machines messages.
+#include "loop.h"

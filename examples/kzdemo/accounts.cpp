@@ -1,0 +1,6 @@
+#include "demo.h"
+
+void addAccountsSteps(Demo& demo)
+{
+    (void)demo;
+}

@@ -1,0 +1,6 @@
+#include "demo.h"
+
+void addMachinesSteps(Demo& demo)
+{
+    (void)demo;
+}

@@ -1,0 +1,97 @@
+// kzdemo: a LAN server and a management client in one process, each with its
+// own KZProtocolResolver, talking over a real TCP connection on 127.0.0.1.
+// Both sides print every message they handle.
+#include "demo.h"
+
+#include <QCoreApplication>
+#include <QHostAddress>
+#include <QTcpServer>
+#include <QTimer>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+void writeFrame(void* ctx, char* bytes, int n)
+{
+    Peer& p = peer(ctx);
+    if (p.socket) p.socket->write(bytes, n);
+    std::free(bytes);
+}
+
+void wire(Peer& p, QTcpSocket* socket)
+{
+    p.socket = socket;
+    p.resolver.setReceiveData(&p);
+    p.resolver.setParsePackResult(&writeFrame);
+    QObject::connect(socket, &QTcpSocket::readyRead,
+                     [&p] { p.resolver.parseReceive(p.socket->readAll()); });
+}
+
+} // namespace
+
+void Peer::handled(const QString& what) const
+{
+    std::printf("[%s] <- %s\n", name, qPrintable(what));
+    std::fflush(stdout);
+}
+
+void Peer::sent(const QString& what) const
+{
+    std::printf("[%s] -> %s\n", name, qPrintable(what));
+    std::fflush(stdout);
+}
+
+Demo::Demo() = default;
+
+void Demo::next()
+{
+    if (steps.isEmpty()) return;
+    const auto step = steps.takeFirst();
+    step();
+}
+
+void Demo::fail(const QString& why)
+{
+    std::printf("FAILED: %s\n", qPrintable(why));
+    failed = true;
+    QCoreApplication::exit(1);
+}
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    Demo demo;
+    addSessionSteps(demo); // login first, logout last
+    addAccountsSteps(demo);
+    addMachinesSteps(demo);
+
+    QTcpServer listener;
+    if (!listener.listen(QHostAddress::LocalHost, 0)) {
+        std::printf("cannot listen on 127.0.0.1: %s\n", qPrintable(listener.errorString()));
+        return 1;
+    }
+    std::printf("server listening on 127.0.0.1:%u\n", unsigned(listener.serverPort()));
+    QObject::connect(&listener, &QTcpServer::newConnection, [&] {
+        QTcpSocket* s = listener.nextPendingConnection();
+        wire(demo.server, s);
+        QObject::connect(s, &QTcpSocket::disconnected, [&] {
+            std::printf("[server] client disconnected\n");
+            QCoreApplication::exit(demo.failed || !demo.steps.isEmpty() ? 1 : 0);
+        });
+    });
+
+    QTcpSocket clientSocket;
+    wire(demo.client, &clientSocket);
+    QObject::connect(&clientSocket, &QTcpSocket::connected, [&] {
+        std::printf("[client] connected\n");
+        demo.next();
+    });
+    clientSocket.connectToHost(QHostAddress::LocalHost, listener.serverPort());
+
+    QTimer::singleShot(20000, [&] { demo.fail(QStringLiteral("timed out")); });
+    const int rc = app.exec();
+    std::printf(rc == 0 ? "demo finished\n" : "demo failed\n");
+    return rc;
+}

@@ -1,0 +1,249 @@
+/*
+ * kzapin — the frame layer under kzresolver.
+ *
+ * A small C library with four jobs:
+ *   - typed objects (kz_type_new / kz_type_cast2 / kz_type_delete) so that a
+ *     caller holding a void* can check what it holds;
+ *   - the protocol engine (kz__protoiot): packs message bodies into frames on
+ *     the send side and finds, checks and reassembles frames on the receive
+ *     side, raising one event per complete body;
+ *   - the pending list of a split body (kz_list_...);
+ *   - the length-preserving body coding (kz_coding_..._fast).
+ *
+ * The frame format is documented byte by byte in docs/frame-format.md.
+ *
+ * Threads: an engine keeps its send-side state (packing, pending list) apart
+ * from its receive-side state (frame buffer, reassembly). One thread may pack
+ * while another feeds input to the same engine; two threads must not pack at
+ * once, nor feed input at once.
+ */
+#ifndef KZAPIN_KZAPIN_H
+#define KZAPIN_KZAPIN_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(KZAPIN_BUILDING) && defined(__GNUC__)
+#define KZAPIN_API __attribute__((visibility("default")))
+#else
+#define KZAPIN_API
+#endif
+
+/* ------------------------------------------------------------------------ */
+/* Typed objects                                                             */
+/* ------------------------------------------------------------------------ */
+
+/** Type descriptor. Every object starts with a kz_object header whose type
+ *  field points at one of these; `parent` makes the is-a chain. */
+typedef struct kz_type {
+    const char* name;
+    const struct kz_type* parent;
+    size_t size;
+} kz_type;
+
+/** The root type: every object is a kz__object. */
+KZAPIN_API extern const kz_type kz__object[1];
+/** A protocol object: something that raises events (is-a kz__object). */
+KZAPIN_API extern const kz_type kz__protocol[1];
+/** The frame engine (is-a kz__protocol). */
+KZAPIN_API extern const kz_type kz__protoiot[1];
+
+struct kz_event;
+
+/** Event handler entry of an object: called by the engine for every event it
+ *  raises. Returns 0 when the event was handled. */
+typedef int (*kz_event_handler)(struct kz_event* e);
+
+/** Header shared by every object. `handler` and `user` are the caller's:
+ *  the engine raises its events through `handler` (initially
+ *  kz_protoiot_event_handler) and never touches `user`. */
+typedef struct kz_object {
+    uint32_t magic; /* private: marks a live kz object */
+    const kz_type* type;
+    kz_event_handler handler;
+    void* user;
+} kz_object;
+
+/** Option selectors of kz_type_new, given as (selector, value) pairs and
+ *  closed by 0: kz_type_new(kz__protoiot, KZ_OPT_CAPACITY, 4096, 0). */
+enum {
+    KZ_OPT_END = 0,
+    /** int: default frame capacity in bytes (used by kz_protocol_pack when
+     *  its capacity argument is 0 or below). Default 2048. */
+    KZ_OPT_CAPACITY = 3,
+    /** int: largest body the receiver accepts, whole or reassembled, in
+     *  bytes. Default KZ_DEFAULT_MAX_BODY. Larger claims are dropped. */
+    KZ_OPT_MAX_BODY = 4,
+    /** int: how the pieces of a split body are left in the pending list,
+     *  one of KZ_PIECES_*. Default KZ_PIECES_FRESH_SEQ. */
+    KZ_OPT_PIECES = 5,
+};
+
+#define KZ_DEFAULT_CAPACITY 2048
+#define KZ_DEFAULT_MAX_BODY (16 * 1024 * 1024)
+
+enum {
+    /** Pieces wait unpacked (flags 0); the caller packs each with a
+     *  sequence number of its own choosing. */
+    KZ_PIECES_FRESH_SEQ = 0,
+    /** Pieces wait unpacked and carry the sequence number of their message
+     *  (flag KZ_NODE_OWN_SEQ). */
+    KZ_PIECES_OWN_SEQ = 1,
+    /** Pieces are packed into complete frames at once (flag
+     *  KZ_NODE_PACKED); the caller sends their bytes unchanged. */
+    KZ_PIECES_PACKED = 2,
+};
+
+/** Creates an object of `type` (only kz__protoiot can be created). The
+ *  variable part is the option list described above, closed by 0; a call
+ *  with just 0 takes every default. Returns NULL on an unknown type, an
+ *  unknown selector or an out-of-range value. */
+KZAPIN_API void* kz_type_new(const kz_type* type, ...);
+
+/** Returns `obj` if it is a live object of `type` or of a type derived from
+ *  it, NULL otherwise. For a non-NULL object of another type it writes one
+ *  diagnostic line to stderr naming `label`, `file` and `line`. NULL in
+ *  gives NULL out, silently. */
+KZAPIN_API void* kz_type_cast2(void* obj, const kz_type* type, const char* label, const char* file,
+                               int line);
+
+/** Destroys an object made by kz_type_new. NULL is ignored. */
+KZAPIN_API void kz_type_delete(void* obj);
+
+/* ------------------------------------------------------------------------ */
+/* Events                                                                    */
+/* ------------------------------------------------------------------------ */
+
+/** Event types raised by the engine. */
+enum {
+    /** Drop notice: a frame, piece or partial body was thrown away. `data`
+     *  points at a short reason text (also in `name`), `length` is the
+     *  number of bytes dropped. */
+    KZ_EVENT_NOTICE = 16,
+    /** A complete message body: `data`/`length` hold the coded body exactly
+     *  as it was given to kz_protocol_pack; `name` is "data" or
+     *  "data,<attr>" when the sender gave an attr text; `length2` is the
+     *  number of frames the body arrived in. */
+    KZ_EVENT_DATA = 17,
+};
+
+/** One event. The pointers are valid only during the handler call. */
+typedef struct kz_event {
+    int type;
+    void* object; /* the engine that raised it */
+    const char* name;
+    void* data;
+    int length;
+    int length2;
+} kz_event;
+
+/** The default handler installed in a new engine: accepts every event and
+ *  does nothing with it. Returns 0. */
+KZAPIN_API int kz_protoiot_event_handler(kz_event* e);
+
+/* ------------------------------------------------------------------------ */
+/* The engine                                                                */
+/* ------------------------------------------------------------------------ */
+
+/** Operation table of the frame engine. */
+typedef struct kz_protoiot_ops {
+    /** Forgets all receive-side state (buffered bytes, partial bodies). */
+    void (*reset)(void* engine);
+    /** Feeds `length` received bytes. Complete frames raise events through
+     *  the engine's handler before this returns. Bytes may be cut anywhere;
+     *  garbage is skipped. Returns the number of events raised, or -1 for a
+     *  NULL engine. */
+    int (*input)(void* engine, const void* bytes, int length);
+} kz_protoiot_ops;
+
+/** The engine's operations: kz_protoiot_engine.input(engine, bytes, n). */
+KZAPIN_API extern const kz_protoiot_ops kz_protoiot_engine;
+
+/** Bytes a frame adds around its data: whole frame, and piece frame. */
+#define KZ_FRAME_OVERHEAD 22
+#define KZ_PIECE_OVERHEAD 34
+
+/** Packs `body` (its `length` bytes) into one frame in `out` (room for
+ *  `capacity` bytes; 0 or below takes the engine's default capacity) with
+ *  sequence number `seq` and the zero-terminated `attr` text (NULL = empty,
+ *  at most 65535 bytes). Returns the number of bytes written, never more
+ *  than `capacity`.
+ *
+ *  When the frame does not fit, the body is split: its first piece is
+ *  packed into `out` and the rest is appended to the engine's pending list
+ *  (kz_protocol_pending) as nodes that the caller drains, packs (unless
+ *  already packed) and sends in list order.
+ *
+ *  Returns 0 and writes nothing for a NULL engine, a NULL `out` or a
+ *  capacity too small to carry one byte of body. An `attr` text that starts
+ *  with byte 0x01 is a piece tag made by the engine itself; a node's text is
+ *  passed back here unchanged. */
+KZAPIN_API int kz_protocol_pack(void* engine, void* out, int capacity, int seq, const char* attr,
+                                const void* body, int length);
+
+/* ------------------------------------------------------------------------ */
+/* The pending list                                                          */
+/* ------------------------------------------------------------------------ */
+
+/** Node flag: `bytes` after the text already hold a complete frame. */
+#define KZ_NODE_PACKED 0x20
+/** Node flag: pack the piece with the node's own `seq`. */
+#define KZ_NODE_OWN_SEQ 0x02
+
+/** One pending piece. `bytes` holds a zero-terminated text followed by the
+ *  data; `total` counts text, terminator and data. */
+typedef struct kz_list_node {
+    struct kz_list_node* next; /* private */
+    unsigned flags;
+    int seq;
+    int total;
+    char bytes[]; /* text '\0' data */
+} kz_list_node;
+
+typedef struct kz_list {
+    kz_list_node* head; /* private */
+    kz_list_node* tail; /* private */
+    int count;
+} kz_list;
+
+/** The engine's pending list (NULL for a NULL or foreign object). */
+KZAPIN_API kz_list* kz_protocol_pending(void* engine);
+
+/** The node at `index` (0 = first), or NULL. */
+KZAPIN_API kz_list_node* kz_list_node_at(kz_list* list, int index);
+
+/** Unlinks `node` from `list` and returns it (NULL if it is not there). The
+ *  caller then owns it and frees it with kz_list_node_destroy. */
+KZAPIN_API kz_list_node* kz_list_take_node(kz_list* list, kz_list_node* node);
+
+/** Frees a node taken out of its list. NULL is ignored. */
+KZAPIN_API void kz_list_node_destroy(kz_list_node* node);
+
+/** The address just past the zero-terminated string `s`. */
+KZAPIN_API const char* kz_strnxt(const char* s);
+
+/* ------------------------------------------------------------------------ */
+/* Body coding                                                               */
+/* ------------------------------------------------------------------------ */
+
+/** Length-preserving scrambling of `n` bytes from `src` into `dst`. `dst`
+ *  may equal `src` (in place); other overlaps are not allowed. The coding
+ *  of a byte depends on its position in the run, so code a run as a whole.
+ *  n <= 0 does nothing. */
+KZAPIN_API void kz_coding_encrypt_fast(void* dst, const void* src, int n);
+/** Reverses kz_coding_encrypt_fast for a run of the same length. */
+KZAPIN_API void kz_coding_decrypt_fast(void* dst, const void* src, int n);
+
+/** CRC-32 (IEEE 802.3, reflected, as zlib computes it) of `n` bytes,
+ *  continuing from `crc` (0 to start). */
+KZAPIN_API uint32_t kz_crc32(uint32_t crc, const void* data, size_t n);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KZAPIN_KZAPIN_H */

@@ -1,0 +1,169 @@
+// The payload primitives: exact bytes of every wire form, and a reader that
+// never leaves its data however short or malformed the payload.
+#include "payload.h"
+#include "support.h"
+
+#include <gtest/gtest.h>
+
+using namespace kz;
+using kztest::hex;
+using kztest::unhex;
+
+namespace {
+Reader readerOf(const QByteArray& b)
+{
+    return Reader(reinterpret_cast<const uchar*>(b.constData()), b.size());
+}
+} // namespace
+
+TEST(Writer, WireFormsAreExact)
+{
+    const QString empty, abc = QStringLiteral("abc"), uml = QString::fromUtf8("\xC3\xA4");
+    const QStringList two{QStringLiteral("a"), QStringLiteral("b")};
+    const QMap<QString, QStringList> gm{{QStringLiteral("B"), {}}, {QStringLiteral("A"), {QStringLiteral("x")}}};
+    const QMap<QString, int> sim{{QStringLiteral("k"), -2}};
+    const QByteArray blob("\x01\x02", 2);
+    const struct {
+        Payload p;
+        const char* bytes;
+    } cases[] = {
+        {Payload() << u8{0xAB}, "ab"},
+        {Payload() << u16{0x0102}, "02 01"},
+        {Payload() << u32{0x01020304}, "04 03 02 01"},
+        {Payload() << i32{-2}, "fe ff ff ff"},
+        {Payload() << flag8{true} << flag8{false}, "00 01"},
+        {Payload() << strz{empty}, "00"},
+        {Payload() << strz{uml}, "c3 a4 00"},
+        {Payload() << str16{abc}, "04 00 61 62 63 00"},
+        {Payload() << str16{empty}, "01 00 00"},
+        {Payload() << strlist{two}, "02 00 61 00 62 00"},
+        {Payload() << dtext{0.5}, "30 2e 35 00"},
+        {Payload() << dtext{1234567.0}, "31 2e 32 33 34 35 37 65 2b 30 36 00"},
+        {Payload() << itext{-12}, "2d 31 32 00"},
+        {Payload() << groupmap{gm}, "02 00 41 00 01 00 78 00 42 00 00 00"},
+        {Payload() << strintmap{sim}, "01 00 6b 00 fe ff ff ff"},
+        {Payload() << blob32{blob}, "02 00 00 00 01 02"},
+        {Payload() << count16(65537), "01 00"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(hex(c.p.bytes()), QString::fromLatin1(c.bytes));
+}
+
+TEST(Reader, ReadsWhatTheWriterWrote)
+{
+    const QStringList list{QStringLiteral("x"), QString(), QStringLiteral("\u00e9")};
+    const QMap<QString, QStringList> gm{{QStringLiteral("A"), list}, {QStringLiteral("B"), {}}};
+    const QMap<QString, int> sim{{QStringLiteral("a"), 1}, {QStringLiteral("b"), -1}};
+    const QByteArray blob(300, 'q');
+    const QString s = QStringLiteral("name");
+    const Payload p = Payload() << u8{7} << u16{65535} << u32{0xDEADBEEF} << i32{-5} << flag8{true}
+                                << flag8{false} << strz{s} << str16{s} << strlist{list} << dtext{2.25}
+                                << itext{42} << groupmap{gm} << strintmap{sim} << blob32{blob};
+    Reader r = readerOf(p.bytes());
+    EXPECT_EQ(r.u8(), 7);
+    EXPECT_EQ(r.u16(), 65535);
+    EXPECT_EQ(r.u32(), 0xDEADBEEFu);
+    EXPECT_EQ(r.i32(), -5);
+    EXPECT_TRUE(r.flag8());
+    EXPECT_FALSE(r.flag8());
+    EXPECT_EQ(r.strz(), s);
+    EXPECT_EQ(r.str16(), s);
+    EXPECT_EQ(r.strlist(), list);
+    EXPECT_EQ(r.dtext(), 2.25);
+    EXPECT_EQ(r.itext(), 42);
+    EXPECT_EQ(r.groupmap(), gm);
+    EXPECT_EQ(r.strintmap(), sim);
+    EXPECT_EQ(r.blob32(), blob);
+    EXPECT_TRUE(r.atEnd());
+    EXPECT_FALSE(r.isShort());
+}
+
+TEST(Reader, InvertedFlagRules)
+{
+    const QByteArray b = unhex("00 01 02 00 01 02");
+    Reader r = readerOf(b);
+    EXPECT_TRUE(r.flag8());
+    EXPECT_FALSE(r.flag8());
+    EXPECT_FALSE(r.flag8()); // zero test: any non-zero byte is false
+    EXPECT_TRUE(r.flag8x());
+    EXPECT_FALSE(r.flag8x());
+    EXPECT_TRUE(r.flag8x()); // low-bit flip: 2 ^ 1 is non-zero
+}
+
+TEST(Reader, ShortAndMalformedInputStaysInside)
+{
+    {
+        Reader r = readerOf(unhex("01 02 03"));
+        EXPECT_EQ(r.u32(), 0u); // not enough bytes: zero, and nothing consumed past the end
+        EXPECT_TRUE(r.isShort());
+        EXPECT_EQ(r.strz(), QString());
+        EXPECT_EQ(r.i32(), 0);
+    }
+    {
+        Reader r = readerOf(QByteArray("abc", 3)); // no terminator
+        EXPECT_EQ(r.strz(), QStringLiteral("abc"));
+        EXPECT_TRUE(r.isShort());
+    }
+    {
+        Reader r = readerOf(unhex("ff ff 61 00")); // count -1
+        EXPECT_TRUE(r.strlist().isEmpty());
+    }
+    {
+        Reader r = readerOf(unhex("10 00 61 00 62 00")); // claims 16 items, holds 2
+        EXPECT_EQ(r.strlist(), (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
+    }
+    {
+        Reader r = readerOf(unhex("ff ff ff 7f 01 02")); // a 2 GiB block holding 2 bytes
+        EXPECT_EQ(hex(r.blob32()), QStringLiteral("01 02"));
+        EXPECT_TRUE(r.isShort());
+    }
+    {
+        Reader r = readerOf(unhex("f0 ff 61 62")); // str16 with a negative length
+        EXPECT_EQ(r.str16(), QString());
+    }
+    {
+        Reader r = readerOf(unhex("09 00 61 62")); // str16 longer than the data
+        EXPECT_EQ(r.str16(), QStringLiteral("ab"));
+    }
+}
+
+TEST(Reader, EveryPrefixOfAPayloadIsSafe)
+{
+    const QStringList list{QStringLiteral("one"), QStringLiteral("two")};
+    const QMap<QString, QStringList> gm{{QStringLiteral("A"), list}};
+    const QMap<QString, int> sim{{QStringLiteral("k"), 3}};
+    const QString s = QStringLiteral("s");
+    const QByteArray blob(40, 'b');
+    const QByteArray full = (Payload() << str16{s} << strlist{list} << groupmap{gm} << strintmap{sim}
+                                       << dtext{1.5} << blob32{blob} << i32{1})
+                                .bytes();
+    for (int n = 0; n <= full.size(); ++n) {
+        // A copy of exactly n bytes, so that the sanitizer sees any over-read.
+        QByteArray prefix(full.constData(), n);
+        Reader r = readerOf(prefix);
+        r.str16();
+        r.strlist();
+        r.groupmap();
+        r.strintmap();
+        r.dtext();
+        r.blob32();
+        r.i32();
+        EXPECT_EQ(r.isShort(), n < full.size()) << n;
+        EXPECT_TRUE(r.atEnd()) << n;
+    }
+}
+
+TEST(Reader, TraceNamesEachField)
+{
+    const QStringList list{QStringLiteral("a"), QStringLiteral("b")};
+    const QByteArray b = (Payload() << strlist{list} << flag8{true}).bytes();
+    QVector<TraceItem> trace;
+    Reader r = readerOf(b);
+    r.setTrace(&trace);
+    r.strlist();
+    r.flag8();
+    ASSERT_EQ(trace.size(), 2);
+    EXPECT_STREQ(trace[0].kind, "strlist");
+    EXPECT_EQ(trace[0].value, QStringLiteral("[2]{\"a\",\"b\"}"));
+    EXPECT_EQ(trace[1].offset, 6);
+    EXPECT_EQ(trace[1].value, QStringLiteral("true"));
+}

@@ -1,0 +1,346 @@
+// The resolver frame: construction, the send routine (body, coding, sequence
+// numbers, draining of pieces) and the receive path (queue, debug lines,
+// dispatch).
+#include "kzprotocolresolver_p.h"
+#include "support.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using namespace kztest;
+
+namespace {
+
+quint32 seqOf(const QByteArray& frame)
+{
+    quint32 v = 0;
+    std::memcpy(&v, frame.constData() + 4, 4);
+    return v;
+}
+
+struct Seen {
+    QList<int> logouts;
+    QStringList accounts;
+    QStringList passwords;
+};
+
+void onLogout(void* ctx, int v) { static_cast<Seen*>(ctx)->logouts.append(v); }
+void onLogin(void* ctx, const QString& a, const QString& p)
+{
+    static_cast<Seen*>(ctx)->accounts.append(a);
+    static_cast<Seen*>(ctx)->passwords.append(p);
+}
+
+/// A coded body, framed as a peer would send it.
+QByteArray frameBody(QByteArray body, int seq = 0, const char* attr = "")
+{
+    if (body.size() > 1) kz_coding_encrypt_fast(body.data() + 1, body.constData() + 1, body.size() - 1);
+    void* engine = kz_type_new(kz__protoiot, 0);
+    QByteArray out(KZ_FRAME_OVERHEAD + int(strlen(attr)) + body.size(), '\0');
+    const int n = kz_protocol_pack(engine, out.data(), out.size(), seq, attr, body.constData(), body.size());
+    kz_type_delete(engine);
+    return out.left(n);
+}
+
+QByteArray logoutBody(int value, uchar flag = 0, quint16 code = 2, uchar type = 17)
+{
+    QByteArray b;
+    b.append(char(flag)).append(char(type)).append(char(code & 0xFF)).append(char(code >> 8));
+    b.append(reinterpret_cast<const char*>(&value), 4).append('\0');
+    return b;
+}
+
+} // namespace
+
+TEST(Construction, CapacityDefaultsAndOverride)
+{
+    for (int cap : {0, -5}) {
+        KZProtocolResolver r(cap);
+        EXPECT_EQ(KZProtocolResolverPrivate::get(&r)->frameCapacity, 2048);
+    }
+    KZProtocolResolver big(4096);
+    EXPECT_EQ(KZProtocolResolverPrivate::get(&big)->frameCapacity, 4096);
+
+    // A 3000-byte body fits one 4096-byte frame but needs two of 2048.
+    const QString account(3000, QLatin1Char('a'));
+    FrameSink small, large;
+    KZProtocolResolver r(0);
+    small.attach(r);
+    r.lanLogin(account, QString());
+    large.attach(big);
+    big.lanLogin(account, QString());
+    EXPECT_EQ(small.frames.size(), 2);
+    EXPECT_EQ(large.frames.size(), 1);
+    for (const QByteArray& f : small.frames) EXPECT_LE(f.size(), 2048);
+}
+
+TEST(Construction, AccountReceiveDataAndClear)
+{
+    KZProtocolResolver r;
+    EXPECT_TRUE(r.getAccount().isEmpty());
+    EXPECT_EQ(r.receiveData(), nullptr);
+    int ctx = 0;
+    r.setReceiveData(&ctx);
+    r.setAccount(QStringLiteral("op"));
+    r.setLanLogoutCB(&onLogout);
+    r.clear();
+    EXPECT_EQ(r.getAccount(), QStringLiteral("op"));
+    EXPECT_EQ(r.receiveData(), &ctx);
+    EXPECT_EQ(KZProtocolResolverPrivate::get(&r)->cb.onLanLogoutCB, &onLogout);
+    r.setLanLogoutCB(nullptr);
+    EXPECT_EQ(KZProtocolResolverPrivate::get(&r)->cb.onLanLogoutCB, nullptr);
+}
+
+TEST(PackSend, LogoutBodyAndCoding)
+{
+    FrameSink sink;
+    KZProtocolResolver r;
+    sink.attach(r);
+    r.lanLogout(7);
+    ASSERT_EQ(sink.frames.size(), 1);
+    const QList<QByteArray> bodies = bodiesOf(sink.frames[0]);
+    ASSERT_EQ(bodies.size(), 1);
+    EXPECT_EQ(hex(bodies[0]), QStringLiteral("00 11 02 00 07 00 00 00 00"));
+    // On the wire the flag stays as it is and the rest is coded.
+    const QByteArray wire = sink.frames[0].mid(18, 9);
+    EXPECT_EQ(wire[0], '\0');
+    EXPECT_NE(wire.mid(1), bodies[0].mid(1));
+}
+
+TEST(PackSend, EmptyPayloadIsFiveBytes)
+{
+    FrameSink sink;
+    KZProtocolResolver r;
+    sink.attach(r);
+    KZProtocolResolverPrivate::get(&r)->send(kz::Method::AddGroup, kz::Reply, kz::Payload());
+    EXPECT_EQ(hex(bodiesOf(sink.stream()).value(0)), QStringLiteral("01 11 10 00 00"));
+}
+
+TEST(PackSend, SequenceNumbersRiseWithAndWithoutCallback)
+{
+    FrameSink sink;
+    KZProtocolResolver r;
+    r.lanLogout(1); // no callback: still consumes sequence 0
+    r.lanLogout(2);
+    sink.attach(r);
+    r.lanLogout(3);
+    r.lanLogout(4);
+    ASSERT_EQ(sink.frames.size(), 2);
+    EXPECT_EQ(seqOf(sink.frames[0]), 2u);
+    EXPECT_EQ(seqOf(sink.frames[1]), 3u);
+}
+
+TEST(PackSend, SplitBodyUsesOneSequencePerPiece)
+{
+    FrameSink sink;
+    KZProtocolResolver r;
+    sink.attach(r);
+    r.lanLogin(QString(5000, QLatin1Char('x')), QStringLiteral("pw")); // > 1472 and > 2048
+    r.lanLogout(9);
+    ASSERT_GE(sink.frames.size(), 4);
+    for (int i = 0; i < sink.frames.size(); ++i) EXPECT_EQ(seqOf(sink.frames[i]), quint32(i));
+
+    Seen seen;
+    KZProtocolResolver rx;
+    rx.setReceiveData(&seen);
+    rx.setLanLoginCB(&onLogin);
+    rx.setLanLogoutCB(&onLogout);
+    rx.parseReceive(sink.stream());
+    ASSERT_EQ(seen.accounts.size(), 1);
+    EXPECT_EQ(seen.accounts[0], QString(5000, QLatin1Char('x')));
+    EXPECT_EQ(seen.logouts, QList<int>{9});
+}
+
+TEST(PackSend, SmallBodyOverCapacityIsDrainedToo)
+{
+    // 300-byte body, 128-byte frames: under the 1472 threshold but split.
+    FrameSink sink;
+    KZProtocolResolver r(128);
+    sink.attach(r);
+    r.lanLogin(QString(300, QLatin1Char('y')), QString());
+    EXPECT_GE(sink.frames.size(), 3);
+    for (const QByteArray& f : sink.frames) EXPECT_LE(f.size(), 128);
+    EXPECT_EQ(kz_protocol_pending(KZProtocolResolverPrivate::get(&r)->engine)->count, 0);
+
+    Seen seen;
+    KZProtocolResolver rx;
+    rx.setReceiveData(&seen);
+    rx.setLanLoginCB(&onLogin);
+    rx.parseReceive(sink.stream());
+    EXPECT_EQ(seen.accounts, QStringList{QString(300, QLatin1Char('y'))});
+}
+
+TEST(PackSend, DrainHonoursNodeFlags)
+{
+    // Engines that leave pieces with their own sequence number (0x02) and
+    // already packed (0x20): neither takes sequence numbers from the resolver.
+    for (int mode : {KZ_PIECES_OWN_SEQ, KZ_PIECES_PACKED}) {
+        FrameSink sink;
+        KZProtocolResolver r(256);
+        auto* d = KZProtocolResolverPrivate::get(&r);
+        void* engine = kz_type_new(kz__protoiot, KZ_OPT_CAPACITY, 256, KZ_OPT_PIECES, mode, 0);
+        d->engineHolder.reset(engine, [](void* e) { kz_type_delete(e); });
+        d->engine = engine;
+        sink.attach(r);
+        r.lanLogin(QString(2000, QLatin1Char('z')), QString());
+        r.lanLogout(5);
+        ASSERT_GE(sink.frames.size(), 9);
+        for (int i = 0; i + 1 < sink.frames.size(); ++i) EXPECT_EQ(seqOf(sink.frames[i]), 0u) << mode;
+        EXPECT_EQ(seqOf(sink.frames.last()), 1u);
+        EXPECT_EQ(d->sequence, 2);
+
+        Seen seen;
+        KZProtocolResolver rx;
+        rx.setReceiveData(&seen);
+        rx.setLanLoginCB(&onLogin);
+        rx.parseReceive(sink.stream());
+        EXPECT_EQ(seen.accounts, QStringList{QString(2000, QLatin1Char('z'))}) << mode;
+    }
+}
+
+TEST(Receive, EmptyGarbageAndTwoFramesInOneBlock)
+{
+    Seen seen;
+    Wire w(&seen);
+    w.receiver.setLanLogoutCB(&onLogout);
+    w.receiver.parseReceive(QByteArray());
+    w.receiver.parseReceive(QByteArray("garbage without any frame in it KZ KZ \x4b\x5a\x01", 42));
+    EXPECT_TRUE(seen.logouts.isEmpty());
+    EXPECT_TRUE(KZProtocolResolverPrivate::get(&w.receiver)->eventQueue.isEmpty());
+
+    w.sender.lanLogout(1);
+    w.sender.lanLogout(2);
+    w.receiver.parseReceive(QByteArray("noise") + w.sink.stream() + QByteArray("tail"));
+    EXPECT_EQ(seen.logouts, (QList<int>{1, 2}));
+}
+
+TEST(Receive, DamagedFramesAreDroppedAndTheStreamGoesOn)
+{
+    Seen seen;
+    Wire w(&seen);
+    w.receiver.setLanLogoutCB(&onLogout);
+    w.sender.lanLogout(1);
+    w.sender.lanLogout(2);
+    w.sender.lanLogout(3);
+    QByteArray corrupt = w.sink.frames[0];
+    corrupt[corrupt.size() - 6] = char(corrupt[corrupt.size() - 6] ^ 0x40); // a data byte
+    QByteArray truncated = w.sink.frames[1].left(10);
+    QByteArray huge = w.sink.frames[1];
+    const quint32 claim = 0xFFFFFFF0u; // a data length of nearly 4 GiB
+    std::memcpy(huge.data() + 10, &claim, 4);
+    w.receiver.parseReceive(corrupt + truncated + huge + w.sink.frames[2]);
+    EXPECT_EQ(seen.logouts, QList<int>{3});
+}
+
+TEST(Receive, ZeroLengthDataEventIsOneDebugLine)
+{
+    Seen seen;
+    KZProtocolResolver rx;
+    rx.setReceiveData(&seen);
+    rx.setLanLogoutCB(&onLogout);
+    DebugCapture debug;
+    rx.parseReceive(frameBody(QByteArray()));
+    ASSERT_EQ(debug.lines.size(), 1);
+    EXPECT_TRUE(debug.lines[0].startsWith(
+        QStringLiteral("data==nullptr || data_len ==0 and ready to return ")));
+    EXPECT_TRUE(debug.lines[0].endsWith(QStringLiteral(" 0")));
+    EXPECT_TRUE(seen.logouts.isEmpty());
+}
+
+TEST(Receive, EventWithoutDataIsLoggedAndSwallowed)
+{
+    KZProtocolResolver rx;
+    auto* d = KZProtocolResolverPrivate::get(&rx);
+    DebugCapture debug;
+    kz_event e{KZ_EVENT_DATA, d->engine, "data", nullptr, 4, 1};
+    EXPECT_EQ(KZProtocolResolverPrivate::eventHandler(&e), 0);
+    EXPECT_EQ(KZProtocolResolverPrivate::eventHandler(nullptr), 0);
+    char notAnObject[64] = {};
+    char byte = 0;
+    kz_event foreign{KZ_EVENT_DATA, notAnObject, "data", &byte, 1, 1};
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(KZProtocolResolverPrivate::eventHandler(&foreign), 0);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(debug.lines, (QStringList{QStringLiteral("before reutrn e || e->data nullptr"),
+                                        QStringLiteral("before reutrn e || e->data nullptr"),
+                                        QStringLiteral("before return proto")}));
+    EXPECT_TRUE(d->eventQueue.isEmpty());
+}
+
+TEST(Receive, WrongTypeByteUnknownCodeAndReplyFlagAreDropped)
+{
+    Seen seen;
+    KZProtocolResolver rx;
+    rx.setReceiveData(&seen);
+    rx.setLanLogoutCB(&onLogout);
+    DebugCapture debug;
+    rx.parseReceive(frameBody(logoutBody(1, 0, 2, 18)) + // type 18
+                    frameBody(logoutBody(2, 0, 0x0003)) + // no such method
+                    frameBody(logoutBody(3, 1)) +         // logout as a reply
+                    frameBody(logoutBody(4)));
+    EXPECT_EQ(seen.logouts, QList<int>{4});
+    EXPECT_TRUE(debug.lines.isEmpty());
+}
+
+TEST(Receive, QueuedEventsAreFreedOnTeardownWithoutCallbacks)
+{
+    Seen seen;
+    {
+        KZProtocolResolver rx;
+        rx.setReceiveData(&seen);
+        rx.setLanLogoutCB(&onLogout);
+        auto* d = KZProtocolResolverPrivate::get(&rx);
+        QByteArray body = logoutBody(5);
+        kz_event e{KZ_EVENT_DATA, d->engine, "data", body.data(), body.size(), 1};
+        KZProtocolResolverPrivate::eventHandler(&e);
+        EXPECT_EQ(d->eventQueue.size(), 1);
+    }
+    EXPECT_TRUE(seen.logouts.isEmpty());
+}
+
+namespace {
+struct Reentry {
+    KZProtocolResolver* rx;
+    QByteArray more;
+    QList<int> values;
+};
+void onLogoutFeedMore(void* ctx, int v)
+{
+    auto* s = static_cast<Reentry*>(ctx);
+    s->values.append(v);
+    if (!s->more.isEmpty()) {
+        const QByteArray more = s->more;
+        s->more.clear();
+        s->rx->parseReceive(more); // taken after the current block
+        s->values.append(-v);
+    }
+}
+} // namespace
+
+TEST(Receive, ParseReceiveFromACallbackIsDeferred)
+{
+    Wire w;
+    Reentry state{&w.receiver, {}, {}};
+    w.receiver.setReceiveData(&state);
+    w.receiver.setLanLogoutCB(&onLogoutFeedMore);
+    w.sender.lanLogout(1);
+    w.sender.lanLogout(2);
+    const QByteArray first = w.sink.stream();
+    w.sink.frames.clear();
+    w.sender.lanLogout(3);
+    state.more = w.sink.stream();
+    w.receiver.parseReceive(first);
+    EXPECT_EQ(state.values, (QList<int>{1, -1, 2, 3}));
+}
+
+TEST(Dispatch, EveryCodeHasANameAndNoOtherDoes)
+{
+    int known = 0;
+    for (int code = 0; code <= 0xFFFF; ++code)
+        if (kz::methodName(quint16(code))) ++known;
+    EXPECT_EQ(known, 117);
+    EXPECT_STREQ(kz::methodName(0x001B), "DeleteUser");
+    EXPECT_STREQ(kz::methodName(0x0802), "AppQueryProcessLogs");
+    EXPECT_EQ(kz::methodName(0x0003), nullptr);
+}
