@@ -4,6 +4,7 @@
 #include "demo.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QHostAddress>
 #include <QTcpServer>
 #include <QTimer>
@@ -13,10 +14,15 @@
 
 namespace {
 
+// With --capture FILE, every frame either side sends is also written there,
+// in the order sent, for tools/kzdump to show.
+QFile* capture = nullptr;
+
 void writeFrame(void* ctx, char* bytes, int n)
 {
     Peer& p = peer(ctx);
     if (p.socket) p.socket->write(bytes, n);
+    if (capture) capture->write(bytes, n);
     std::free(bytes);
 }
 
@@ -62,6 +68,17 @@ void Demo::fail(const QString& why)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
+    QFile captureFile;
+    const QStringList args = QCoreApplication::arguments();
+    const int at = args.indexOf(QStringLiteral("--capture"));
+    if (at > 0 && at + 1 < args.size()) {
+        captureFile.setFileName(args[at + 1]);
+        if (!captureFile.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+            std::printf("cannot write %s\n", qPrintable(args[at + 1]));
+            return 1;
+        }
+        capture = &captureFile;
+    }
     Demo demo;
     addSessionSteps(demo); // login first, logout last
     addAccountsSteps(demo);
