@@ -1,0 +1,75 @@
+/*
+ * Declarations shared by the kzapin sources. Not installed, not part of the
+ * public interface.
+ */
+#ifndef KZAPIN_INTERNAL_H
+#define KZAPIN_INTERNAL_H
+
+#include "kzapin/kzapin.h"
+
+#include <stddef.h>
+#include <stdint.h>
+
+/* Value of kz_object.magic while an object is alive, and after deletion. */
+#define KZ_MAGIC_LIVE 0x4B5A6F62u /* "KZob" */
+#define KZ_MAGIC_DEAD 0xDEADDEADu
+
+/* Engine settings gathered from the option list of kz_type_new. */
+typedef struct kz_engine_options
+{
+    int capacity;
+    int max_body;
+    int pieces;
+} kz_engine_options;
+
+/* True when `obj` is a live object whose type is `type` or derives from it.
+ * Writes nothing. */
+int kz_object_is(const void* obj, const kz_type* type);
+
+/* Creates a frame engine (kz_object header included, magic set) or returns
+ * NULL when memory runs out. */
+kz_object* kz_engine_create(const kz_engine_options* options);
+
+/* Frees everything an engine owns, the engine included. The caller has
+ * already cleared the magic. */
+void kz_engine_destroy(kz_object* engine);
+
+/* Frame layout, see docs/frame-format.md. */
+#define KZ_SYNC_0 0x4Bu /* 'K' */
+#define KZ_SYNC_1 0x5Au /* 'Z' */
+#define KZ_FRAME_VERSION 1u
+#define KZ_FRAME_FLAG_PIECE 0x01u
+#define KZ_HEAD_WHOLE 14u /* header bytes covered by the header CRC */
+#define KZ_HEAD_PIECE 26u
+#define KZ_ATTR_MAX 65535u
+
+/* Byte that starts the text of an unpacked pending piece. */
+#define KZ_PIECE_TAG 0x01
+
+/* Little-endian stores and loads; the compiler turns them into plain moves
+ * on little-endian hosts. */
+static inline void kz_put16(unsigned char* p, uint32_t v)
+{
+    p[0] = (unsigned char)v;
+    p[1] = (unsigned char)(v >> 8);
+}
+
+static inline void kz_put32(unsigned char* p, uint32_t v)
+{
+    p[0] = (unsigned char)v;
+    p[1] = (unsigned char)(v >> 8);
+    p[2] = (unsigned char)(v >> 16);
+    p[3] = (unsigned char)(v >> 24);
+}
+
+static inline uint32_t kz_get16(const unsigned char* p)
+{
+    return (uint32_t)p[0] | (uint32_t)p[1] << 8;
+}
+
+static inline uint32_t kz_get32(const unsigned char* p)
+{
+    return (uint32_t)p[0] | (uint32_t)p[1] << 8 | (uint32_t)p[2] << 16 | (uint32_t)p[3] << 24;
+}
+
+#endif /* KZAPIN_INTERNAL_H */
