@@ -131,7 +131,9 @@ enum {
     KZ_EVENT_DATA = 17,
 };
 
-/** One event. The pointers are valid only during the handler call. */
+/** One event. The pointers are valid only during the handler call and
+ *  point at read-only bytes (a body may still lie in the caller's input
+ *  buffer): a handler that needs the data later, or changed, copies it. */
 typedef struct kz_event {
     int type;
     void* object; /* the engine that raised it */
@@ -151,12 +153,14 @@ KZAPIN_API int kz_protoiot_event_handler(kz_event* e);
 
 /** Operation table of the frame engine. */
 typedef struct kz_protoiot_ops {
-    /** Forgets all receive-side state (buffered bytes, partial bodies). */
+    /** Forgets all receive-side state (buffered bytes, partial bodies).
+     *  Called from a handler during input, it also drops the rest of that
+     *  input. */
     void (*reset)(void* engine);
     /** Feeds `length` received bytes. Complete frames raise events through
      *  the engine's handler before this returns. Bytes may be cut anywhere;
      *  garbage is skipped. Returns the number of events raised, or -1 for a
-     *  NULL engine. */
+     *  NULL engine or when called from a handler of the same engine. */
     int (*input)(void* engine, const void* bytes, int length);
 } kz_protoiot_ops;
 
@@ -167,8 +171,9 @@ KZAPIN_API extern const kz_protoiot_ops kz_protoiot_engine;
 #define KZ_FRAME_OVERHEAD 22
 #define KZ_PIECE_OVERHEAD 34
 
-/** Packs `body` (its `length` bytes) into one frame in `out` (room for
- *  `capacity` bytes; 0 or below takes the engine's default capacity) with
+/** Packs `body` (its `length` bytes, not overlapping `out`) into one frame
+ *  in `out` (room for `capacity` bytes; 0 or below takes the engine's
+ *  default capacity) with
  *  sequence number `seq` and the zero-terminated `attr` text (NULL = empty,
  *  at most 65535 bytes). Returns the number of bytes written, never more
  *  than `capacity`.
