@@ -168,14 +168,20 @@ public:
     class Quiet
     {
     public:
-        Quiet(Reader* r, const char* kind) : r_(r), kind_(kind), at_(r->offset()) { ++r_->depth_; }
+        Quiet(Reader* r, const char* kind)
+            : r_(r), kind_(kind), at_(r->offset()), outermost_(r->depth_++ == 0)
+        {}
         ~Quiet() { --r_->depth_; }
-        void done(const QString& value) const { r_->record(kind_, at_, value); }
+        void done(const QString& value) const
+        {
+            if (outermost_ && r_->trace_) r_->trace_->append({kind_, at_, value});
+        }
 
     private:
         Reader* r_;
         const char* kind_;
         int at_;
+        bool outermost_;
     };
 
 private:

@@ -92,36 +92,43 @@ TEST(Reader, InvertedFlagRules)
 TEST(Reader, ShortAndMalformedInputStaysInside)
 {
     {
-        Reader r = readerOf(unhex("01 02 03"));
+        const QByteArray b = unhex("01 02 03");
+        Reader r = readerOf(b);
         EXPECT_EQ(r.u32(), 0u); // not enough bytes: zero, and nothing consumed past the end
         EXPECT_TRUE(r.isShort());
         EXPECT_EQ(r.strz(), QString());
         EXPECT_EQ(r.i32(), 0);
     }
     {
-        Reader r = readerOf(QByteArray("abc", 3)); // no terminator
+        const QByteArray b = QByteArray("abc", 3); // no terminator
+        Reader r = readerOf(b);
         EXPECT_EQ(r.strz(), QStringLiteral("abc"));
         EXPECT_TRUE(r.isShort());
     }
     {
-        Reader r = readerOf(unhex("ff ff 61 00")); // count -1
+        const QByteArray b = unhex("ff ff 61 00"); // count -1
+        Reader r = readerOf(b);
         EXPECT_TRUE(r.strlist().isEmpty());
     }
     {
-        Reader r = readerOf(unhex("10 00 61 00 62 00")); // claims 16 items, holds 2
+        const QByteArray b = unhex("10 00 61 00 62 00"); // claims 16 items, holds 2
+        Reader r = readerOf(b);
         EXPECT_EQ(r.strlist(), (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
     }
     {
-        Reader r = readerOf(unhex("ff ff ff 7f 01 02")); // a 2 GiB block holding 2 bytes
+        const QByteArray b = unhex("ff ff ff 7f 01 02"); // a 2 GiB block holding 2 bytes
+        Reader r = readerOf(b);
         EXPECT_EQ(hex(r.blob32()), QStringLiteral("01 02"));
         EXPECT_TRUE(r.isShort());
     }
     {
-        Reader r = readerOf(unhex("f0 ff 61 62")); // str16 with a negative length
+        const QByteArray b = unhex("f0 ff 61 62"); // str16 with a negative length
+        Reader r = readerOf(b);
         EXPECT_EQ(r.str16(), QString());
     }
     {
-        Reader r = readerOf(unhex("09 00 61 62")); // str16 longer than the data
+        const QByteArray b = unhex("09 00 61 62"); // str16 longer than the data
+        Reader r = readerOf(b);
         EXPECT_EQ(r.str16(), QStringLiteral("ab"));
     }
 }

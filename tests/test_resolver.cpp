@@ -37,7 +37,7 @@ QByteArray frameBody(QByteArray body, int seq = 0, const char* attr = "")
 {
     if (body.size() > 1) kz_coding_encrypt_fast(body.data() + 1, body.constData() + 1, body.size() - 1);
     void* engine = kz_type_new(kz__protoiot, 0);
-    QByteArray out(KZ_FRAME_OVERHEAD + int(strlen(attr)) + body.size(), '\0');
+    QByteArray out(KZ_FRAME_OVERHEAD + 1 + int(strlen(attr)) + body.size(), '\0');
     const int n = kz_protocol_pack(engine, out.data(), out.size(), seq, attr, body.constData(), body.size());
     kz_type_delete(engine);
     return out.left(n);
