@@ -40,7 +40,8 @@ void KZProtocolResolver::lanLogin(const QString& account, const QString& passwor
 {
     const QByteArray cipher = encipher(password.toUtf8());
     d->send(Method::Login, Request,
-            Payload() << str16{account} << count16(cipher.size()) << raw{cipher.constData(), cipher.size()});
+            Payload() << str16{account} << count16(cipher.size())
+                      << raw{cipher.constData(), cipher.size()});
 }
 
 void KZProtocolResolver::lanLoginResult(bool first, int code, bool second)
@@ -56,7 +57,8 @@ void KZProtocolResolverPrivate::decodeLogin(uchar flag, Reader& r)
         const QByteArray plain = decipher(r.bytes(r.i16()));
         const int z = plain.indexOf('\0');
         // Cut at the first zero byte; cipher padding (1..15) stays at the end.
-        fire(cb.onLanLoginCB, account, QString::fromUtf8(plain.constData(), z < 0 ? plain.size() : z));
+        fire(cb.onLanLoginCB, account,
+             QString::fromUtf8(plain.constData(), z < 0 ? plain.size() : z));
     } else if (flag == Reply) {
         const int code = r.i32();
         const bool first = r.flag8();

@@ -21,15 +21,15 @@ KZProtocolResolver::KZProtocolResolver(int frameCapacity, QObject* parent)
     : QObject(parent), d(new KZProtocolResolverPrivate(this, frameCapacity, parent))
 {}
 
-KZProtocolResolver::~KZProtocolResolver()
-{
-    delete d;
-}
+KZProtocolResolver::~KZProtocolResolver() { delete d; }
 
 void KZProtocolResolver::setReceiveData(void* ctx) { d->receiveData = ctx; }
 void* KZProtocolResolver::receiveData() const { return d->receiveData; }
 void KZProtocolResolver::setParsePackResult(PackResultCB fn) { d->packResult = fn; }
-void KZProtocolResolver::setSendFailDisconnectCB(SendFailDisconnectCB fn) { d->sendFailDisconnect = fn; }
+void KZProtocolResolver::setSendFailDisconnectCB(SendFailDisconnectCB fn)
+{
+    d->sendFailDisconnect = fn;
+}
 
 void KZProtocolResolver::setAccount(const QString& account)
 {
@@ -40,7 +40,7 @@ QString KZProtocolResolver::getAccount() const { return d->account; }
 void KZProtocolResolver::clear() {}
 void KZProtocolResolver::parseReceive(QByteArray bytes) { d->parseReceive(bytes); }
 
-#define KZ_CALLBACK(Type) \
+#define KZ_CALLBACK(Type)                                                                          \
     void KZProtocolResolver::set##Type(Type fn) { d->cb.on##Type = fn; }
 #include "callbacks.def"
 #undef KZ_CALLBACK
@@ -129,8 +129,8 @@ void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type
     const QByteArray attrText = attr + '\0';
     char* out = static_cast<char*>(std::calloc(size_t(frameCapacity), 1));
     const int seq = sequence++;
-    const int written = out ? kz_protocol_pack(engine, out, frameCapacity, seq, attrText.constData(),
-                                               coded.constData(), length)
+    const int written = out ? kz_protocol_pack(engine, out, frameCapacity, seq,
+                                               attrText.constData(), coded.constData(), length)
                             : 0;
     emitFrame(out, written);
 
@@ -245,7 +245,8 @@ namespace {
 
 using Decoder = void (KZProtocolResolverPrivate::*)(uchar, Reader&);
 
-struct Route {
+struct Route
+{
     quint16 code;
     const char* name;
     Decoder decode;

@@ -16,7 +16,8 @@
 struct kz_event;
 
 /// One event queued by the engine's event handler, drained by parseReceive.
-struct ReceivedEvent {
+struct ReceivedEvent
+{
     int type = 0;
     int length = 0;
     int length2 = 0;
@@ -25,7 +26,8 @@ struct ReceivedEvent {
 };
 
 /// The callback slots, one per setter (see callbacks.def).
-struct KZCallbacks {
+struct KZCallbacks
+{
 #define KZ_CALLBACK(Type) KZProtocolResolver::Type on##Type = nullptr;
 #include "callbacks.def"
 #undef KZ_CALLBACK

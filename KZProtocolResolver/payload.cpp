@@ -43,7 +43,8 @@ Payload& Payload::operator<<(itext x)
 Payload& Payload::operator<<(groupmap x)
 {
     *this << count16(x.v.size());
-    for (auto it = x.v.cbegin(); it != x.v.cend(); ++it) *this << strz{it.key()} << strlist{it.value()};
+    for (auto it = x.v.cbegin(); it != x.v.cend(); ++it)
+        *this << strz{it.key()} << strlist{it.value()};
     return *this;
 }
 
@@ -112,7 +113,8 @@ quint32 Reader::u32()
     const int at = offset();
     uchar b[4];
     take(b, 4);
-    const quint32 v = quint32(b[0]) | quint32(b[1]) << 8 | quint32(b[2]) << 16 | quint32(b[3]) << 24;
+    const quint32 v =
+        quint32(b[0]) | quint32(b[1]) << 8 | quint32(b[2]) << 16 | quint32(b[3]) << 24;
     record("u32", at, v);
     return v;
 }
@@ -221,8 +223,10 @@ QByteArray Reader::bytes(int n)
         short_ = true;
         n = remaining();
     }
+    const int at = offset();
     const QByteArray b(reinterpret_cast<const char*>(p_), n);
     p_ += n;
+    if (trace_ && depth_ == 0) record("bytes", at, QStringLiteral("[%1 bytes]").arg(n));
     return b;
 }
 

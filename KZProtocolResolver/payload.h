@@ -23,6 +23,7 @@ namespace kz {
 // Wire forms, for writing
 // ---------------------------------------------------------------------------
 
+// clang-format off
 struct u8 { quint8 v; };
 struct u16 { quint16 v; };
 struct u32 { quint32 v; };
@@ -47,6 +48,7 @@ struct strintmap { const QMap<QString, int>& v; };
 struct blob32 { const QByteArray& v; };
 /// Raw bytes, no prefix.
 struct raw { const char* p; int n; };
+// clang-format on
 
 /// Counts of lists and maps travel as 16 bits: the size truncated.
 inline u16 count16(int n) { return u16{quint16(n)}; }
@@ -58,7 +60,11 @@ public:
     Payload() = default;
     explicit Payload(int reserve) { b_.reserve(reserve); }
 
-    Payload& operator<<(u8 x) { b_.append(char(x.v)); return *this; }
+    Payload& operator<<(u8 x)
+    {
+        b_.append(char(x.v));
+        return *this;
+    }
     Payload& operator<<(u16 x) { return put(x.v); }
     Payload& operator<<(u32 x) { return put(x.v); }
     Payload& operator<<(i32 x) { return put(quint32(x.v)); }
@@ -71,7 +77,11 @@ public:
     Payload& operator<<(groupmap x);
     Payload& operator<<(strintmap x);
     Payload& operator<<(blob32 x);
-    Payload& operator<<(raw x) { b_.append(x.p, x.n); return *this; }
+    Payload& operator<<(raw x)
+    {
+        b_.append(x.p, x.n);
+        return *this;
+    }
 
     const QByteArray& bytes() const { return b_; }
     int size() const { return b_.size(); }
@@ -94,7 +104,8 @@ private:
 // ---------------------------------------------------------------------------
 
 /// One field as a dump tool sees it: what was read, where, and its value.
-struct TraceItem {
+struct TraceItem
+{
     const char* kind;
     int offset;
     QString value;
@@ -139,7 +150,11 @@ public:
     QByteArray bytes(int n);
 
     /// A list or map count: u16 read as signed; zero or below means empty.
-    int count16() { const int n = i16(); return n > 0 ? n : 0; }
+    int count16()
+    {
+        const int n = i16();
+        return n > 0 ? n : 0;
+    }
 
     /// Runs `entry` for each of `count` entries, stopping early when the
     /// budget (the bytes that remain) reaches zero.

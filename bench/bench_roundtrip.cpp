@@ -20,7 +20,8 @@ BENCHMARK(BM_Logout);
 void BM_Login(benchmark::State& state)
 {
     Loop loop;
-    loop.receiver.setLanLoginCB([](void* ctx, const QString&, const QString&) { ++loopOf(ctx).delivered; });
+    loop.receiver.setLanLoginCB(
+        [](void* ctx, const QString&, const QString&) { ++loopOf(ctx).delivered; });
     const QString account = QStringLiteral("operator-01");
     const QString password = QStringLiteral("correct horse battery");
     for (auto _ : state) {
@@ -35,7 +36,8 @@ BENCHMARK(BM_Login);
 void BM_Body64KiB(benchmark::State& state)
 {
     Loop loop;
-    loop.receiver.setLanLoginCB([](void* ctx, const QString&, const QString&) { ++loopOf(ctx).delivered; });
+    loop.receiver.setLanLoginCB(
+        [](void* ctx, const QString&, const QString&) { ++loopOf(ctx).delivered; });
     const QString account(65530, QLatin1Char('a'));
     for (auto _ : state) {
         loop.sender.lanLogin(account, QString());

@@ -10,7 +10,8 @@
 
 #include <cstdlib>
 
-struct Loop {
+struct Loop
+{
     KZProtocolResolver sender;
     KZProtocolResolver receiver;
     QByteArray wire;

@@ -10,7 +10,8 @@ int collect(kz_event* e)
     if (e->type == KZ_EVENT_DATA) {
         auto* out = static_cast<QList<QByteArray>*>(static_cast<kz_object*>(e->object)->user);
         QByteArray body(static_cast<const char*>(e->data), e->length);
-        if (body.size() > 1) kz_coding_decrypt_fast(body.data() + 1, body.data() + 1, body.size() - 1);
+        if (body.size() > 1)
+            kz_coding_decrypt_fast(body.data() + 1, body.data() + 1, body.size() - 1);
         out->append(body);
     }
     return 0;
@@ -61,10 +62,7 @@ DebugCapture::~DebugCapture()
     g_lines = nullptr;
 }
 
-QString hex(const QByteArray& b)
-{
-    return QString::fromLatin1(b.toHex(' '));
-}
+QString hex(const QByteArray& b) { return QString::fromLatin1(b.toHex(' ')); }
 
 QByteArray unhex(const char* text)
 {

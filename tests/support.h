@@ -18,7 +18,8 @@
 namespace kztest {
 
 /// Collects the frames a resolver hands out (and frees their buffers).
-struct FrameSink {
+struct FrameSink
+{
     QList<QByteArray> frames;
 
     static void onFrame(void* ctx, char* bytes, int n)
@@ -41,7 +42,8 @@ struct FrameSink {
 
 /// A sender whose frames are collected, and a receiver whose callbacks see
 /// `ctx` as their context pointer.
-struct Wire {
+struct Wire
+{
     KZProtocolResolver sender;
     KZProtocolResolver receiver;
     FrameSink sink;

@@ -20,10 +20,12 @@ TEST(Writer, WireFormsAreExact)
 {
     const QString empty, abc = QStringLiteral("abc"), uml = QString::fromUtf8("\xC3\xA4");
     const QStringList two{QStringLiteral("a"), QStringLiteral("b")};
-    const QMap<QString, QStringList> gm{{QStringLiteral("B"), {}}, {QStringLiteral("A"), {QStringLiteral("x")}}};
+    const QMap<QString, QStringList> gm{{QStringLiteral("B"), {}},
+                                        {QStringLiteral("A"), {QStringLiteral("x")}}};
     const QMap<QString, int> sim{{QStringLiteral("k"), -2}};
     const QByteArray blob("\x01\x02", 2);
-    const struct {
+    const struct
+    {
         Payload p;
         const char* bytes;
     } cases[] = {
@@ -56,8 +58,9 @@ TEST(Reader, ReadsWhatTheWriterWrote)
     const QByteArray blob(300, 'q');
     const QString s = QStringLiteral("name");
     const Payload p = Payload() << u8{7} << u16{65535} << u32{0xDEADBEEF} << i32{-5} << flag8{true}
-                                << flag8{false} << strz{s} << str16{s} << strlist{list} << dtext{2.25}
-                                << itext{42} << groupmap{gm} << strintmap{sim} << blob32{blob};
+                                << flag8{false} << strz{s} << str16{s} << strlist{list}
+                                << dtext{2.25} << itext{42} << groupmap{gm} << strintmap{sim}
+                                << blob32{blob};
     Reader r = readerOf(p.bytes());
     EXPECT_EQ(r.u8(), 7);
     EXPECT_EQ(r.u16(), 65535);
@@ -140,8 +143,8 @@ TEST(Reader, EveryPrefixOfAPayloadIsSafe)
     const QMap<QString, int> sim{{QStringLiteral("k"), 3}};
     const QString s = QStringLiteral("s");
     const QByteArray blob(40, 'b');
-    const QByteArray full = (Payload() << str16{s} << strlist{list} << groupmap{gm} << strintmap{sim}
-                                       << dtext{1.5} << blob32{blob} << i32{1})
+    const QByteArray full = (Payload() << str16{s} << strlist{list} << groupmap{gm}
+                                       << strintmap{sim} << dtext{1.5} << blob32{blob} << i32{1})
                                 .bytes();
     for (int n = 0; n <= full.size(); ++n) {
         // A copy of exactly n bytes, so that the sanitizer sees any over-read.

@@ -19,7 +19,8 @@ quint32 seqOf(const QByteArray& frame)
     return v;
 }
 
-struct Seen {
+struct Seen
+{
     QList<int> logouts;
     QStringList accounts;
     QStringList passwords;
@@ -35,10 +36,12 @@ void onLogin(void* ctx, const QString& a, const QString& p)
 /// A coded body, framed as a peer would send it.
 QByteArray frameBody(QByteArray body, int seq = 0, const char* attr = "")
 {
-    if (body.size() > 1) kz_coding_encrypt_fast(body.data() + 1, body.constData() + 1, body.size() - 1);
+    if (body.size() > 1)
+        kz_coding_encrypt_fast(body.data() + 1, body.constData() + 1, body.size() - 1);
     void* engine = kz_type_new(kz__protoiot, 0);
     QByteArray out(KZ_FRAME_OVERHEAD + 1 + int(strlen(attr)) + body.size(), '\0');
-    const int n = kz_protocol_pack(engine, out.data(), out.size(), seq, attr, body.constData(), body.size());
+    const int n =
+        kz_protocol_pack(engine, out.data(), out.size(), seq, attr, body.constData(), body.size());
     kz_type_delete(engine);
     return out.left(n);
 }
@@ -186,7 +189,8 @@ TEST(PackSend, DrainHonoursNodeFlags)
         r.lanLogin(QString(2000, QLatin1Char('z')), QString());
         r.lanLogout(5);
         ASSERT_GE(sink.frames.size(), 9);
-        for (int i = 0; i + 1 < sink.frames.size(); ++i) EXPECT_EQ(seqOf(sink.frames[i]), 0u) << mode;
+        for (int i = 0; i + 1 < sink.frames.size(); ++i)
+            EXPECT_EQ(seqOf(sink.frames[i]), 0u) << mode;
         EXPECT_EQ(seqOf(sink.frames.last()), 1u);
         EXPECT_EQ(d->sequence, 2);
 
@@ -275,7 +279,7 @@ TEST(Receive, WrongTypeByteUnknownCodeAndReplyFlagAreDropped)
     rx.setReceiveData(&seen);
     rx.setLanLogoutCB(&onLogout);
     DebugCapture debug;
-    rx.parseReceive(frameBody(logoutBody(1, 0, 2, 18)) + // type 18
+    rx.parseReceive(frameBody(logoutBody(1, 0, 2, 18)) +  // type 18
                     frameBody(logoutBody(2, 0, 0x0003)) + // no such method
                     frameBody(logoutBody(3, 1)) +         // logout as a reply
                     frameBody(logoutBody(4)));
@@ -300,7 +304,8 @@ TEST(Receive, QueuedEventsAreFreedOnTeardownWithoutCallbacks)
 }
 
 namespace {
-struct Reentry {
+struct Reentry
+{
     KZProtocolResolver* rx;
     QByteArray more;
     QList<int> values;

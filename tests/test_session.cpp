@@ -12,7 +12,8 @@ using namespace kztest;
 
 namespace {
 
-struct Seen {
+struct Seen
+{
     int logins = 0, results = 0, logouts = 0;
     QString account, password;
     bool first = false, bit0 = false, second = false;
@@ -50,14 +51,16 @@ void listen(Wire& w)
 
 QByteArray opensslCbc(const QByteArray& plain)
 {
-    const QByteArray key = QCryptographicHash::hash("KMBRKMBR", QCryptographicHash::Md5).toHex().mid(8, 16);
+    const QByteArray key =
+        QCryptographicHash::hash("KMBRKMBR", QCryptographicHash::Md5).toHex().mid(8, 16);
     const QByteArray iv("-KMBR-VTQDN-NET-");
     QByteArray padded = plain;
     const int r = plain.size() % 16;
     if (r) padded.append(QByteArray(16 - r, char(16 - r)));
     QByteArray out(padded.size() + 16, '\0');
     EVP_CIPHER_CTX* ctx = EVP_CIPHER_CTX_new();
-    EVP_EncryptInit_ex(ctx, EVP_aes_128_cbc(), nullptr, reinterpret_cast<const uchar*>(key.constData()),
+    EVP_EncryptInit_ex(ctx, EVP_aes_128_cbc(), nullptr,
+                       reinterpret_cast<const uchar*>(key.constData()),
                        reinterpret_cast<const uchar*>(iv.constData()));
     EVP_CIPHER_CTX_set_padding(ctx, 0);
     int n = 0, m = 0;
@@ -95,8 +98,8 @@ TEST(Login, PayloadMatchesAnIndependentCipher)
         sink.attach(r);
         r.lanLogin(QStringLiteral("op"), QString::fromUtf8(pw));
         const QByteArray cipher = opensslCbc(QByteArray(pw));
-        const QByteArray expected = unhex("03 00 6f 70 00") +
-                                    QByteArray(1, char(cipher.size())) + QByteArray(1, '\0') + cipher;
+        const QByteArray expected = unhex("03 00 6f 70 00") + QByteArray(1, char(cipher.size())) +
+                                    QByteArray(1, '\0') + cipher;
         EXPECT_EQ(hex(payloadOf(sink.stream())), hex(expected)) << pw;
     }
     // 16 bytes encipher to 16, 17 bytes to 32.
@@ -106,7 +109,8 @@ TEST(Login, PayloadMatchesAnIndependentCipher)
 
 TEST(Login, ResultBytesAndDecoding)
 {
-    const struct {
+    const struct
+    {
         bool first;
         int code;
         bool second;
@@ -171,8 +175,8 @@ TEST(Login, TruncatedPayloadsStayInsideAndStillFire)
             rx.setLanLoginCB(&onLogin);
             rx.setLanLoginResultCB(&onResult);
             QByteArray cut(body.constData(), n); // exactly n bytes, no terminator
-            KZProtocolResolverPrivate::get(&rx)->dispatch(reinterpret_cast<const uchar*>(cut.constData()),
-                                                          n - 4);
+            KZProtocolResolverPrivate::get(&rx)->dispatch(
+                reinterpret_cast<const uchar*>(cut.constData()), n - 4);
             EXPECT_EQ(seen.logins + seen.results, 1) << n;
         }
     }

@@ -18,7 +18,8 @@
 
 namespace {
 
-struct Dump {
+struct Dump
+{
     KZProtocolResolver resolver; // no callbacks: decoders run for their trace only
     int messages = 0;
     int notices = 0;
@@ -39,7 +40,8 @@ void printBody(Dump& dump, QByteArray body, int frames)
     const char* dir = b[0] == 0 ? "request" : b[0] == 1 ? "reply" : "flag?";
     std::printf("#%d %s %s (0x%04X), %d frame%s, %d bytes%s\n", dump.messages, dir,
                 name ? name : "<unknown code>", code, frames, frames == 1 ? "" : "s",
-                int(body.size()), b[1] == kz::kMessageType ? "" : " [type byte is not 17: dropped]");
+                int(body.size()),
+                b[1] == kz::kMessageType ? "" : " [type byte is not 17: dropped]");
     if (dump.quiet || !name || b[1] != kz::kMessageType) return;
     QVector<kz::TraceItem> trace;
     KZProtocolResolverPrivate::get(&dump.resolver)->dispatch(b, body.size() - 4, &trace);
@@ -61,11 +63,10 @@ int onEvent(kz_event* e)
 
 int usage()
 {
-    std::fprintf(stderr,
-                 "usage: kzdump [--hex] [--quiet] FILE|-\n"
-                 "  Prints the messages in a captured byte stream of kzresolver frames.\n"
-                 "  --hex    the input is hex text (blanks and newlines ignored)\n"
-                 "  --quiet  one line per message, no fields\n");
+    std::fprintf(stderr, "usage: kzdump [--hex] [--quiet] FILE|-\n"
+                         "  Prints the messages in a captured byte stream of kzresolver frames.\n"
+                         "  --hex    the input is hex text (blanks and newlines ignored)\n"
+                         "  --quiet  one line per message, no fields\n");
     return 2;
 }
 
@@ -77,17 +78,22 @@ int main(int argc, char** argv)
     Dump dump;
     const char* path = nullptr;
     for (int i = 1; i < argc; ++i) {
-        if (!std::strcmp(argv[i], "--hex")) hex = true;
-        else if (!std::strcmp(argv[i], "--quiet")) dump.quiet = true;
-        else if (!path) path = argv[i];
-        else return usage();
+        if (!std::strcmp(argv[i], "--hex"))
+            hex = true;
+        else if (!std::strcmp(argv[i], "--quiet"))
+            dump.quiet = true;
+        else if (!path)
+            path = argv[i];
+        else
+            return usage();
     }
     if (!path) return usage();
 
     QFile file;
-    const bool opened = std::strcmp(path, "-") == 0 ? file.open(stdin, QIODevice::ReadOnly)
-                                                   : (file.setFileName(QString::fromLocal8Bit(path)),
-                                                      file.open(QIODevice::ReadOnly));
+    const bool opened =
+        std::strcmp(path, "-") == 0
+            ? file.open(stdin, QIODevice::ReadOnly)
+            : (file.setFileName(QString::fromLocal8Bit(path)), file.open(QIODevice::ReadOnly));
     if (!opened) {
         std::fprintf(stderr, "kzdump: cannot read %s\n", path);
         return 1;

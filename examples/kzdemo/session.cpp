@@ -21,8 +21,8 @@ void onLogin(void* ctx, const QString& account, const QString& password)
     Peer& p = peer(ctx);
     const bool ok = account == kAccount && withoutPadding(password) == kPassword;
     p.handled(QStringLiteral("Login account=%1 password=%2 (deciphered) -> %3")
-                  .arg(account, withoutPadding(password), ok ? QStringLiteral("accepted")
-                                                              : QStringLiteral("rejected")));
+                  .arg(account, withoutPadding(password),
+                       ok ? QStringLiteral("accepted") : QStringLiteral("rejected")));
     p.resolver.setAccount(account);
     p.resolver.lanLoginResult(ok, ok ? 0 : 1, true);
     p.sent(QStringLiteral("LoginResult ok=%1").arg(ok));
