@@ -1,0 +1,306 @@
+// Callback sinks for every message callback of the resolver, for the fuzz
+// targets and the hostile-input tests.
+//
+// attachAll(resolver, observer) registers one sink per slot listed in
+// callbacks.def, so a family that adds its callbacks there is covered here
+// without any edit. Each sink reads every value it is handed (every
+// character of every text, every entry of every list and map, every field of
+// every record), so that AddressSanitizer checks the decoder's results, and
+// reports the call to the observer passed as context.
+#ifndef KZ_FUZZ_SINKS_H
+#define KZ_FUZZ_SINKS_H
+
+#include "kzprotocolresolver.h"
+
+#include <QByteArray>
+#include <QDate>
+#include <QHash>
+#include <QList>
+#include <QMap>
+#include <QString>
+#include <QVariant>
+#include <QVector>
+
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+namespace kzfuzz {
+
+/// One id per callback slot, in callbacks.def order.
+enum class Cb {
+#define KZ_CALLBACK(Type) Type,
+#include "callbacks.def"
+#undef KZ_CALLBACK
+};
+
+inline const char* callbackName(Cb id)
+{
+    static const char* const names[] = {
+#define KZ_CALLBACK(Type) #Type,
+#include "callbacks.def"
+#undef KZ_CALLBACK
+    };
+    return names[int(id)];
+}
+
+// ---------------------------------------------------------------------------
+// Reading every value
+// ---------------------------------------------------------------------------
+
+namespace detail {
+
+/// Converts to any type; only used unevaluated, to count aggregate fields.
+struct AnyField
+{
+    template <class T>
+    operator T() const;
+};
+
+template <class T, class Seq, class = void>
+struct BraceInit : std::false_type
+{
+};
+template <class T, std::size_t... I>
+struct BraceInit<T, std::index_sequence<I...>, std::void_t<decltype(T{(void(I), AnyField{})...})>>
+    : std::true_type
+{
+};
+
+/// The number of fields of an aggregate record (up to 16).
+template <class T, std::size_t N = 0>
+constexpr std::size_t fieldCount()
+{
+    if constexpr (N < 16 && BraceInit<T, std::make_index_sequence<N + 1>>::value)
+        return fieldCount<T, N + 1>();
+    else
+        return N;
+}
+
+/// Calls `f` with every field of the aggregate `v`, in declaration order.
+template <class T, class F>
+void forEachField(const T& v, F&& f)
+{
+    constexpr std::size_t n = fieldCount<T>();
+    // clang-format off
+    if constexpr (n == 1) { const auto& [a] = v; f(a); }
+    else if constexpr (n == 2) { const auto& [a, b] = v; f(a); f(b); }
+    else if constexpr (n == 3) { const auto& [a, b, c] = v; f(a); f(b); f(c); }
+    else if constexpr (n == 4) { const auto& [a, b, c, d] = v; f(a); f(b); f(c); f(d); }
+    else if constexpr (n == 5) { const auto& [a, b, c, d, e] = v; f(a); f(b); f(c); f(d); f(e); }
+    else if constexpr (n == 6) {
+        const auto& [a, b, c, d, e, g] = v; f(a); f(b); f(c); f(d); f(e); f(g); }
+    else if constexpr (n == 7) {
+        const auto& [a, b, c, d, e, g, h] = v; f(a); f(b); f(c); f(d); f(e); f(g); f(h); }
+    else if constexpr (n == 8) {
+        const auto& [a, b, c, d, e, g, h, i] = v;
+        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); }
+    else if constexpr (n == 9) {
+        const auto& [a, b, c, d, e, g, h, i, j] = v;
+        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); }
+    else if constexpr (n == 10) {
+        const auto& [a, b, c, d, e, g, h, i, j, k] = v;
+        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); }
+    else if constexpr (n == 11) {
+        const auto& [a, b, c, d, e, g, h, i, j, k, l] = v;
+        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); f(l); }
+    else if constexpr (n == 12) {
+        const auto& [a, b, c, d, e, g, h, i, j, k, l, m] = v;
+        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); f(l); f(m); }
+    else if constexpr (n == 13) {
+        const auto& [a, b, c, d, e, g, h, i, j, k, l, m, o] = v;
+        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); f(l); f(m); f(o); }
+    else if constexpr (n == 14) {
+        const auto& [a, b, c, d, e, g, h, i, j, k, l, m, o, p] = v;
+        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); f(l); f(m); f(o); f(p); }
+    else if constexpr (n == 15) {
+        const auto& [a, b, c, d, e, g, h, i, j, k, l, m, o, p, q] = v;
+        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); f(l); f(m); f(o); f(p);
+        f(q); }
+    else {
+        static_assert(n == 16, "a record of more than 16 fields needs a longer list here");
+        const auto& [a, b, c, d, e, g, h, i, j, k, l, m, o, p, q, r] = v;
+        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); f(l); f(m); f(o); f(p);
+        f(q); f(r); }
+    // clang-format on
+}
+
+} // namespace detail
+
+/// Folds every byte of `v` that a host could look at into a number. All
+/// overloads are declared first so that nested containers find each other.
+template <class T>
+quint64 touch(const T& v);
+inline quint64 touch(const QString& s);
+inline quint64 touch(const QByteArray& b);
+inline quint64 touch(const QDate& d);
+inline quint64 touch(const QVariant& v);
+inline quint64 touch(const QStringList& list);
+template <class T>
+quint64 touch(const QList<T>& list);
+template <class T>
+quint64 touch(const QVector<T>& list);
+template <class K, class V>
+quint64 touch(const QMap<K, V>& map);
+template <class K, class V>
+quint64 touch(const QHash<K, V>& map);
+template <class A, class B>
+quint64 touch(const QPair<A, B>& p);
+
+inline quint64 touch(const QString& s) { return quint64(s.size()) * 31u + qHash(s); }
+inline quint64 touch(const QByteArray& b) { return quint64(b.size()) * 31u + qHash(b); }
+inline quint64 touch(const QDate& d) { return quint64(d.toJulianDay()); }
+inline quint64 touch(const QVariant& v) { return quint64(v.userType()) + touch(v.toString()); }
+inline quint64 touch(const QStringList& list)
+{
+    return touch(static_cast<const QList<QString>&>(list));
+}
+
+template <class T>
+quint64 touch(const QList<T>& list)
+{
+    quint64 h = quint64(list.size());
+    for (const T& x : list) h = h * 31u + touch(x);
+    return h;
+}
+
+template <class T>
+quint64 touch(const QVector<T>& list)
+{
+    quint64 h = quint64(list.size());
+    for (const T& x : list) h = h * 31u + touch(x);
+    return h;
+}
+
+template <class K, class V>
+quint64 touch(const QMap<K, V>& map)
+{
+    quint64 h = quint64(map.size());
+    for (auto it = map.cbegin(); it != map.cend(); ++it) h = h * 31u + touch(it.key()) + touch(*it);
+    return h;
+}
+
+template <class K, class V>
+quint64 touch(const QHash<K, V>& map)
+{
+    quint64 h = quint64(map.size());
+    for (auto it = map.cbegin(); it != map.cend(); ++it) h += touch(it.key()) * 7u + touch(*it);
+    return h;
+}
+
+template <class A, class B>
+quint64 touch(const QPair<A, B>& p)
+{
+    return touch(p.first) * 31u + touch(p.second);
+}
+
+template <class T>
+quint64 touch(const T& v)
+{
+    if constexpr (std::is_floating_point_v<T>) {
+        quint64 bits = 0;
+        std::memcpy(&bits, &v, sizeof(T) < sizeof(bits) ? sizeof(T) : sizeof(bits));
+        return bits;
+    } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
+        return quint64(v);
+    } else if constexpr (std::is_aggregate_v<T>) {
+        quint64 h = 0;
+        detail::forEachField(v, [&h](const auto& field) { h = h * 31u + touch(field); });
+        return h;
+    } else {
+        // A value class without visible fields (a packed word, say): its bytes.
+        const auto* p = reinterpret_cast<const unsigned char*>(&v);
+        quint64 h = 0;
+        for (std::size_t i = 0; i < sizeof(T); ++i) h = h * 31u + p[i];
+        return h;
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Observing calls
+// ---------------------------------------------------------------------------
+
+/// The values of one callback call, comparable with those of another.
+struct Values
+{
+    virtual ~Values() = default;
+    virtual bool equals(const Values& other) const = 0;
+};
+
+template <class... A>
+struct ValueTuple : Values
+{
+    explicit ValueTuple(const A&... a) : values(a...) {}
+    bool equals(const Values& other) const override
+    {
+        const auto* o = dynamic_cast<const ValueTuple*>(&other);
+        return o && o->values == values;
+    }
+    std::tuple<A...> values;
+};
+
+/// One callback call as recorded by an Observer.
+struct Call
+{
+    Cb id;
+    std::shared_ptr<const Values> values;
+
+    bool operator==(const Call& o) const { return id == o.id && values->equals(*o.values); }
+    bool operator!=(const Call& o) const { return !(*this == o); }
+};
+
+/// The context of every sink. Counts the calls; with `record` set it also
+/// keeps each call with a copy of its values.
+struct Observer
+{
+    bool record = false;
+    int calls = 0;
+    quint64 touched = 0; // folded values, so that no read is optimised away
+    QVector<Call> log;
+};
+
+template <Cb id, class F>
+struct Sink;
+
+template <Cb id, class... A>
+struct Sink<id, void (*)(void*, A...)>
+{
+    static void call(void* ctx, A... a)
+    {
+        auto* o = static_cast<Observer*>(ctx);
+        quint64 h = 0;
+        ((h = h * 31u + touch(a)), ...);
+        if (!o) return;
+        o->calls++;
+        o->touched += h;
+        if (o->record)
+            o->log.append({id, std::make_shared<const ValueTuple<std::decay_t<A>...>>(a...)});
+    }
+};
+
+/// Registers a sink for every callback slot of `r` and makes `observer` the
+/// context of every callback.
+inline void attachAll(KZProtocolResolver& r, Observer* observer)
+{
+    r.setReceiveData(observer);
+#define KZ_CALLBACK(Type) r.set##Type(&Sink<Cb::Type, KZProtocolResolver::Type>::call);
+#include "callbacks.def"
+#undef KZ_CALLBACK
+}
+
+/// The number of callback slots.
+constexpr int callbackCount()
+{
+    int n = 0;
+#define KZ_CALLBACK(Type) ++n;
+#include "callbacks.def"
+#undef KZ_CALLBACK
+    return n;
+}
+
+} // namespace kzfuzz
+
+#endif // KZ_FUZZ_SINKS_H
