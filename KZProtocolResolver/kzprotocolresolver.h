@@ -43,15 +43,19 @@ class KZProtocolResolverPrivate;
 /// **Threads.** The resolver owns no thread and no socket; everything runs
 /// on the caller's thread. The rules:
 /// - encoders of one resolver are called from one thread at a time (they
-///   share the sequence counter);
+///   share the sequence counter); the pack-result callback runs inside the
+///   encoder, on its thread;
 /// - parseReceive() of one resolver is called from one thread at a time;
 /// - sending and receiving may run on two different threads: one thread may
 ///   call encoders while another feeds parseReceive() on the same resolver;
 /// - message callbacks run inside parseReceive(), on its thread, with the
 ///   resolver's event lock held. A callback may call encoders (to answer a
-///   request, say). A callback that calls parseReceive() on the same
-///   resolver has its bytes processed after the current block, before the
-///   outer call returns;
+///   request, say), but only where no other thread is sending on that
+///   resolver at the same time. A callback that calls parseReceive() on the
+///   same resolver has its bytes processed after the current block, before
+///   the outer call returns;
+/// - the setters (context pointer, pack-result and message callbacks) are
+///   not synchronised: call them before sending and receiving start;
 /// - distinct resolvers share nothing and may run on any threads.
 ///
 /// Typical host:
