@@ -4,17 +4,17 @@
 // decoders in its own source file.
 #include "kzprotocolresolver_p.h"
 
-#define KZ_DROP(name) \
+#define KZ_DROP(name)                                                                              \
     void KZProtocolResolverPrivate::decode##name(uchar, kz::Reader&) {}
 
 #define KZ_FAMILY_Session(name)
-#define KZ_FAMILY_Users(name) KZ_DROP(name)
-#define KZ_FAMILY_Groups(name) KZ_DROP(name)
-#define KZ_FAMILY_Operators(name) KZ_DROP(name)
-#define KZ_FAMILY_Permissions(name) KZ_DROP(name)
-#define KZ_FAMILY_MacRegistry(name) KZ_DROP(name)
-#define KZ_FAMILY_MacStatus(name) KZ_DROP(name)
-#define KZ_FAMILY_Remote(name) KZ_DROP(name)
+#define KZ_FAMILY_Users(name)
+#define KZ_FAMILY_Groups(name)
+#define KZ_FAMILY_Operators(name)
+#define KZ_FAMILY_Permissions(name)
+#define KZ_FAMILY_MacRegistry(name)
+#define KZ_FAMILY_MacStatus(name)
+#define KZ_FAMILY_Remote(name)
 #define KZ_FAMILY_Plans(name) KZ_DROP(name)
 #define KZ_FAMILY_Workshop(name) KZ_DROP(name)
 #define KZ_FAMILY_Stops(name) KZ_DROP(name)

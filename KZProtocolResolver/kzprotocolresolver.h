@@ -142,17 +142,488 @@ public:
     // Each message family has its section; a family adds its declarations
     // just above its own marker line.
 
+    /// \name Users
+    /// The user accounts: adding, deleting and editing users, their
+    /// permission value and visible groups, and the full user list.
+    ///@{
+    using LanAddUserCB = void (*)(void* ctx, const QString& name, const QString& text2,
+                                  const QString& text3, const QString& lv1Group,
+                                  const QString& lv2Group, bool flag);
+    using LanAddUserResultCB = void (*)(void* ctx, const user_info& user);
+    using LanDeleteUserCB = void (*)(void* ctx, const QStringList& names);
+    using LanDeleteUserResultCB = void (*)(void* ctx, bool ok, const QStringList& names);
+    using LanUpdateClientCB = void (*)(void* ctx, const QString& s1, const QString& s2,
+                                       const QString& s3, const QString& s4, const QString& s5,
+                                       const QString& s6, bool b1, bool b2);
+    using LanUpdateClientResultCB = void (*)(void* ctx, bool ok, const QString& s1,
+                                             const QString& s2, const QString& s3,
+                                             const QString& s4, const QString& s5,
+                                             const QString& s6, bool b1, bool b2);
+    using LanUpdateUserPermissionCB = void (*)(void* ctx, const QString& name, int permission);
+    using LanUpdateUserPermissionResultCB = void (*)(void* ctx, bool ok, const QString& name,
+                                                     int permission);
+    using LanUpdateUserGroupPermissionCB = void (*)(void* ctx, const QString& name,
+                                                    const QMap<QString, QStringList>& groups);
+    using LanUpdateUserGroupPermissionResultCB = void (*)(void* ctx, bool ok, const QString& name,
+                                                          const QMap<QString, QStringList>& groups);
+    using LanUserInfoCB = void (*)(void* ctx, const QList<user_info>& users);
+
+    /// Asks to add a user to the group pair (lv1Group, lv2Group).
+    void lanAddUser(const QString& name, const QString& text2, const QString& text3,
+                    const QString& lv1Group, const QString& lv2Group, bool flag);
+    /// Answers an added user with the record as stored (no success flag).
+    void lanAddUserResult(const user_info& user);
+    /// Asks to delete users.
+    void lanDeleteUser(const QStringList& names);
+    /// Answers a user deletion.
+    void lanDeleteUserResponse(bool ok, const QStringList& names);
+    /// Asks to update a client account (six strings and two flags).
+    void lanUpdateClient(const QString& s1, const QString& s2, const QString& s3, const QString& s4,
+                         const QString& s5, const QString& s6, bool b1, bool b2);
+    /// Answers a client update.
+    void lanUpdateClientResponse(bool ok, const QString& s1, const QString& s2, const QString& s3,
+                                 const QString& s4, const QString& s5, const QString& s6, bool b1,
+                                 bool b2);
+    /// Asks to set a user's permission value.
+    void lanUpdateUserPermission(const QString& name, int permission);
+    /// Answers a permission change.
+    void lanUpdateUserPermissionResponse(bool ok, const QString& name, int permission);
+    /// Asks to set the groups a user may see (first-level name to its
+    /// second-level names).
+    void lanUpdateUserGroupPermission(const QString& name,
+                                      const QMap<QString, QStringList>& groups);
+    /// Answers a change of visible groups.
+    void lanUpdateUserGroupPermissionResponse(bool ok, const QString& name,
+                                              const QMap<QString, QStringList>& groups);
+    /// Pushes the user list, grouped by (lv1Group, lv2Group) in order of
+    /// first appearance; a repeated name within one group pair is sent once
+    /// (the first record wins). There is no reply.
+    void lanUserInfo(const QList<user_info>& users);
+    /// Called for a request to add a user.
+    void setLanAddUserCB(LanAddUserCB fn);
+    /// Called for an added user.
+    void setLanAddUserResultCB(LanAddUserResultCB fn);
+    /// Called for a request to delete users.
+    void setLanDeleteUserCB(LanDeleteUserCB fn);
+    /// Called for a deletion reply.
+    void setLanDeleteUserResultCB(LanDeleteUserResultCB fn);
+    /// Called for a request to update a client account.
+    void setLanUpdateClientCB(LanUpdateClientCB fn);
+    /// Called for a client update reply.
+    void setLanUpdateClientResultCB(LanUpdateClientResultCB fn);
+    /// Called for a request to set a user's permission value.
+    void setLanUpdateUserPermissionCB(LanUpdateUserPermissionCB fn);
+    /// Called for a permission change reply.
+    void setLanUpdateUserPermissionResultCB(LanUpdateUserPermissionResultCB fn);
+    /// Called for a request to set a user's visible groups.
+    void setLanUpdateUserGroupPermissionCB(LanUpdateUserGroupPermissionCB fn);
+    /// Called for a visible-groups reply.
+    void setLanUpdateUserGroupPermissionResultCB(LanUpdateUserGroupPermissionResultCB fn);
+    /// Called for a user list, flattened back in payload order (group by
+    /// group), each record with its two group names.
+    void setLanUserInfoCB(LanUserInfoCB fn);
+    ///@}
+
     // @@users@@
+
+    /// \name Groups and ordering
+    /// The two-level group tree (first-level groups holding second-level
+    /// groups): creating groups, reports of renamed, removed and reordered
+    /// groups, reordering items, and moving users, machines and operators
+    /// between groups.
+    ///@{
+    using LanAddGroupCB = void (*)(void* ctx, const QStringList& lv1Names,
+                                   const QMap<QString, QStringList>& lv2ByLv1);
+    using LanAddGroupResultCB = void (*)(void* ctx);
+    using LanRemoveLv1GroupResultCB = void (*)(void* ctx, const QString& a);
+    using LanRemoveLv2GroupResultCB = void (*)(void* ctx, const QString& a, const QString& b);
+    using LanUpdateLv1GroupResultCB = void (*)(void* ctx, const QString& a, const QString& b);
+    using LanUpdateLv2GroupResultCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                               const QString& c);
+    using LanSortGroupResultCB = void (*)(void* ctx, const QString& a, const QStringList& items);
+    using LanSortItemCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                   const QStringList& items);
+    using LanSortItemResultCB = void (*)(void* ctx, bool ok, const QString& a, const QString& b,
+                                         const QStringList& items);
+    using LanMoveUserToGroupCB = void (*)(void* ctx, const QStringList& names, const QString& lv1,
+                                          const QString& lv2);
+    using LanMoveUserToGroupResultCB = void (*)(void* ctx, bool ok, const QStringList& names,
+                                                const QString& lv1, const QString& lv2);
+    using LanMoveMacToGroupCB = LanMoveUserToGroupCB;
+    using LanMoveMacToGroupResultCB = LanMoveUserToGroupResultCB;
+    using LanMoveOperatorToGroupCB = LanMoveUserToGroupCB;
+    using LanMoveOperatorToGroupResultCB = LanMoveUserToGroupResultCB;
+
+    /// Asks to create groups: the first-level names in order, each with the
+    /// second-level names that `lv2ByLv1` holds for it (none if it has no
+    /// entry). Map entries for names not in the list are not sent.
+    void lanAddGroup(const QStringList& lv1Names, const QMap<QString, QStringList>& lv2ByLv1);
+    /// Acknowledges created groups (empty payload).
+    void lanAddGroupResponse();
+    /// Reports a removed first-level group.
+    void lanRemoveLv1GroupResponse(const QString& a);
+    /// Reports a removed second-level group (first-level name, second-level name).
+    void lanRemoveLv2GroupResponse(const QString& a, const QString& b);
+    /// Reports a renamed first-level group (old name, new name).
+    void lanUpdateLv1GroupResponse(const QString& a, const QString& b);
+    /// Reports a renamed second-level group (first-level name, old name, new name).
+    void lanUpdateLv2GroupResponse(const QString& a, const QString& b, const QString& c);
+    /// Reports reordered groups: the scope and the items in their new order.
+    void lanSortGroupResponse(const QString& a, const QStringList& items);
+    /// Asks to reorder the items of a scope (a, b).
+    void lanSortItem(const QString& a, const QString& b, const QStringList& items);
+    /// Answers a reordering.
+    void lanSortItemResponse(bool ok, const QString& a, const QString& b, const QStringList& items);
+    /// Asks to move users to the group pair (lv1, lv2).
+    void lanMoveUserToGroup(const QStringList& names, const QString& lv1, const QString& lv2);
+    /// Answers a user move.
+    void lanMoveUserToGroupResponse(bool ok, const QStringList& names, const QString& lv1,
+                                    const QString& lv2);
+    /// Asks to move machines to the group pair (lv1, lv2).
+    void lanMoveMacToGroup(const QStringList& macs, const QString& lv1, const QString& lv2);
+    /// Answers a machine move.
+    void lanMoveMacToGroupResponse(bool ok, const QStringList& macs, const QString& lv1,
+                                   const QString& lv2);
+    /// Asks to move operators to the group pair (lv1, lv2).
+    void lanMoveOperatorToGroup(const QStringList& operators, const QString& lv1,
+                                const QString& lv2);
+    /// Answers an operator move.
+    void lanMoveOperatorToGroupResponse(bool ok, const QStringList& operators, const QString& lv1,
+                                        const QString& lv2);
+    /// Called for a request to create groups; every name sent maps to its
+    /// list, an empty one included.
+    void setLanAddGroupCB(LanAddGroupCB fn);
+    /// Called for a group-creation acknowledgement.
+    void setLanAddGroupResultCB(LanAddGroupResultCB fn);
+    /// Called for a removed first-level group.
+    void setLanRemoveLv1GroupResultCB(LanRemoveLv1GroupResultCB fn);
+    /// Called for a removed second-level group.
+    void setLanRemoveLv2GroupResultCB(LanRemoveLv2GroupResultCB fn);
+    /// Called for a renamed first-level group.
+    void setLanUpdateLv1GroupResultCB(LanUpdateLv1GroupResultCB fn);
+    /// Called for a renamed second-level group.
+    void setLanUpdateLv2GroupResultCB(LanUpdateLv2GroupResultCB fn);
+    /// Called for reordered groups.
+    void setLanSortGroupResultCB(LanSortGroupResultCB fn);
+    /// Called for a request to reorder items.
+    void setLanSortItemCB(LanSortItemCB fn);
+    /// Called for a reordering reply.
+    void setLanSortItemResultCB(LanSortItemResultCB fn);
+    /// Called for a request to move users.
+    void setLanMoveUserToGroupCB(LanMoveUserToGroupCB fn);
+    /// Called for a user move reply.
+    void setLanMoveUserToGroupResultCB(LanMoveUserToGroupResultCB fn);
+    /// Called for a request to move machines.
+    void setLanMoveMacToGroupCB(LanMoveMacToGroupCB fn);
+    /// Called for a machine move reply.
+    void setLanMoveMacToGroupResultCB(LanMoveMacToGroupResultCB fn);
+    /// Called for a request to move operators.
+    void setLanMoveOperatorToGroupCB(LanMoveOperatorToGroupCB fn);
+    /// Called for an operator move reply.
+    void setLanMoveOperatorToGroupResultCB(LanMoveOperatorToGroupResultCB fn);
+    ///@}
 
     // @@groups@@
 
+    /// \name Operators
+    /// The people who work at the machines: adding them one by one or in
+    /// bulk, editing and deleting them, their login state, the full table.
+    ///@{
+    using LanAddOperatorUserCB = void (*)(void* ctx, const QString& s1, const QString& s2,
+                                          const QString& s3, const QString& s4, const QString& s5);
+    using LanAddOperatorUserResultCB = void (*)(void* ctx, bool ok, const QString& s1,
+                                                const QString& s2, const QString& s3,
+                                                const QString& s4, const QString& s5, bool b1,
+                                                bool b2);
+    using LanAddOperatorUsersCB = void (*)(void* ctx, const QList<QVariant>& rows);
+    using LanAddOperatorUsersResultCB = void (*)(void* ctx, bool ok, const QList<QVariant>& rows);
+    using LanUpdateOperatorCB = void (*)(void* ctx, const QString& s1, const QString& s2,
+                                         const QString& s3, const QString& s4, const QString& s5,
+                                         bool b1, bool b2);
+    using LanUpdateOperatorResultCB = void (*)(void* ctx, bool ok, const QString& s1,
+                                               const QString& s2, const QString& s3,
+                                               const QString& s4, const QString& s5, bool b1,
+                                               bool b2);
+    using LanUpdateOperatorUserLoginResultCB = void (*)(void* ctx, const QString& name, bool state);
+    using LanDeleteOperatorUserCB = void (*)(void* ctx, const QStringList& names);
+    using LanDeleteOperatorUserResultCB = void (*)(void* ctx, bool ok, const QStringList& names);
+    using LanOperatorUserInfoCB = void (*)(void* ctx, const QStringList& order,
+                                           const QMap<QString, operator_user>& table);
+
+    /// Asks to add an operator (the five operator strings, name first).
+    void lanAddOperatorUser(const QString& s1, const QString& s2, const QString& s3,
+                            const QString& s4, const QString& s5);
+    /// Answers an added operator.
+    void lanAddOperatorUserResponse(bool ok, const QString& s1, const QString& s2,
+                                    const QString& s3, const QString& s4, const QString& s5,
+                                    bool b1, bool b2);
+    /// Asks to add operators in bulk: each row is a QVariantList whose first
+    /// five items are sent as text (missing items as empty text).
+    void lanAddOperatorUsers(const QList<QVariant>& rows);
+    /// Answers a bulk addition.
+    void lanAddOperatorUsersResponse(bool ok, const QList<QVariant>& rows);
+    /// Asks to update an operator (five strings, two flags).
+    void lanUpdateOperator(const QString& s1, const QString& s2, const QString& s3,
+                           const QString& s4, const QString& s5, bool b1, bool b2);
+    /// Answers an operator update.
+    void lanUpdateOperatorResponse(bool ok, const QString& s1, const QString& s2, const QString& s3,
+                                   const QString& s4, const QString& s5, bool b1, bool b2);
+    /// Reports an operator's login state.
+    void lanUpdateOperatorUserLoginResponse(const QString& name, bool state);
+    /// Asks to delete operators.
+    void lanDeleteOperatorUser(const QStringList& names);
+    /// Answers an operator deletion.
+    void lanDeleteOperatorUserResponse(bool ok, const QStringList& names);
+    /// Pushes the operator table: one entry per name of `order`, in that
+    /// order, with the record `table` holds under it (a default record if
+    /// none) and the name from `order`. There is no reply.
+    void lanOperatorUserInfo(const QStringList& order, const QMap<QString, operator_user>& table);
+    /// Called for a request to add an operator.
+    void setLanAddOperatorUserCB(LanAddOperatorUserCB fn);
+    /// Called for an added-operator reply.
+    void setLanAddOperatorUserResultCB(LanAddOperatorUserResultCB fn);
+    /// Called for a bulk addition; each row arrives as a QVariantList of
+    /// five QString items.
+    void setLanAddOperatorUsersCB(LanAddOperatorUsersCB fn);
+    /// Called for a bulk addition reply (rows as for the request).
+    void setLanAddOperatorUsersResultCB(LanAddOperatorUsersResultCB fn);
+    /// Called for a request to update an operator.
+    void setLanUpdateOperatorCB(LanUpdateOperatorCB fn);
+    /// Called for an operator update reply.
+    void setLanUpdateOperatorResultCB(LanUpdateOperatorResultCB fn);
+    /// Called for an operator's login state.
+    void setLanUpdateOperatorUserLoginResultCB(LanUpdateOperatorUserLoginResultCB fn);
+    /// Called for a request to delete operators.
+    void setLanDeleteOperatorUserCB(LanDeleteOperatorUserCB fn);
+    /// Called for an operator deletion reply.
+    void setLanDeleteOperatorUserResultCB(LanDeleteOperatorUserResultCB fn);
+    /// Called for an operator table: the names in payload order and each
+    /// record under its name.
+    void setLanOperatorUserInfoCB(LanOperatorUserInfoCB fn);
+    ///@}
+
     // @@operators@@
+
+    /// \name Permissions
+    /// Per-machine permission entries: querying, adding, editing, deleting
+    /// them, and the outcome of setting them. Power values are 32-bit words
+    /// laid out as fctp_user2_power.
+    ///@{
+    using LanQueryPermissionCB = void (*)(void* ctx, const QStringList& keys);
+    using LanQueryPermissionResultCB = void (*)(void* ctx, const QList<mac_user_power>& entries);
+    using LanAddPermissionCB = void (*)(void* ctx, const QStringList& keys, const QString& target,
+                                        unsigned int power);
+    using LanEditPermissionCB = void (*)(void* ctx, const QMap<QString, QStringList>& scope,
+                                         const QString& target, unsigned int power);
+    using LanDelPermissionCB = void (*)(void* ctx, const QMap<QString, QStringList>& scope);
+    using LanSetPermissionResultCB = void (*)(void* ctx, bool ok, const QString& target,
+                                              const QMap<QString, fctp_user2_power>& powers);
+
+    /// Asks for the permission entries of `keys`.
+    void lanQueryPermission(const QStringList& keys);
+    /// Answers a permission query.
+    void lanQueryPermissionResult(const QList<mac_user_power>& entries);
+    /// Asks to add a permission for `target` on `keys`.
+    void lanAddPermission(const QStringList& keys, const QString& target, unsigned int power);
+    /// Asks to edit the permission of `target` in `scope` (first-level group
+    /// to its second-level groups).
+    void lanEditPermission(const QMap<QString, QStringList>& scope, const QString& target,
+                           unsigned int power);
+    /// Asks to delete the permissions in `scope`.
+    void lanDelPermission(const QMap<QString, QStringList>& scope);
+    /// Reports the outcome of setting permissions. Goes out with the request
+    /// flag: this message has no request form.
+    void lanSetPermissionResult(bool ok, const QString& target,
+                                const QMap<QString, fctp_user2_power>& powers);
+    /// Called for a permission query.
+    void setLanQueryPermissionCB(LanQueryPermissionCB fn);
+    /// Called for a permission query reply.
+    void setLanQueryPermissionResultCB(LanQueryPermissionResultCB fn);
+    /// Called for a request to add a permission.
+    void setLanAddPermissionCB(LanAddPermissionCB fn);
+    /// Called for a request to edit a permission.
+    void setLanEditPermissionCB(LanEditPermissionCB fn);
+    /// Called for a request to delete permissions.
+    void setLanDelPermissionCB(LanDelPermissionCB fn);
+    /// Called for the outcome of setting permissions, whichever flag the
+    /// peer sent it with (this library sends the request flag).
+    void setLanSetPermissionResultCB(LanSetPermissionResultCB fn);
+    ///@}
 
     // @@permissions@@
 
+    /// \name Machine registry
+    /// The machines known to the server, filed in the same two-level group
+    /// tree as users; adding, editing, deleting and logging in machines.
+    ///@{
+    using LanMacInfoCB = void (*)(void* ctx, const QList<mac_info>& macs);
+    using LanMacInfoResultCB = void (*)(void* ctx);
+    using LanAddNewMacResultCB = void (*)(void* ctx, const mac_info& mac);
+    using LanEditMacCB = void (*)(void* ctx, const QString& a, const QString& b);
+    using LanDeleteMacCB = void (*)(void* ctx, const QStringList& macs);
+    using LanDeleteMacResultCB = void (*)(void* ctx, bool ok, const QStringList& macs);
+    using LanMacLoginResultCB = void (*)(void* ctx, const QString& mac);
+
+    /// Sends the machine list grouped by (lv1Group, lv2Group) in order of
+    /// first appearance; a repeated mac within one group pair is sent once
+    /// (the first record wins).
+    void lanMacInfo(const QList<mac_info>& macs);
+    /// Acknowledges a machine list (empty payload).
+    void lanMacInfoResponse();
+    /// Reports a newly added machine (`value7` is not carried).
+    void lanAddNewMacResponse(const mac_info& mac);
+    /// Edits a machine (most likely: a machine and its new value).
+    void lanEditMac(const QString& a, const QString& b);
+    /// Asks to delete machines.
+    void lanDeleteMac(const QStringList& macs);
+    /// Answers a machine deletion.
+    void lanDeleteMacResponse(bool ok, const QStringList& macs);
+    /// Acknowledges a machine's login.
+    void lanMacLoginResponse(const QString& mac);
+    /// Called for a machine list, in payload order, repeated macs of a group
+    /// pair skipped.
+    void setLanMacInfoCB(LanMacInfoCB fn);
+    /// Called for a machine-list acknowledgement.
+    void setLanMacInfoResultCB(LanMacInfoResultCB fn);
+    /// Called for a new machine; its `value7` is 0 and `code` keeps the low
+    /// 8 bits of the number sent.
+    void setLanAddNewMacResultCB(LanAddNewMacResultCB fn);
+    /// Called for a machine edit.
+    void setLanEditMacCB(LanEditMacCB fn);
+    /// Called for a deletion request.
+    void setLanDeleteMacCB(LanDeleteMacCB fn);
+    /// Called for a deletion reply.
+    void setLanDeleteMacResultCB(LanDeleteMacResultCB fn);
+    /// Called for a machine-login acknowledgement.
+    void setLanMacLoginResultCB(LanMacLoginResultCB fn);
+    ///@}
+
     // @@mac registry@@
 
+    /// \name Machine status reports
+    /// State, work log, alarm and abnormal-event counts, run times, daily
+    /// totals, axis speed, bobbin thread and plan changes of machines.
+    ///@{
+    using LanMacStateResultCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                         unsigned char state, const QString& c);
+    using LanMacWorkLogCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                     const QString& c, const QList<work_log>& logs,
+                                     const QMap<QString, int>& counts,
+                                     const QMap<QString, oee_process_data>& processes);
+    using LanMacWorkLogResultCB = void (*)(void* ctx);
+    using LanMacAbnormalResultCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                            const QMap<int, int>& counts, const QString& c, int n);
+    using LanMacAlarmLogResultCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                            const QMap<QString, int>& counts);
+    using LanMacDateTotalCB = void (*)(void* ctx, const QMap<QString, int>& totals);
+    using LanMacRunTimeResultCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                           const QMap<QString, int>& times);
+    using LanMacUpdateAxisSpeedResultCB = void (*)(void* ctx, const QString& mac, int speed);
+    using LanMacUpdateBobbinThreadResultCB = void (*)(void* ctx, const QString& mac, int x, int y);
+    using LanUpdateMacPlanResultCB = void (*)(void* ctx, const QString& a, const QString& b, int n);
+
+    /// Reports a machine's state (a raw byte, not a boolean).
+    void lanMacStateResponse(const QString& a, const QString& b, unsigned char state,
+                             const QString& c);
+    /// Sends a work log with its per-process figures and its counts. The
+    /// figures travel as text with six significant digits. Sends nothing
+    /// when the log's 16-bit count is 0 (an empty log, or 65536 entries);
+    /// of each entry value6 and value7 are not carried.
+    void lanMacWorkLog(const QString& a, const QString& b, const QString& c,
+                       const QList<work_log>& logs, const QMap<QString, int>& counts,
+                       const QMap<QString, oee_process_data>& processes);
+    /// Acknowledges a work log (empty payload).
+    void lanMacWorkLogResponse();
+    /// Reports abnormal-event counts by event key.
+    void lanMacAbnormalResponse(const QString& a, const QString& b, const QMap<int, int>& counts,
+                                const QString& c, int n);
+    /// Reports alarm counts.
+    void lanMacAlarmLogResponse(const QString& a, const QString& b,
+                                const QMap<QString, int>& counts);
+    /// Sends daily totals.
+    void lanMacDateTotal(const QMap<QString, int>& totals);
+    /// Reports run times.
+    void lanMacRunTimeResponse(const QString& a, const QString& b, const QMap<QString, int>& times);
+    /// Reports a machine's new axis speed.
+    void lanMacUpdateAxisSpeedResponse(const QString& mac, int speed);
+    /// Reports a machine's bobbin-thread change.
+    void lanMacUpdateBobbinThreadResponse(const QString& mac, int x, int y);
+    /// Reports a plan change of a machine.
+    void lanUpdateMacPlanResponse(const QString& a, const QString& b, int n);
+    /// Called for a state report.
+    void setLanMacStateResultCB(LanMacStateResultCB fn);
+    /// Called for a work log; the figures arrive rounded to six significant
+    /// digits, value6 and value7 of each entry are 0.
+    void setLanMacWorkLogCB(LanMacWorkLogCB fn);
+    /// Called for a work-log acknowledgement.
+    void setLanMacWorkLogResultCB(LanMacWorkLogResultCB fn);
+    /// Called for abnormal-event counts.
+    void setLanMacAbnormalResultCB(LanMacAbnormalResultCB fn);
+    /// Called for alarm counts.
+    void setLanMacAlarmLogResultCB(LanMacAlarmLogResultCB fn);
+    /// Called for daily totals.
+    void setLanMacDateTotalCB(LanMacDateTotalCB fn);
+    /// Called for run times.
+    void setLanMacRunTimeResultCB(LanMacRunTimeResultCB fn);
+    /// Called for an axis-speed report.
+    void setLanMacUpdateAxisSpeedResultCB(LanMacUpdateAxisSpeedResultCB fn);
+    /// Called for a bobbin-thread report.
+    void setLanMacUpdateBobbinThreadResultCB(LanMacUpdateBobbinThreadResultCB fn);
+    /// Called for a plan-change report.
+    void setLanUpdateMacPlanResultCB(LanUpdateMacPlanResultCB fn);
+    ///@}
+
     // @@mac status@@
+
+    /// \name Remote panel
+    /// Operating a machine's panel over the LAN: remote mode, screen
+    /// touches, and the panel's page, attribute, image and screen data as
+    /// opaque blocks. A block whose declared size exceeds the data received
+    /// arrives cut at the end of the data.
+    ///@{
+    using LanRemoteSetModeCB = void (*)(void* ctx, const QString& mac, int mode);
+    using LanRemoteSetModeResultCB = void (*)(void* ctx, bool ok, const QString& mac, int valueA,
+                                              int valueB, int valueC);
+    using LanRemoteScreenTouchCB = void (*)(void* ctx, const QString& mac, unsigned char kind,
+                                            unsigned short x, unsigned short y);
+    using LanRemoteUpdatePageResultCB = void (*)(void* ctx, const QString& mac, unsigned int page);
+    using LanRemoteUpdateAttrResultCB = void (*)(void* ctx, const QString& mac,
+                                                 const QByteArray& data);
+    using LanRemoteUpdateImageResultCB = void (*)(void* ctx, const QString& mac,
+                                                  const QByteArray& data);
+    using LanRemoteUpdateScreenResultCB = void (*)(void* ctx, const QString& mac,
+                                                   const QByteArray& data);
+
+    /// Switches a machine's panel mode.
+    void lanRemoteSetMode(const QString& mac, int mode);
+    /// Answers a mode switch (the success byte leads this payload).
+    void lanRemoteSetModeResponse(bool ok, const QString& mac, int valueA, int valueB, int valueC);
+    /// Touches the panel's screen at (x, y).
+    void lanRemoteScreenTouch(const QString& mac, unsigned char kind, unsigned short x,
+                              unsigned short y);
+    /// Reports the panel's page.
+    void lanRemoteUpdatePageResponse(const QString& mac, unsigned int page);
+    /// Sends the panel's attribute data, untouched.
+    void lanRemoteUpdateAttrResponse(const QString& mac, const QByteArray& data);
+    /// Sends a panel image, untouched.
+    void lanRemoteUpdateImageResponse(const QString& mac, const QByteArray& data);
+    /// Sends the panel's screen contents, untouched.
+    void lanRemoteUpdateScreenResponse(const QString& mac, const QByteArray& data);
+    /// Called for a mode switch.
+    void setLanRemoteSetModeCB(LanRemoteSetModeCB fn);
+    /// Called for a mode-switch reply.
+    void setLanRemoteSetModeResultCB(LanRemoteSetModeResultCB fn);
+    /// Called for a screen touch.
+    void setLanRemoteScreenTouchCB(LanRemoteScreenTouchCB fn);
+    /// Called for a page report.
+    void setLanRemoteUpdatePageResultCB(LanRemoteUpdatePageResultCB fn);
+    /// Called for attribute data.
+    void setLanRemoteUpdateAttrResultCB(LanRemoteUpdateAttrResultCB fn);
+    /// Called for an image.
+    void setLanRemoteUpdateImageResultCB(LanRemoteUpdateImageResultCB fn);
+    /// Called for screen contents.
+    void setLanRemoteUpdateScreenResultCB(LanRemoteUpdateScreenResultCB fn);
+    ///@}
 
     // @@remote panel@@
 

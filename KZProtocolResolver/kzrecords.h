@@ -11,6 +11,176 @@
 
 // -- accounts ---------------------------------------------------------------
 
+/// One user account, filed in a (first-level, second-level) group.
+struct user_info
+{
+    QString name;       ///< the account's name; unique inside its group pair
+    QString text2;      ///< second account string (the second string of lanAddUser)
+    QString text3;      ///< third account string (the third string of lanAddUser)
+    int permission = 0; ///< the permission value that lanUpdateUserPermission sets
+    bool flag = false;  ///< the account flag (the boolean of lanAddUser)
+    QString lv1Group;   ///< first-level group that holds the user
+    QString lv2Group;   ///< second-level group (inside lv1Group)
+    /// The groups the user may see: first-level name to its second-level
+    /// names (what lanUpdateUserGroupPermission sets).
+    QMap<QString, QStringList> groupPermission;
+};
+
+inline bool operator==(const user_info& a, const user_info& b)
+{
+    return a.name == b.name && a.text2 == b.text2 && a.text3 == b.text3 &&
+           a.permission == b.permission && a.flag == b.flag && a.lv1Group == b.lv1Group &&
+           a.lv2Group == b.lv2Group && a.groupPermission == b.groupPermission;
+}
+inline bool operator!=(const user_info& a, const user_info& b) { return !(a == b); }
+
+/// One machine operator (a person working at the machines), kept apart from
+/// the user accounts. A default record has empty strings and both flags false.
+struct operator_user
+{
+    QString name;       ///< identifying string: the key of the operator table
+    QString text2;      ///< second operator string
+    QString text3;      ///< third operator string
+    QString text4;      ///< fourth operator string
+    QString text5;      ///< fifth operator string
+    bool flagA = false; ///< first operator flag
+    bool flagB = false; ///< second operator flag
+};
+
+inline bool operator==(const operator_user& a, const operator_user& b)
+{
+    return a.name == b.name && a.text2 == b.text2 && a.text3 == b.text3 && a.text4 == b.text4 &&
+           a.text5 == b.text5 && a.flagA == b.flagA && a.flagB == b.flagB;
+}
+inline bool operator!=(const operator_user& a, const operator_user& b) { return !(a == b); }
+
+/// A permission word: nineteen one-bit flags (bits 0 to 18) and a 13-bit
+/// field (bits 19 to 31). On the wire it is the 32-bit word with each field
+/// at its own bit position; word() and the word constructor convert field by
+/// field, so the conversion does not depend on the compiler's bit-field
+/// layout.
+struct fctp_user2_power
+{
+    unsigned int flag0 : 1;  ///< bit 0
+    unsigned int flag1 : 1;  ///< bit 1
+    unsigned int flag2 : 1;  ///< bit 2
+    unsigned int flag3 : 1;  ///< bit 3
+    unsigned int flag4 : 1;  ///< bit 4
+    unsigned int flag5 : 1;  ///< bit 5
+    unsigned int flag6 : 1;  ///< bit 6
+    unsigned int flag7 : 1;  ///< bit 7
+    unsigned int flag8 : 1;  ///< bit 8
+    unsigned int flag9 : 1;  ///< bit 9
+    unsigned int flag10 : 1; ///< bit 10
+    unsigned int flag11 : 1; ///< bit 11
+    unsigned int flag12 : 1; ///< bit 12
+    unsigned int flag13 : 1; ///< bit 13
+    unsigned int flag14 : 1; ///< bit 14
+    unsigned int flag15 : 1; ///< bit 15
+    unsigned int flag16 : 1; ///< bit 16
+    unsigned int flag17 : 1; ///< bit 17
+    unsigned int flag18 : 1; ///< bit 18
+    unsigned int upper : 13; ///< bits 19 to 31
+
+    /// All flags clear, upper field 0.
+    fctp_user2_power() : fctp_user2_power(0u) {}
+    /// The fields of a 32-bit permission word.
+    explicit fctp_user2_power(quint32 w)
+        : flag0(w & 1), flag1(w >> 1 & 1), flag2(w >> 2 & 1), flag3(w >> 3 & 1), flag4(w >> 4 & 1),
+          flag5(w >> 5 & 1), flag6(w >> 6 & 1), flag7(w >> 7 & 1), flag8(w >> 8 & 1),
+          flag9(w >> 9 & 1), flag10(w >> 10 & 1), flag11(w >> 11 & 1), flag12(w >> 12 & 1),
+          flag13(w >> 13 & 1), flag14(w >> 14 & 1), flag15(w >> 15 & 1), flag16(w >> 16 & 1),
+          flag17(w >> 17 & 1), flag18(w >> 18 & 1), upper(w >> 19)
+    {}
+    /// The 32-bit permission word of these fields.
+    quint32 word() const
+    {
+        return quint32(flag0) | quint32(flag1) << 1 | quint32(flag2) << 2 | quint32(flag3) << 3 |
+               quint32(flag4) << 4 | quint32(flag5) << 5 | quint32(flag6) << 6 |
+               quint32(flag7) << 7 | quint32(flag8) << 8 | quint32(flag9) << 9 |
+               quint32(flag10) << 10 | quint32(flag11) << 11 | quint32(flag12) << 12 |
+               quint32(flag13) << 13 | quint32(flag14) << 14 | quint32(flag15) << 15 |
+               quint32(flag16) << 16 | quint32(flag17) << 17 | quint32(flag18) << 18 |
+               quint32(upper) << 19;
+    }
+};
+
+inline bool operator==(fctp_user2_power a, fctp_user2_power b) { return a.word() == b.word(); }
+inline bool operator!=(fctp_user2_power a, fctp_user2_power b) { return !(a == b); }
+
+/// One per-machine permission entry.
+struct mac_user_power
+{
+    QString key1;           ///< first identifying string of the entry
+    QString key2;           ///< second identifying string
+    QString key3;           ///< third identifying string
+    fctp_user2_power power; ///< the entry's permission bits
+};
+
+inline bool operator==(const mac_user_power& a, const mac_user_power& b)
+{
+    return a.key1 == b.key1 && a.key2 == b.key2 && a.key3 == b.key3 && a.power == b.power;
+}
+inline bool operator!=(const mac_user_power& a, const mac_user_power& b) { return !(a == b); }
+
 // -- machines ---------------------------------------------------------------
+
+/// One machine of the registry, filed in a (first-level, second-level) group.
+struct mac_info
+{
+    QString mac;       ///< the machine's identifying string: the key of every machine message
+    QString text2;     ///< second machine string
+    quint8 code = 0;   ///< a small numeric attribute
+    QString text4;     ///< fourth machine string
+    QString lv1Group;  ///< first-level group that holds the machine
+    QString lv2Group;  ///< second-level group (inside lv1Group)
+    qint32 value7 = 0; ///< a numeric attribute carried only by the full listing (lanMacInfo)
+};
+
+inline bool operator==(const mac_info& a, const mac_info& b)
+{
+    return a.mac == b.mac && a.text2 == b.text2 && a.code == b.code && a.text4 == b.text4 &&
+           a.lv1Group == b.lv1Group && a.lv2Group == b.lv2Group && a.value7 == b.value7;
+}
+inline bool operator!=(const mac_info& a, const mac_info& b) { return !(a == b); }
+
+/// One entry of a machine's work log. lanMacWorkLog carries text1, text2,
+/// value3, value4, text5 and text8; value6 and value7 travel only in the
+/// log queries.
+struct work_log
+{
+    QString text1;     ///< first log string
+    QString text2;     ///< second log string
+    qint32 value3 = 0; ///< first log number
+    qint32 value4 = 0; ///< second log number
+    QString text5;     ///< third log string
+    qint32 value6 = 0; ///< third log number
+    qint32 value7 = 0; ///< fourth log number
+    QString text8;     ///< fourth log string
+};
+
+inline bool operator==(const work_log& a, const work_log& b)
+{
+    return a.text1 == b.text1 && a.text2 == b.text2 && a.value3 == b.value3 &&
+           a.value4 == b.value4 && a.text5 == b.text5 && a.value6 == b.value6 &&
+           a.value7 == b.value7 && a.text8 == b.text8;
+}
+inline bool operator!=(const work_log& a, const work_log& b) { return !(a == b); }
+
+/// Production figures of one process (the value of a map keyed by process
+/// name). The work log carries both figures as text with six significant
+/// digits.
+struct oee_process_data
+{
+    double figure1 = 0; ///< first figure
+    qint32 count = 0;   ///< a count
+    double figure2 = 0; ///< second figure
+};
+
+inline bool operator==(const oee_process_data& a, const oee_process_data& b)
+{
+    return a.figure1 == b.figure1 && a.count == b.count && a.figure2 == b.figure2;
+}
+inline bool operator!=(const oee_process_data& a, const oee_process_data& b) { return !(a == b); }
 
 #endif // KZRESOLVER_KZRECORDS_H
