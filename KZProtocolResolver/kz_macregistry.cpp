@@ -1,3 +1,130 @@
+// Machine registry: the machine list in its group tree, new machines,
+// edits, deletions and machine logins.
+#include "grouping.h"
 #include "kzprotocolresolver_p.h"
 
+#include <QHash>
+#include <QPair>
+#include <QSet>
+
 using namespace kz;
+
+// MacInfo: request u16 n1 { strz lv1, u16 n2 { strz lv2, u16 n3 {
+//              strz mac, strz text2, u8 code, strz text4, i32 value7 } } }
+//          reply (empty)
+void KZProtocolResolver::lanMacInfo(const QList<mac_info>& macs)
+{
+    Payload p(2 + 32 * macs.size());
+    writeGroupTree(p, macs, &mac_info::lv1Group, &mac_info::lv2Group, &mac_info::mac,
+                   [](Payload& out, const mac_info& m) {
+                       out << strz{m.mac} << strz{m.text2} << u8{m.code} << strz{m.text4}
+                           << i32{m.value7};
+                   });
+    d->send(Method::MacInfo, Request, p);
+}
+
+void KZProtocolResolver::lanMacInfoResponse() { d->send(Method::MacInfo, Reply, Payload()); }
+
+void KZProtocolResolverPrivate::decodeMacInfo(uchar flag, Reader& r)
+{
+    if (flag == Reply) return fire(cb.onLanMacInfoResultCB);
+    if (flag != Request) return;
+    QList<mac_info> macs;
+    QHash<QPair<QString, QString>, QSet<QString>> taken; // macs seen per group pair
+    // The first-level count must be positive; the inner counts are only
+    // tested against zero, so a negative one reads on until the data ends.
+    r.forEach(r.count16(), [&] {
+        const QString lv1 = r.strz();
+        for (int groups = r.i16(); groups != 0 && !r.atEnd(); --groups) {
+            const QString lv2 = r.strz();
+            QSet<QString>& seen = taken[qMakePair(lv1, lv2)];
+            for (int n = r.i16(); n != 0 && !r.atEnd(); --n) {
+                mac_info m;
+                m.mac = r.strz();
+                m.text2 = r.strz();
+                m.code = r.u8();
+                m.text4 = r.strz();
+                m.value7 = r.i32();
+                // An entry cut by the end of the data is no machine (after an
+                // oversized or negative count the last one is just the body's
+                // terminating zero).
+                if (r.isShort()) break;
+                if (seen.contains(m.mac)) continue; // the first record of a pair wins
+                seen.insert(m.mac);
+                m.lv1Group = lv1;
+                m.lv2Group = lv2;
+                macs.append(m);
+            }
+        }
+    });
+    fire(cb.onLanMacInfoCB, macs);
+}
+
+// AddNewMac: reply strz mac, strz text2, itext code, strz lv1Group, strz lv2Group, strz text4
+// Unlike the listing, code travels as decimal text and the groups come before text4.
+void KZProtocolResolver::lanAddNewMacResponse(const mac_info& mac)
+{
+    d->send(Method::AddNewMac, Reply,
+            Payload() << strz{mac.mac} << strz{mac.text2} << itext{mac.code} << strz{mac.lv1Group}
+                      << strz{mac.lv2Group} << strz{mac.text4});
+}
+
+void KZProtocolResolverPrivate::decodeAddNewMac(uchar flag, Reader& r)
+{
+    if (flag != Reply) return;
+    mac_info m;
+    m.mac = r.strz();
+    m.text2 = r.strz();
+    m.code = quint8(r.itext()); // invalid text gives 0; above 255 keeps the low 8 bits
+    m.lv1Group = r.strz();
+    m.lv2Group = r.strz();
+    m.text4 = r.strz();
+    fire(cb.onLanAddNewMacResultCB, m);
+}
+
+// EditMac: request strz a, strz b
+void KZProtocolResolver::lanEditMac(const QString& a, const QString& b)
+{
+    d->send(Method::EditMac, Request, Payload() << strz{a} << strz{b});
+}
+
+void KZProtocolResolverPrivate::decodeEditMac(uchar flag, Reader& r)
+{
+    if (flag != Request) return;
+    const QString a = r.strz();
+    const QString b = r.strz();
+    fire(cb.onLanEditMacCB, a, b);
+}
+
+// DeleteMac: request strlist macs | reply strlist macs, flag8 ok
+void KZProtocolResolver::lanDeleteMac(const QStringList& macs)
+{
+    d->send(Method::DeleteMac, Request, Payload() << strlist{macs});
+}
+
+void KZProtocolResolver::lanDeleteMacResponse(bool ok, const QStringList& macs)
+{
+    d->send(Method::DeleteMac, Reply, Payload() << strlist{macs} << flag8{ok});
+}
+
+void KZProtocolResolverPrivate::decodeDeleteMac(uchar flag, Reader& r)
+{
+    const QStringList macs = r.strlist();
+    if (flag == Request)
+        fire(cb.onLanDeleteMacCB, macs);
+    else if (flag == Reply) {
+        const bool ok = r.flag8();
+        fire(cb.onLanDeleteMacResultCB, ok, macs);
+    }
+}
+
+// MacLogin: reply strz mac
+void KZProtocolResolver::lanMacLoginResponse(const QString& mac)
+{
+    d->send(Method::MacLogin, Reply, Payload() << strz{mac});
+}
+
+void KZProtocolResolverPrivate::decodeMacLogin(uchar flag, Reader& r)
+{
+    if (flag == Reply) fire(cb.onLanMacLoginResultCB, r.strz());
+}
