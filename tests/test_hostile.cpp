@@ -22,7 +22,8 @@
 #endif
 #endif
 #ifdef KZ_SANITIZER_HEAP
-#include <sanitizer/allocator_interface.h>
+// The sanitizer runtime's count of bytes allocated and not yet freed.
+extern "C" size_t __sanitizer_get_current_allocated_bytes(void);
 #endif
 
 using kzfuzz::Call;
