@@ -13,6 +13,7 @@
 #include <malloc.h>
 
 #include <cstdio>
+#include <limits>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define KZ_SANITIZER_HEAP 1
@@ -186,6 +187,37 @@ QList<QByteArray> cutAt(const QByteArray& stream, QList<int> cuts)
 }
 
 } // namespace
+
+// ---------------------------------------------------------------------------
+// Sinks (what the fuzz targets and these tests observe callbacks with)
+// ---------------------------------------------------------------------------
+
+namespace {
+struct Figures
+{
+    double figure = 0;
+    int count = 0;
+    QString name;
+    QMap<QString, QList<double>> series;
+};
+} // namespace
+
+TEST(HostileSinks, ReadEveryFieldOfARecordWhateverItsValue)
+{
+    // A negative figure once made the sink's own folding undefined (a double
+    // converted to an unsigned type); see fuzz/regressions/decode_fuzz.
+    const double figures[] = {-8.0, -1e300, std::numeric_limits<double>::quiet_NaN(),
+                              -std::numeric_limits<double>::infinity(), 0.5};
+    for (double f : figures) {
+        const Figures a{f, -3, QStringLiteral("p"), {{QStringLiteral("k"), {f, -f}}}};
+        Figures b = a;
+        EXPECT_EQ(kzfuzz::touch(a), kzfuzz::touch(b));
+        // Every field takes part, the last and the most deeply nested too.
+        b.series[QStringLiteral("k")].append(1.0);
+        EXPECT_NE(kzfuzz::touch(a), kzfuzz::touch(b));
+    }
+    static_assert(kzfuzz::detail::fieldCount<Figures>() == 4, "fields are counted");
+}
 
 // ---------------------------------------------------------------------------
 // Limits
