@@ -13,7 +13,8 @@
 class Demo;
 
 /// One end of the connection: its resolver and its socket.
-struct Peer {
+struct Peer
+{
     const char* name;
     Demo* demo;
     KZProtocolResolver resolver;
