@@ -127,10 +127,13 @@ qint32 Reader::i32()
     return v;
 }
 
+// A flag cut off by the end of the data reads as false: a truncated reply
+// never reports success.
 bool Reader::flag8()
 {
     const Quiet q(this, "flag8");
-    const bool v = u8() == 0;
+    const quint8 b = u8();
+    const bool v = b == 0 && !short_;
     q.done(v ? QStringLiteral("true") : QStringLiteral("false"));
     return v;
 }
@@ -138,7 +141,8 @@ bool Reader::flag8()
 bool Reader::flag8x()
 {
     const Quiet q(this, "flag8");
-    const bool v = (u8() ^ 1) != 0;
+    const quint8 b = u8();
+    const bool v = (b ^ 1) != 0 && !short_;
     q.done(v ? QStringLiteral("true") : QStringLiteral("false"));
     return v;
 }

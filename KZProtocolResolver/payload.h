@@ -134,9 +134,11 @@ public:
     qint16 i16();
     quint32 u32();
     qint32 i32();
-    /// Inverted boolean, zero test: true exactly when the byte is 0.
+    /// Inverted boolean, zero test: true exactly when the byte is 0. A
+    /// flag past the end of the data is false.
     bool flag8();
     /// Inverted boolean, low-bit flip: true unless the byte is 1 (b ^ 1).
+    /// A flag past the end of the data is false.
     bool flag8x();
     QString strz();
     QString str16();

@@ -125,10 +125,12 @@ TEST(Operators, DecodesHandBuiltPayloads)
     // The login state is true only for a 0 byte.
     expectOnly<&R::setLanUpdateOperatorUserLoginResultCB>(
         dispatchBytes<Operators>(unhex("01 11 1f 00 78 00 ff 00")), QStringLiteral("x"), false);
-    // A table announcing two entries that ends inside the first: one record, short fields empty.
+    // A table announcing two entries that ends inside the first: one record, missing texts
+    // empty and missing flags false.
     expectOnly<&R::setLanOperatorUserInfoCB>(
         dispatchBytes<Operators>(unhex("00 11 36 00 02 00 78 00 62")),
         QStringList{QStringLiteral("x")},
         QMap<QString, operator_user>{
-            {QStringLiteral("x"), operator_user{QStringLiteral("x"), kB, {}, {}, {}, true, true}}});
+            {QStringLiteral("x"),
+             operator_user{QStringLiteral("x"), kB, {}, {}, {}, false, false}}});
 }

@@ -90,6 +90,8 @@ TEST(Reader, InvertedFlagRules)
     EXPECT_TRUE(r.flag8x());
     EXPECT_FALSE(r.flag8x());
     EXPECT_TRUE(r.flag8x()); // low-bit flip: 2 ^ 1 is non-zero
+    EXPECT_FALSE(r.flag8()); // past the end: never a success
+    EXPECT_FALSE(r.flag8x());
 }
 
 TEST(Reader, ShortAndMalformedInputStaysInside)

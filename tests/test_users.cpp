@@ -177,9 +177,9 @@ TEST(Users, DecodesHandBuiltAndCutPayloads)
     user_info first = user(QStringLiteral("u1"), QStringLiteral("A"), QStringLiteral("x"));
     first.flag = true;
     first.permission = 7;
-    // Past the end a byte reads as 0, so the cut record's inverted flag reads true.
+    // A flag past the end of the data reads as false.
     user_info cut = user(QStringLiteral("u"), QStringLiteral("A"), QStringLiteral("x"));
-    cut.flag = true;
+    cut.flag = false;
     expectOnly<&R::setLanUserInfoCB>(dispatchBytes<Users>(listed), QList<user_info>{first, cut});
     expectOnly<&R::setLanUserInfoCB>(dispatchBytes<Users>(listed.left(listed.size() - 1)),
                                      QList<user_info>{first});
