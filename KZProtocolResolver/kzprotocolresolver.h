@@ -139,9 +139,6 @@ public:
     void setLanLogoutCB(LanLogoutCB fn);
     ///@}
 
-    // Each message family has its section; a family adds its declarations
-    // just above its own marker line.
-
     /// \name Users
     /// The user accounts: adding, deleting and editing users, their
     /// permission value and visible groups, and the full user list.
@@ -224,7 +221,6 @@ public:
     void setLanUserInfoCB(LanUserInfoCB fn);
     ///@}
 
-    // @@users@@
 
     /// \name Groups and ordering
     /// The two-level group tree (first-level groups holding second-level
@@ -323,7 +319,6 @@ public:
     void setLanMoveOperatorToGroupResultCB(LanMoveOperatorToGroupResultCB fn);
     ///@}
 
-    // @@groups@@
 
     /// \name Operators
     /// The people who work at the machines: adding them one by one or in
@@ -402,7 +397,6 @@ public:
     void setLanOperatorUserInfoCB(LanOperatorUserInfoCB fn);
     ///@}
 
-    // @@operators@@
 
     /// \name Permissions
     /// Per-machine permission entries: querying, adding, editing, deleting
@@ -450,7 +444,6 @@ public:
     void setLanSetPermissionResultCB(LanSetPermissionResultCB fn);
     ///@}
 
-    // @@permissions@@
 
     /// \name Machine registry
     /// The machines known to the server, filed in the same two-level group
@@ -498,7 +491,6 @@ public:
     void setLanMacLoginResultCB(LanMacLoginResultCB fn);
     ///@}
 
-    // @@mac registry@@
 
     /// \name Machine status reports
     /// State, work log, alarm and abnormal-event counts, run times, daily
@@ -573,7 +565,6 @@ public:
     void setLanUpdateMacPlanResultCB(LanUpdateMacPlanResultCB fn);
     ///@}
 
-    // @@mac status@@
 
     /// \name Remote panel
     /// Operating a machine's panel over the LAN: remote mode, screen
@@ -625,9 +616,8 @@ public:
     void setLanRemoteUpdateScreenResultCB(LanRemoteUpdateScreenResultCB fn);
     ///@}
 
-    // @@remote panel@@
 
-    // @@more families@@
+    // Plans and OEE, machine files, logs and statistics: their sections go here.
 
 private:
     KZProtocolResolverPrivate* d;
