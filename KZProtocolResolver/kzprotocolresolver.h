@@ -221,7 +221,6 @@ public:
     void setLanUserInfoCB(LanUserInfoCB fn);
     ///@}
 
-
     /// \name Groups and ordering
     /// The two-level group tree (first-level groups holding second-level
     /// groups): creating groups, reports of renamed, removed and reordered
@@ -319,7 +318,6 @@ public:
     void setLanMoveOperatorToGroupResultCB(LanMoveOperatorToGroupResultCB fn);
     ///@}
 
-
     /// \name Operators
     /// The people who work at the machines: adding them one by one or in
     /// bulk, editing and deleting them, their login state, the full table.
@@ -397,7 +395,6 @@ public:
     void setLanOperatorUserInfoCB(LanOperatorUserInfoCB fn);
     ///@}
 
-
     /// \name Permissions
     /// Per-machine permission entries: querying, adding, editing, deleting
     /// them, and the outcome of setting them. Power values are 32-bit words
@@ -444,7 +441,6 @@ public:
     void setLanSetPermissionResultCB(LanSetPermissionResultCB fn);
     ///@}
 
-
     /// \name Machine registry
     /// The machines known to the server, filed in the same two-level group
     /// tree as users; adding, editing, deleting and logging in machines.
@@ -490,7 +486,6 @@ public:
     /// Called for a machine-login acknowledgement.
     void setLanMacLoginResultCB(LanMacLoginResultCB fn);
     ///@}
-
 
     /// \name Machine status reports
     /// State, work log, alarm and abnormal-event counts, run times, daily
@@ -565,7 +560,6 @@ public:
     void setLanUpdateMacPlanResultCB(LanUpdateMacPlanResultCB fn);
     ///@}
 
-
     /// \name Remote panel
     /// Operating a machine's panel over the LAN: remote mode, screen
     /// touches, and the panel's page, attribute, image and screen data as
@@ -615,7 +609,6 @@ public:
     /// Called for screen contents.
     void setLanRemoteUpdateScreenResultCB(LanRemoteUpdateScreenResultCB fn);
     ///@}
-
 
     // Plans and OEE, machine files, logs and statistics: their sections go here.
 
