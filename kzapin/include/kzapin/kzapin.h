@@ -39,7 +39,8 @@ extern "C" {
 
 /** Type descriptor. Every object starts with a kz_object header whose type
  *  field points at one of these; `parent` makes the is-a chain. */
-typedef struct kz_type {
+typedef struct kz_type
+{
     const char* name;
     const struct kz_type* parent;
     size_t size;
@@ -61,7 +62,8 @@ typedef int (*kz_event_handler)(struct kz_event* e);
 /** Header shared by every object. `handler` and `user` are the caller's:
  *  the engine raises its events through `handler` (initially
  *  kz_protoiot_event_handler) and never touches `user`. */
-typedef struct kz_object {
+typedef struct kz_object
+{
     uint32_t magic; /* private: marks a live kz object */
     const kz_type* type;
     kz_event_handler handler;
@@ -134,7 +136,8 @@ enum {
 /** One event. The pointers are valid only during the handler call and
  *  point at read-only bytes (a body may still lie in the caller's input
  *  buffer): a handler that needs the data later, or changed, copies it. */
-typedef struct kz_event {
+typedef struct kz_event
+{
     int type;
     void* object; /* the engine that raised it */
     const char* name;
@@ -152,7 +155,8 @@ KZAPIN_API int kz_protoiot_event_handler(kz_event* e);
 /* ------------------------------------------------------------------------ */
 
 /** Operation table of the frame engine. */
-typedef struct kz_protoiot_ops {
+typedef struct kz_protoiot_ops
+{
     /** Forgets all receive-side state (buffered bytes, partial bodies).
      *  Called from a handler during input, it also drops the rest of that
      *  input. */
@@ -201,7 +205,8 @@ KZAPIN_API int kz_protocol_pack(void* engine, void* out, int capacity, int seq, 
 
 /** One pending piece. `bytes` holds a zero-terminated text followed by the
  *  data; `total` counts text, terminator and data. */
-typedef struct kz_list_node {
+typedef struct kz_list_node
+{
     struct kz_list_node* next; /* private */
     unsigned flags;
     int seq;
@@ -209,7 +214,8 @@ typedef struct kz_list_node {
     char bytes[]; /* text '\0' data */
 } kz_list_node;
 
-typedef struct kz_list {
+typedef struct kz_list
+{
     kz_list_node* head; /* private */
     kz_list_node* tail; /* private */
     int count;
