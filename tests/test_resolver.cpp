@@ -78,6 +78,16 @@ TEST(Construction, CapacityDefaultsAndOverride)
     for (const QByteArray& f : small.frames) EXPECT_LE(f.size(), 2048);
 }
 
+TEST(Construction, AParentOwnsTheResolver)
+{
+    // The private object shares the resolver's parent; destroying the parent
+    // must free both exactly once.
+    auto* parent = new QObject;
+    auto* r = new KZProtocolResolver(0, parent);
+    EXPECT_EQ(KZProtocolResolverPrivate::get(r)->parent(), parent);
+    delete parent;
+}
+
 TEST(Construction, AccountReceiveDataAndClear)
 {
     KZProtocolResolver r;
