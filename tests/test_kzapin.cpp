@@ -853,6 +853,41 @@ TEST(Receive, HugeClaimsAreDroppedWithoutAllocating)
     EXPECT_EQ(rx.bodies().back(), "after reset");
 }
 
+TEST(Receive, HeadersClaimingHugeFramesEveryFewBytesCostLinearWork)
+{
+    // Well-formed headers, one every 18 bytes, each claiming the largest
+    // frame: checking every one of them over the bytes that follow would
+    // cost a full-frame checksum per 18 bytes received. Once the resync
+    // allowance is spent a failed frame is skipped whole, so this finishes
+    // at once; with a checksum per header it would run for hours.
+    const int maxBody = 4 << 20;
+    Receiver rx(kz_type_new(kz__protoiot, KZ_OPT_MAX_BODY, maxBody, 0));
+    FrameSpec claim;
+    claim.claimedLength = maxBody;
+    const std::string header = headerOnly(claim);
+    std::string attack;
+    while (attack.size() < size_t(3 * maxBody)) attack += header;
+    for (size_t at = 0; at < attack.size(); at += 64 * 1024) rx.feed(attack.substr(at, 64 * 1024));
+    // The last claim still holds the stream until its bytes have come.
+    rx.feed(std::string(maxBody + 64, '\0') + wholeFrame(9, "", "after the flood"));
+    EXPECT_EQ(rx.bodies(), std::vector<std::string>{"after the flood"});
+
+    // Which failed frames are skipped whole depends on the stream alone, not
+    // on how it was cut.
+    const int smallBody = 64 << 10;
+    FrameSpec smallClaim;
+    smallClaim.claimedLength = smallBody;
+    std::string flood = wholeFrame(1, "", "before");
+    while (flood.size() < size_t(4 * smallBody)) flood += headerOnly(smallClaim);
+    flood += std::string(smallBody + 64, '\0') + wholeFrame(2, "", "after");
+    Receiver whole(kz_type_new(kz__protoiot, KZ_OPT_MAX_BODY, smallBody, 0));
+    Receiver bytewise(kz_type_new(kz__protoiot, KZ_OPT_MAX_BODY, smallBody, 0));
+    whole.feed(flood);
+    bytewise.feedBytewise(flood);
+    EXPECT_EQ(whole.bodies(), (std::vector<std::string>{"before", "after"}));
+    EXPECT_EQ(bytewise.events, whole.events);
+}
+
 TEST(Receive, BuffersAtMostOneFrame)
 {
     // A block of many frames arriving after a buffered partial candidate is

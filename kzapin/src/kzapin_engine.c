@@ -22,6 +22,16 @@
 /* A receive buffer larger than this is released once it is empty again, so
  * one big frame does not pin its memory for the life of the engine. */
 #define KZ_RX_KEEP_MAX (64 * 1024)
+/* Checksum work that frames failing their check may cost: a burst, refilled
+ * by this many bytes per byte of stream. A damaged frame is normally left one
+ * byte past its sync marker, so that a frame hidden in it is still found;
+ * once the allowance is spent (a peer sending well-formed headers that claim
+ * huge frames, one every few bytes), a failed frame is skipped whole, which
+ * keeps the work linear in the bytes received. The allowance is refilled by
+ * stream position, not per input call, so it does not depend on how the
+ * stream was cut. */
+#define KZ_RESYNC_BURST ((uint64_t)8 * 1024 * 1024)
+#define KZ_RESYNC_PER_BYTE 8u
 /* Longest piece tag: 0x01 'P' u32 ':' u32 ':' u32 and the terminator. */
 #define KZ_TAG_SIZE 40
 
@@ -58,7 +68,10 @@ typedef struct kz_recv_side
     unsigned char* buf;
     size_t len;
     size_t cap;
-    size_t need; /* length the candidate must reach before it is looked at again */
+    size_t need;               /* length the candidate must reach before it is looked at again */
+    uint64_t resync_allowance; /* checksum work failed frames may still cost */
+    uint64_t resync_mark;      /* stream offset up to which it was refilled */
+    uint64_t stream_in;        /* stream bytes taken in so far */
 
     kz_assembly slots[KZ_ASSEMBLIES_MAX];
     size_t held; /* memory held by all partial bodies */
@@ -115,6 +128,7 @@ kz_object* kz_engine_create(const kz_engine_options* options)
     e->max_body = (uint32_t)options->max_body;
     e->pieces = options->pieces;
     e->max_frame = (size_t)KZ_PIECE_OVERHEAD + KZ_ATTR_MAX + e->max_body;
+    e->recv.resync_allowance = KZ_RESYNC_BURST;
     return &e->obj;
 }
 
@@ -592,7 +606,25 @@ static int parse_header(const kz_engine* e, const unsigned char* p, size_t avail
 /* Handles every complete frame in buf[0, len) and skips what is not a
  * frame. Returns the number of bytes used up; the rest starts with an
  * incomplete candidate that must reach `*need` bytes. */
-static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, size_t* need)
+/* May the failed frame ending at stream offset `end` be left one byte past
+ * its start, at a checksum cost of `cost`? Otherwise it is skipped whole. */
+static int may_resync_inside(kz_recv_side* rs, uint64_t end, size_t cost)
+{
+    if (end > rs->resync_mark) {
+        rs->resync_allowance += (end - rs->resync_mark) * KZ_RESYNC_PER_BYTE;
+        if (rs->resync_allowance > KZ_RESYNC_BURST) rs->resync_allowance = KZ_RESYNC_BURST;
+        rs->resync_mark = end;
+    }
+    if (rs->resync_allowance < cost) {
+        rs->resync_allowance = 0;
+        return 0;
+    }
+    rs->resync_allowance -= cost;
+    return 1;
+}
+
+/* `base` is the stream offset of buf[0]. */
+static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t base, size_t* need)
 {
     size_t pos = 0;
     *need = 0;
@@ -635,7 +667,7 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, size_t* n
         size_t crc_at = h.frame_len - 4;
         if (kz_crc32(0, p, crc_at) != kz_get32(p + crc_at)) {
             notice(e, kz_why_crc, h.frame_len);
-            pos++;
+            pos += may_resync_inside(&e->recv, base + pos + h.frame_len, crc_at) ? 1 : h.frame_len;
             continue;
         }
         const unsigned char* attr = p + h.head;
@@ -699,7 +731,9 @@ static int engine_input(void* engine, const void* bytes, int length)
         if (rs->len == 0) {
             /* Nothing buffered: frames are handled straight from the
              * caller's bytes and only an incomplete tail is kept. */
-            size_t used = scan(e, in, left, &need);
+            const uint64_t base = rs->stream_in;
+            rs->stream_in += left;
+            size_t used = scan(e, in, left, base, &need);
             if (!rs->stop && used < left) {
                 if (!rx_append(e, in + used, left - used)) {
                     notice(e, kz_why_memory, left - used);
@@ -721,8 +755,9 @@ static int engine_input(void* engine, const void* bytes, int length)
         }
         in += take;
         left -= take;
+        rs->stream_in += take;
         if (rs->len < rs->need) continue;
-        size_t used = scan(e, rs->buf, rs->len, &need);
+        size_t used = scan(e, rs->buf, rs->len, rs->stream_in - rs->len, &need);
         if (rs->stop) break;
         rs->len -= used;
         if (rs->len) {
