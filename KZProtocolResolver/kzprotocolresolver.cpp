@@ -51,6 +51,10 @@ void KZProtocolResolver::parseReceive(QByteArray bytes) { d->parseReceive(bytes)
 
 static const char kSourceName[] = "kzprotocolresolver";
 
+// Receive-side problems are one line on the "default" category, without
+// file, line or function, so hosts filter and route them like qDebug().
+static QDebug debugLine() { return QMessageLogger(nullptr, 0, nullptr).debug(); }
+
 KZProtocolResolverPrivate::KZProtocolResolverPrivate(KZProtocolResolver* owner, int capacity,
                                                      QObject* parent)
     : QObject(parent), owner(owner)
@@ -95,8 +99,10 @@ KZProtocolResolverPrivate::~KZProtocolResolverPrivate()
 
 void KZProtocolResolverPrivate::emitFrame(char* buffer, int length)
 {
-    if (packResult && length > 0) {
-        packResult(receiveData, buffer, length); // the host frees it
+    // Every buffer goes to the host, even one the engine could not fill
+    // (length 0): the host owns it and sees that nothing is to be sent.
+    if (packResult && buffer) {
+        packResult(receiveData, buffer, length);
         return;
     }
     std::free(buffer);
@@ -190,18 +196,18 @@ void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
 int KZProtocolResolverPrivate::eventHandler(kz_event* e)
 {
     if (!e || !e->data) {
-        QMessageLogger().debug() << "before reutrn e || e->data nullptr";
+        debugLine() << "before reutrn e || e->data nullptr";
         return 0;
     }
     auto* proto = static_cast<kz_object*>(
         kz_type_cast2(e->object, kz__protocol, "parseReadEvent", kSourceName, 276));
     if (!proto) {
-        QMessageLogger().debug() << "before return proto";
+        debugLine() << "before return proto";
         return 0;
     }
     auto* self = static_cast<KZProtocolResolverPrivate*>(proto->user);
     if (!self) {
-        QMessageLogger().debug() << "before return resolver nullptr";
+        debugLine() << "before return resolver nullptr";
         return 0;
     }
     if (e->type != KZ_EVENT_DATA && e->type != KZ_EVENT_NOTICE) return kz_protoiot_event_handler(e);
@@ -224,9 +230,10 @@ void KZProtocolResolverPrivate::parseReadEvent(ReceivedEvent* record)
 {
     if (record->type != KZ_EVENT_DATA) return; // notices are queued and discarded here
     if (record->data.isNull() || record->length == 0) {
-        QMessageLogger().debug() << "data==nullptr || data_len ==0 and ready to return "
-                                 << static_cast<const void*>(record->data.constData())
-                                 << record->length;
+        debugLine() << "data==nullptr || data_len ==0 and ready to return "
+                    << static_cast<const void*>(record->data.isEmpty() ? nullptr
+                                                                       : record->data.constData())
+                    << record->length;
         return;
     }
     uchar* body = reinterpret_cast<uchar*>(record->data.data());

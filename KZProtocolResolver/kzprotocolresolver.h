@@ -78,8 +78,10 @@ class KZRESOLVER_EXPORT KZProtocolResolver : public QObject
     Q_OBJECT
 
 public:
-    /// Receives every packed outgoing frame. `bytes` was allocated with
-    /// `malloc()` and is now the host's to free.
+    /// Receives every packed outgoing frame: send the first `length` bytes.
+    /// `bytes` was allocated with `malloc()` and is now the host's to free.
+    /// `length` is 0 when the frame could not be packed (a frame capacity
+    /// too small for the frame's header); send nothing then, but free it.
     using PackResultCB = void (*)(void* ctx, char* bytes, int length);
     /// Stored for the host; the resolver never calls it.
     using SendFailDisconnectCB = void (*)(void* ctx);

@@ -37,13 +37,14 @@ QByteArray payloadOf(const QByteArray& stream, int index)
     return bodies[index].mid(4, bodies[index].size() - 5);
 }
 
-static QStringList* g_lines = nullptr;
+static DebugCapture* g_capture = nullptr;
 static QtMessageHandler g_previous = nullptr;
 
 static void handler(QtMsgType type, const QMessageLogContext& ctx, const QString& msg)
 {
-    if (type == QtDebugMsg && g_lines) {
-        g_lines->append(msg);
+    if (type == QtDebugMsg && g_capture) {
+        g_capture->lines.append(msg);
+        g_capture->categories.append(QString::fromLatin1(ctx.category ? ctx.category : "<none>"));
         return;
     }
     if (g_previous) g_previous(type, ctx, msg);
@@ -52,14 +53,14 @@ static void handler(QtMsgType type, const QMessageLogContext& ctx, const QString
 DebugCapture::DebugCapture()
 {
     QLoggingCategory::setFilterRules(QStringLiteral("default.debug=true"));
-    g_lines = &lines;
+    g_capture = this;
     g_previous = qInstallMessageHandler(handler);
 }
 
 DebugCapture::~DebugCapture()
 {
     qInstallMessageHandler(g_previous);
-    g_lines = nullptr;
+    g_capture = nullptr;
 }
 
 QString hex(const QByteArray& b) { return QString::fromLatin1(b.toHex(' ')); }

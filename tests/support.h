@@ -69,13 +69,15 @@ QList<QByteArray> bodiesOf(const QByteArray& stream);
 /// only body in `stream`, or of body `index`.
 QByteArray payloadOf(const QByteArray& stream, int index = 0);
 
-/// Captures the debug lines written while it lives (debug output enabled).
+/// Captures the debug lines written while it lives (debug output enabled),
+/// with the logging category of each.
 class DebugCapture
 {
 public:
     DebugCapture();
     ~DebugCapture();
     QStringList lines;
+    QStringList categories;
 };
 
 /// Hex text of bytes, "00 11 02".

@@ -184,6 +184,19 @@ TEST(PackSend, SmallBodyOverCapacityIsDrainedToo)
     EXPECT_EQ(seen.accounts, QStringList{QString(300, QLatin1Char('y'))});
 }
 
+TEST(PackSend, FrameThatCannotBePackedIsStillHandedOver)
+{
+    // 16-byte frames cannot hold a frame header: the host still gets each
+    // buffer (to free) with length 0, and the sequence counter moves on.
+    FrameSink sink;
+    KZProtocolResolver r(16);
+    sink.attach(r);
+    r.lanLogout(1);
+    r.lanLogout(2);
+    EXPECT_EQ(sink.frames, (QList<QByteArray>{QByteArray(), QByteArray()}));
+    EXPECT_EQ(KZProtocolResolverPrivate::get(&r)->sequence, 2);
+}
+
 TEST(PackSend, DrainHonoursNodeFlags)
 {
     // Engines that leave pieces with their own sequence number (0x02) and
@@ -255,10 +268,10 @@ TEST(Receive, ZeroLengthDataEventIsOneDebugLine)
     rx.setLanLogoutCB(&onLogout);
     DebugCapture debug;
     rx.parseReceive(frameBody(QByteArray()));
-    ASSERT_EQ(debug.lines.size(), 1);
-    EXPECT_TRUE(debug.lines[0].startsWith(
-        QStringLiteral("data==nullptr || data_len ==0 and ready to return ")));
-    EXPECT_TRUE(debug.lines[0].endsWith(QStringLiteral(" 0")));
+    // The text keeps its trailing blank, then the (null) data and the length.
+    EXPECT_EQ(debug.lines, QStringList{QStringLiteral(
+                               "data==nullptr || data_len ==0 and ready to return  0x0 0")});
+    EXPECT_EQ(debug.categories, QStringList{QStringLiteral("default")});
     EXPECT_TRUE(seen.logouts.isEmpty());
 }
 
@@ -279,6 +292,7 @@ TEST(Receive, EventWithoutDataIsLoggedAndSwallowed)
     EXPECT_EQ(debug.lines, (QStringList{QStringLiteral("before reutrn e || e->data nullptr"),
                                         QStringLiteral("before reutrn e || e->data nullptr"),
                                         QStringLiteral("before return proto")}));
+    EXPECT_EQ(debug.categories.count(QStringLiteral("default")), 3);
     EXPECT_TRUE(d->eventQueue.isEmpty());
 }
 
