@@ -187,10 +187,11 @@ TEST(MacRegistry, ListingDecoderIndexRules)
     for (const auto& c : cases) EXPECT_EQ(listing(c.payload), c.expected) << c.what;
 }
 
-TEST(MacRegistry, GroupOfMoreThan32767MachinesStillArrives)
+TEST(MacRegistry, LastGroupOfMoreThan32767MachinesStillArrives)
 {
     // 40000 travels as the u16 0x9C40, which reads back negative: the inner
-    // loop then runs to the end of the data, and the last group is whole.
+    // loop then runs to the end of the data, so such a group arrives whole
+    // only as the last one (one sent before others reads on into them).
     QList<mac_info> macs;
     for (int i = 0; i < 40000; ++i) macs.append(mac(QByteArray::number(i).constData(), "A", "x"));
     CallLog log;
