@@ -7,33 +7,29 @@ using namespace kz;
 
 namespace {
 
-// The move messages: strlist names, strz lv1, strz lv2 (the reply adds flag8 ok).
-// Only the method code tells a user, machine or operator move apart.
-Payload movePayload(const QStringList& names, const QString& lv1, const QString& lv2)
+// SortGroup reply: strz a, strlist items (no success flag)
+struct SortGroup : Layout<strz, strlist>
 {
-    Payload p;
-    p << strlist{names} << strz{lv1} << strz{lv2};
-    return p;
-}
+    static constexpr const char* names[] = {"a", "items"};
+};
 
-void decodeMove(const KZProtocolResolverPrivate& d, uchar flag, Reader& r,
-                KZProtocolResolver::LanMoveUserToGroupCB request,
-                KZProtocolResolver::LanMoveUserToGroupResultCB reply)
+// SortItem request: strz a, strz b, strlist items; the reply adds flag8 ok
+struct SortItem : Layout<strz, strz, strlist>
 {
-    const QStringList names = r.strlist();
-    const QString lv1 = r.strz();
-    const QString lv2 = r.strz();
-    if (flag == Request)
-        d.fire(request, names, lv1, lv2);
-    else if (flag == Reply) {
-        const bool ok = r.flag8();
-        d.fire(reply, ok, names, lv1, lv2);
-    }
-}
+    static constexpr const char* names[] = {"a", "b", "items"};
+};
+
+// The move messages: strlist names, strz lv1, strz lv2; the reply adds flag8
+// ok. Only the method code tells a user, machine or operator move apart.
+struct Move : Layout<strlist, strz, strz>
+{
+    static constexpr const char* names[] = {"names", "lv1", "lv2"};
+};
 
 } // namespace
 
 // AddGroup: request u16 n { strz lv1, strlist its lv2 names } | reply (empty)
+// Each listed lv1 name carries its list from the map (an empty one if absent).
 void KZProtocolResolver::lanAddGroup(const QStringList& lv1Names,
                                      const QMap<QString, QStringList>& lv2ByLv1)
 {
@@ -43,11 +39,11 @@ void KZProtocolResolver::lanAddGroup(const QStringList& lv1Names,
     d->send(Method::AddGroup, Request, p);
 }
 
-void KZProtocolResolver::lanAddGroupResponse() { d->send(Method::AddGroup, Reply, Payload()); }
+void KZProtocolResolver::lanAddGroupResponse() { d->send<Empty>(Method::AddGroup, Reply); }
 
 void KZProtocolResolverPrivate::decodeAddGroup(uchar flag, Reader& r)
 {
-    if (flag == Reply) return fire(cb.onLanAddGroupResultCB);
+    if (flag == Reply) return take<Empty>(r, cb.onLanAddGroupResultCB);
     if (flag != Request) return;
     QStringList lv1Names;
     QMap<QString, QStringList> lv2ByLv1;
@@ -58,149 +54,126 @@ void KZProtocolResolverPrivate::decodeAddGroup(uchar flag, Reader& r)
     fire(cb.onLanAddGroupCB, lv1Names, lv2ByLv1);
 }
 
-// RemoveLv1Group: reply strz a
+// RemoveLv1Group: reply Text
 void KZProtocolResolver::lanRemoveLv1GroupResponse(const QString& a)
 {
-    d->send(Method::RemoveLv1Group, Reply, Payload() << strz{a});
+    d->send<Text>(Method::RemoveLv1Group, Reply, a);
 }
 
 void KZProtocolResolverPrivate::decodeRemoveLv1Group(uchar flag, Reader& r)
 {
-    if (flag == Reply) fire(cb.onLanRemoveLv1GroupResultCB, r.strz());
+    if (flag == Reply) take<Text>(r, cb.onLanRemoveLv1GroupResultCB);
 }
 
-// RemoveLv2Group: reply strz a, strz b
+// RemoveLv2Group, UpdateLv1Group: reply Texts2; UpdateLv2Group: reply Texts3
 void KZProtocolResolver::lanRemoveLv2GroupResponse(const QString& a, const QString& b)
 {
-    d->send(Method::RemoveLv2Group, Reply, Payload() << strz{a} << strz{b});
+    d->send<Texts2>(Method::RemoveLv2Group, Reply, a, b);
 }
 
 void KZProtocolResolverPrivate::decodeRemoveLv2Group(uchar flag, Reader& r)
 {
-    if (flag != Reply) return;
-    const QString a = r.strz();
-    const QString b = r.strz();
-    fire(cb.onLanRemoveLv2GroupResultCB, a, b);
+    if (flag == Reply) take<Texts2>(r, cb.onLanRemoveLv2GroupResultCB);
 }
 
-// UpdateLv1Group: reply strz a, strz b
 void KZProtocolResolver::lanUpdateLv1GroupResponse(const QString& a, const QString& b)
 {
-    d->send(Method::UpdateLv1Group, Reply, Payload() << strz{a} << strz{b});
+    d->send<Texts2>(Method::UpdateLv1Group, Reply, a, b);
 }
 
 void KZProtocolResolverPrivate::decodeUpdateLv1Group(uchar flag, Reader& r)
 {
-    if (flag != Reply) return;
-    const QString a = r.strz();
-    const QString b = r.strz();
-    fire(cb.onLanUpdateLv1GroupResultCB, a, b);
+    if (flag == Reply) take<Texts2>(r, cb.onLanUpdateLv1GroupResultCB);
 }
 
-// UpdateLv2Group: reply strz a, strz b, strz c
 void KZProtocolResolver::lanUpdateLv2GroupResponse(const QString& a, const QString& b,
                                                    const QString& c)
 {
-    d->send(Method::UpdateLv2Group, Reply, Payload() << strz{a} << strz{b} << strz{c});
+    d->send<Texts3>(Method::UpdateLv2Group, Reply, a, b, c);
 }
 
 void KZProtocolResolverPrivate::decodeUpdateLv2Group(uchar flag, Reader& r)
 {
-    if (flag != Reply) return;
-    const QString a = r.strz();
-    const QString b = r.strz();
-    const QString c = r.strz();
-    fire(cb.onLanUpdateLv2GroupResultCB, a, b, c);
+    if (flag == Reply) take<Texts3>(r, cb.onLanUpdateLv2GroupResultCB);
 }
 
-// SortGroup: reply strz a, strlist items (no success flag)
+// SortGroup: reply SortGroup
 void KZProtocolResolver::lanSortGroupResponse(const QString& a, const QStringList& items)
 {
-    d->send(Method::SortGroup, Reply, Payload() << strz{a} << strlist{items});
+    d->send<SortGroup>(Method::SortGroup, Reply, a, items);
 }
 
 void KZProtocolResolverPrivate::decodeSortGroup(uchar flag, Reader& r)
 {
-    if (flag != Reply) return;
-    const QString a = r.strz();
-    const QStringList items = r.strlist();
-    fire(cb.onLanSortGroupResultCB, a, items);
+    if (flag == Reply) take<SortGroup>(r, cb.onLanSortGroupResultCB);
 }
 
-// SortItem: request strz a, strz b, strlist items | reply the same, flag8 ok
+// SortItem: request SortItem | reply WithOk<SortItem>
 void KZProtocolResolver::lanSortItem(const QString& a, const QString& b, const QStringList& items)
 {
-    d->send(Method::SortItem, Request, Payload() << strz{a} << strz{b} << strlist{items});
+    d->send<SortItem>(Method::SortItem, Request, a, b, items);
 }
 
 void KZProtocolResolver::lanSortItemResponse(bool ok, const QString& a, const QString& b,
                                              const QStringList& items)
 {
-    d->send(Method::SortItem, Reply,
-            Payload() << strz{a} << strz{b} << strlist{items} << flag8{ok});
+    d->send<WithOk<SortItem>>(Method::SortItem, Reply, ok, a, b, items);
 }
 
 void KZProtocolResolverPrivate::decodeSortItem(uchar flag, Reader& r)
 {
-    const QString a = r.strz();
-    const QString b = r.strz();
-    const QStringList items = r.strlist();
-    if (flag == Request)
-        fire(cb.onLanSortItemCB, a, b, items);
-    else if (flag == Reply) {
-        const bool ok = r.flag8();
-        fire(cb.onLanSortItemResultCB, ok, a, b, items);
-    }
+    route<SortItem, WithOk<SortItem>>(flag, r, cb.onLanSortItemCB, cb.onLanSortItemResultCB);
 }
 
-// MoveUserToGroup, MoveMacToGroup, MoveOperatorToGroup: the move payload
+// MoveUserToGroup, MoveMacToGroup, MoveOperatorToGroup: request Move | reply WithOk<Move>
 void KZProtocolResolver::lanMoveUserToGroup(const QStringList& names, const QString& lv1,
                                             const QString& lv2)
 {
-    d->send(Method::MoveUserToGroup, Request, movePayload(names, lv1, lv2));
+    d->send<Move>(Method::MoveUserToGroup, Request, names, lv1, lv2);
 }
 
 void KZProtocolResolver::lanMoveUserToGroupResponse(bool ok, const QStringList& names,
                                                     const QString& lv1, const QString& lv2)
 {
-    d->send(Method::MoveUserToGroup, Reply, movePayload(names, lv1, lv2) << flag8{ok});
+    d->send<WithOk<Move>>(Method::MoveUserToGroup, Reply, ok, names, lv1, lv2);
 }
 
 void KZProtocolResolver::lanMoveMacToGroup(const QStringList& macs, const QString& lv1,
                                            const QString& lv2)
 {
-    d->send(Method::MoveMacToGroup, Request, movePayload(macs, lv1, lv2));
+    d->send<Move>(Method::MoveMacToGroup, Request, macs, lv1, lv2);
 }
 
 void KZProtocolResolver::lanMoveMacToGroupResponse(bool ok, const QStringList& macs,
                                                    const QString& lv1, const QString& lv2)
 {
-    d->send(Method::MoveMacToGroup, Reply, movePayload(macs, lv1, lv2) << flag8{ok});
+    d->send<WithOk<Move>>(Method::MoveMacToGroup, Reply, ok, macs, lv1, lv2);
 }
 
 void KZProtocolResolver::lanMoveOperatorToGroup(const QStringList& operators, const QString& lv1,
                                                 const QString& lv2)
 {
-    d->send(Method::MoveOperatorToGroup, Request, movePayload(operators, lv1, lv2));
+    d->send<Move>(Method::MoveOperatorToGroup, Request, operators, lv1, lv2);
 }
 
 void KZProtocolResolver::lanMoveOperatorToGroupResponse(bool ok, const QStringList& operators,
                                                         const QString& lv1, const QString& lv2)
 {
-    d->send(Method::MoveOperatorToGroup, Reply, movePayload(operators, lv1, lv2) << flag8{ok});
+    d->send<WithOk<Move>>(Method::MoveOperatorToGroup, Reply, ok, operators, lv1, lv2);
 }
 
 void KZProtocolResolverPrivate::decodeMoveUserToGroup(uchar flag, Reader& r)
 {
-    decodeMove(*this, flag, r, cb.onLanMoveUserToGroupCB, cb.onLanMoveUserToGroupResultCB);
+    route<Move, WithOk<Move>>(flag, r, cb.onLanMoveUserToGroupCB, cb.onLanMoveUserToGroupResultCB);
 }
 
 void KZProtocolResolverPrivate::decodeMoveMacToGroup(uchar flag, Reader& r)
 {
-    decodeMove(*this, flag, r, cb.onLanMoveMacToGroupCB, cb.onLanMoveMacToGroupResultCB);
+    route<Move, WithOk<Move>>(flag, r, cb.onLanMoveMacToGroupCB, cb.onLanMoveMacToGroupResultCB);
 }
 
 void KZProtocolResolverPrivate::decodeMoveOperatorToGroup(uchar flag, Reader& r)
 {
-    decodeMove(*this, flag, r, cb.onLanMoveOperatorToGroupCB, cb.onLanMoveOperatorToGroupResultCB);
+    route<Move, WithOk<Move>>(flag, r, cb.onLanMoveOperatorToGroupCB,
+                              cb.onLanMoveOperatorToGroupResultCB);
 }

@@ -23,11 +23,11 @@ void KZProtocolResolver::lanMacInfo(const QList<mac_info>& macs)
     d->send(Method::MacInfo, Request, p);
 }
 
-void KZProtocolResolver::lanMacInfoResponse() { d->send(Method::MacInfo, Reply, Payload()); }
+void KZProtocolResolver::lanMacInfoResponse() { d->send<Empty>(Method::MacInfo, Reply); }
 
 void KZProtocolResolverPrivate::decodeMacInfo(uchar flag, Reader& r)
 {
-    if (flag == Reply) return fire(cb.onLanMacInfoResultCB);
+    if (flag == Reply) return take<Empty>(r, cb.onLanMacInfoResultCB);
     if (flag != Request) return;
     QList<mac_info> macs;
     QHash<QPair<QString, QString>, QSet<QString>> taken; // macs seen per group pair
@@ -82,49 +82,40 @@ void KZProtocolResolverPrivate::decodeAddNewMac(uchar flag, Reader& r)
     fire(cb.onLanAddNewMacResultCB, m);
 }
 
-// EditMac: request strz a, strz b
+// EditMac: request Texts2
 void KZProtocolResolver::lanEditMac(const QString& a, const QString& b)
 {
-    d->send(Method::EditMac, Request, Payload() << strz{a} << strz{b});
+    d->send<Texts2>(Method::EditMac, Request, a, b);
 }
 
 void KZProtocolResolverPrivate::decodeEditMac(uchar flag, Reader& r)
 {
-    if (flag != Request) return;
-    const QString a = r.strz();
-    const QString b = r.strz();
-    fire(cb.onLanEditMacCB, a, b);
+    if (flag == Request) take<Texts2>(r, cb.onLanEditMacCB);
 }
 
-// DeleteMac: request strlist macs | reply strlist macs, flag8 ok
+// DeleteMac: request Names | reply WithOk<Names>
 void KZProtocolResolver::lanDeleteMac(const QStringList& macs)
 {
-    d->send(Method::DeleteMac, Request, Payload() << strlist{macs});
+    d->send<Names>(Method::DeleteMac, Request, macs);
 }
 
 void KZProtocolResolver::lanDeleteMacResponse(bool ok, const QStringList& macs)
 {
-    d->send(Method::DeleteMac, Reply, Payload() << strlist{macs} << flag8{ok});
+    d->send<WithOk<Names>>(Method::DeleteMac, Reply, ok, macs);
 }
 
 void KZProtocolResolverPrivate::decodeDeleteMac(uchar flag, Reader& r)
 {
-    const QStringList macs = r.strlist();
-    if (flag == Request)
-        fire(cb.onLanDeleteMacCB, macs);
-    else if (flag == Reply) {
-        const bool ok = r.flag8();
-        fire(cb.onLanDeleteMacResultCB, ok, macs);
-    }
+    route<Names, WithOk<Names>>(flag, r, cb.onLanDeleteMacCB, cb.onLanDeleteMacResultCB);
 }
 
-// MacLogin: reply strz mac
+// MacLogin: reply Text (the machine)
 void KZProtocolResolver::lanMacLoginResponse(const QString& mac)
 {
-    d->send(Method::MacLogin, Reply, Payload() << strz{mac});
+    d->send<Text>(Method::MacLogin, Reply, mac);
 }
 
 void KZProtocolResolverPrivate::decodeMacLogin(uchar flag, Reader& r)
 {
-    if (flag == Reply) fire(cb.onLanMacLoginResultCB, r.strz());
+    if (flag == Reply) take<Text>(r, cb.onLanMacLoginResultCB);
 }

@@ -50,35 +50,48 @@ QMap<QString, oee_process_data> readProcessMap(Reader& r)
     return out;
 }
 
-// The replies that carry strz a, strz b and a strintmap (alarm counts, run
-// times) share one reader.
-template <class Slot>
-void fireTextsAndMap(const KZProtocolResolverPrivate& d, Slot slot, Reader& r)
+// MacState reply: strz a, strz b, strz c, u8 state; the state byte stands
+// last on the wire but third in the arguments.
+struct MacState : Layout<strz, strz, strz, u8>::Api<0, 1, 3, 2>
 {
-    const QString a = r.strz();
-    const QString b = r.strz();
-    const QMap<QString, int> map = r.strintmap();
-    d.fire(slot, a, b, map);
-}
+    static constexpr const char* names[] = {"a", "b", "c", "state"};
+};
+
+// MacAbnormal reply: strz a, strz b, strz c, i32 n, u16 count { i32 key, i32 value }
+struct MacAbnormal : Layout<strz, strz, strz, i32, mapof<i32, i32>>::Api<0, 1, 4, 2, 3>
+{
+    static constexpr const char* names[] = {"a", "b", "c", "n", "counts"};
+};
+
+// MacDateTotal request: strintmap totals
+struct MacDateTotal : Layout<strintmap>
+{
+    static constexpr const char* names[] = {"totals"};
+};
+
+// MacUpdateAxisSpeed reply: strz mac, i32 speed
+struct AxisSpeed : Layout<strz, i32>
+{
+    static constexpr const char* names[] = {"mac", "speed"};
+};
+
+// MacUpdateBobbinThread reply: strz mac, i32 x, i32 y
+struct BobbinThread : Layout<strz, i32, i32>
+{
+    static constexpr const char* names[] = {"mac", "x", "y"};
+};
 
 } // namespace
 
-// MacState: reply strz a, strz b, strz c, u8 state
-// The state byte stands last on the wire but third in the arguments.
 void KZProtocolResolver::lanMacStateResponse(const QString& a, const QString& b,
                                              unsigned char state, const QString& c)
 {
-    d->send(Method::MacState, Reply, Payload() << strz{a} << strz{b} << strz{c} << u8{state});
+    d->send<MacState>(Method::MacState, Reply, a, b, state, c);
 }
 
 void KZProtocolResolverPrivate::decodeMacState(uchar flag, Reader& r)
 {
-    if (flag != Reply) return;
-    const QString a = r.strz();
-    const QString b = r.strz();
-    const QString c = r.strz();
-    const unsigned char state = r.u8();
-    fire(cb.onLanMacStateResultCB, a, b, state, c);
+    if (flag == Reply) take<MacState>(r, cb.onLanMacStateResultCB);
 }
 
 // MacWorkLog: request strz a, strz b, strz c, u16 n { work-log entry },
@@ -100,11 +113,11 @@ void KZProtocolResolver::lanMacWorkLog(const QString& a, const QString& b, const
     d->send(Method::MacWorkLog, Request, p);
 }
 
-void KZProtocolResolver::lanMacWorkLogResponse() { d->send(Method::MacWorkLog, Reply, Payload()); }
+void KZProtocolResolver::lanMacWorkLogResponse() { d->send<Empty>(Method::MacWorkLog, Reply); }
 
 void KZProtocolResolverPrivate::decodeMacWorkLog(uchar flag, Reader& r)
 {
-    if (flag == Reply) return fire(cb.onLanMacWorkLogResultCB);
+    if (flag == Reply) return take<Empty>(r, cb.onLanMacWorkLogResultCB);
     if (flag != Request) return;
     const QString a = r.strz();
     const QString b = r.strz();
@@ -115,108 +128,78 @@ void KZProtocolResolverPrivate::decodeMacWorkLog(uchar flag, Reader& r)
     fire(cb.onLanMacWorkLogCB, a, b, c, logs, counts, processes);
 }
 
-// MacAbnormal: reply strz a, strz b, strz c, i32 n, u16 count { i32 key, i32 value }
 void KZProtocolResolver::lanMacAbnormalResponse(const QString& a, const QString& b,
                                                 const QMap<int, int>& counts, const QString& c,
                                                 int n)
 {
-    Payload p;
-    p << strz{a} << strz{b} << strz{c} << i32{n} << count16(counts.size());
-    for (auto it = counts.cbegin(); it != counts.cend(); ++it)
-        p << i32{it.key()} << i32{it.value()};
-    d->send(Method::MacAbnormal, Reply, p);
+    d->send<MacAbnormal>(Method::MacAbnormal, Reply, a, b, counts, c, n);
 }
 
 void KZProtocolResolverPrivate::decodeMacAbnormal(uchar flag, Reader& r)
 {
-    if (flag != Reply) return;
-    const QString a = r.strz();
-    const QString b = r.strz();
-    const QString c = r.strz();
-    const int n = r.i32();
-    QMap<int, int> counts;
-    r.forEach(r.count16(), [&] {
-        const int key = r.i32();
-        counts.insert(key, r.i32());
-    });
-    fire(cb.onLanMacAbnormalResultCB, a, b, counts, c, n);
+    if (flag == Reply) take<MacAbnormal>(r, cb.onLanMacAbnormalResultCB);
 }
 
-// MacAlarmLog: reply strz a, strz b, strintmap counts
+// MacAlarmLog, MacRunTime: reply Texts2Map (counts, times)
 void KZProtocolResolver::lanMacAlarmLogResponse(const QString& a, const QString& b,
                                                 const QMap<QString, int>& counts)
 {
-    d->send(Method::MacAlarmLog, Reply, Payload() << strz{a} << strz{b} << strintmap{counts});
+    d->send<Texts2Map>(Method::MacAlarmLog, Reply, a, b, counts);
 }
 
 void KZProtocolResolverPrivate::decodeMacAlarmLog(uchar flag, Reader& r)
 {
-    if (flag == Reply) fireTextsAndMap(*this, cb.onLanMacAlarmLogResultCB, r);
+    if (flag == Reply) take<Texts2Map>(r, cb.onLanMacAlarmLogResultCB);
 }
 
-// MacDateTotal: request strintmap totals
-void KZProtocolResolver::lanMacDateTotal(const QMap<QString, int>& totals)
-{
-    d->send(Method::MacDateTotal, Request, Payload() << strintmap{totals});
-}
-
-void KZProtocolResolverPrivate::decodeMacDateTotal(uchar flag, Reader& r)
-{
-    if (flag == Request) fire(cb.onLanMacDateTotalCB, r.strintmap());
-}
-
-// MacRunTime: reply strz a, strz b, strintmap times
 void KZProtocolResolver::lanMacRunTimeResponse(const QString& a, const QString& b,
                                                const QMap<QString, int>& times)
 {
-    d->send(Method::MacRunTime, Reply, Payload() << strz{a} << strz{b} << strintmap{times});
+    d->send<Texts2Map>(Method::MacRunTime, Reply, a, b, times);
 }
 
 void KZProtocolResolverPrivate::decodeMacRunTime(uchar flag, Reader& r)
 {
-    if (flag == Reply) fireTextsAndMap(*this, cb.onLanMacRunTimeResultCB, r);
+    if (flag == Reply) take<Texts2Map>(r, cb.onLanMacRunTimeResultCB);
 }
 
-// MacUpdateAxisSpeed: reply strz mac, i32 speed
+void KZProtocolResolver::lanMacDateTotal(const QMap<QString, int>& totals)
+{
+    d->send<MacDateTotal>(Method::MacDateTotal, Request, totals);
+}
+
+void KZProtocolResolverPrivate::decodeMacDateTotal(uchar flag, Reader& r)
+{
+    if (flag == Request) take<MacDateTotal>(r, cb.onLanMacDateTotalCB);
+}
+
 void KZProtocolResolver::lanMacUpdateAxisSpeedResponse(const QString& mac, int speed)
 {
-    d->send(Method::MacUpdateAxisSpeed, Reply, Payload() << strz{mac} << i32{speed});
+    d->send<AxisSpeed>(Method::MacUpdateAxisSpeed, Reply, mac, speed);
 }
 
 void KZProtocolResolverPrivate::decodeMacUpdateAxisSpeed(uchar flag, Reader& r)
 {
-    if (flag != Reply) return;
-    const QString mac = r.strz();
-    const int speed = r.i32();
-    fire(cb.onLanMacUpdateAxisSpeedResultCB, mac, speed);
+    if (flag == Reply) take<AxisSpeed>(r, cb.onLanMacUpdateAxisSpeedResultCB);
 }
 
-// MacUpdateBobbinThread: reply strz mac, i32 x, i32 y
 void KZProtocolResolver::lanMacUpdateBobbinThreadResponse(const QString& mac, int x, int y)
 {
-    d->send(Method::MacUpdateBobbinThread, Reply, Payload() << strz{mac} << i32{x} << i32{y});
+    d->send<BobbinThread>(Method::MacUpdateBobbinThread, Reply, mac, x, y);
 }
 
 void KZProtocolResolverPrivate::decodeMacUpdateBobbinThread(uchar flag, Reader& r)
 {
-    if (flag != Reply) return;
-    const QString mac = r.strz();
-    const int x = r.i32();
-    const int y = r.i32();
-    fire(cb.onLanMacUpdateBobbinThreadResultCB, mac, x, y);
+    if (flag == Reply) take<BobbinThread>(r, cb.onLanMacUpdateBobbinThreadResultCB);
 }
 
-// UpdateMacPlan: reply strz a, strz b, i32 n
+// UpdateMacPlan: reply Texts2Int
 void KZProtocolResolver::lanUpdateMacPlanResponse(const QString& a, const QString& b, int n)
 {
-    d->send(Method::UpdateMacPlan, Reply, Payload() << strz{a} << strz{b} << i32{n});
+    d->send<Texts2Int>(Method::UpdateMacPlan, Reply, a, b, n);
 }
 
 void KZProtocolResolverPrivate::decodeUpdateMacPlan(uchar flag, Reader& r)
 {
-    if (flag != Reply) return;
-    const QString a = r.strz();
-    const QString b = r.strz();
-    const int n = r.i32();
-    fire(cb.onLanUpdateMacPlanResultCB, a, b, n);
+    if (flag == Reply) take<Texts2Int>(r, cb.onLanUpdateMacPlanResultCB);
 }

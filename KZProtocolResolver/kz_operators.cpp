@@ -40,159 +40,139 @@ operator_user readOperator(Reader& r)
     return u;
 }
 
-operator_user operatorOf(const QString& s1, const QString& s2, const QString& s3, const QString& s4,
-                         const QString& s5, bool b1 = false, bool b2 = false)
-{
-    return operator_user{s1, s2, s3, s4, s5, b1, b2};
-}
-
 // Bulk rows: u16 n { strz of each of the first five items of the row's
 // variant list }. Missing items go out as empty text; a row comes back as a
 // QVariantList of five QStrings.
-Payload rowsPayload(const QList<QVariant>& rows)
+void writeRow(Payload& p, const QVariant& row)
 {
-    Payload p;
-    p << count16(rows.size());
-    for (const QVariant& row : rows) {
-        const QVariantList items = row.toList();
-        for (int i = 0; i < 5; ++i) p << strz{items.value(i).toString()};
-    }
-    return p;
+    const QVariantList items = row.toList();
+    for (int i = 0; i < 5; ++i) p << strz{items.value(i).toString()};
 }
 
-QList<QVariant> readRows(Reader& r)
+QVariant readRow(Reader& r)
 {
-    QList<QVariant> rows;
-    r.forEach(r.count16(), [&] {
-        const operator_user u = readTexts(r);
-        rows.append(QVariant(QVariantList{u.name, u.text2, u.text3, u.text4, u.text5}));
-    });
-    return rows;
+    const operator_user u = readTexts(r);
+    return QVariant(QVariantList{u.name, u.text2, u.text3, u.text4, u.text5});
 }
+
+// AddOperatorUser request: strz s1..s5
+struct OperatorTexts : Layout<strz, strz, strz, strz, strz>
+{
+    static constexpr const char* names[] = {"s1", "s2", "s3", "s4", "s5"};
+};
+
+// AddOperatorUser reply: strz s1..s5, flag8 ok, flag8 b1, flag8 b2
+struct AddOperatorUserResult
+    : Layout<strz, strz, strz, strz, strz, flag8, flag8, flag8>::Api<5, 0, 1, 2, 3, 4, 6, 7>
+{
+    static constexpr const char* names[] = {"s1", "s2", "s3", "s4", "s5", "ok", "b1", "b2"};
+};
+
+// AddOperatorUsers request: u16 n { row }; the reply adds flag8 ok
+struct Rows : Layout<listof<record<QVariant, writeRow, readRow>>>
+{
+    static constexpr const char* names[] = {"rows"};
+};
+
+// UpdateOperator request: operator_user as strz s1..s5, flag8 b1, flag8 b2
+struct UpdateOperator : Layout<strz, strz, strz, strz, strz, flag8, flag8>
+{
+    static constexpr const char* names[] = {"s1", "s2", "s3", "s4", "s5", "b1", "b2"};
+};
+
+// UpdateOperatorUserLogin reply: strz name, flag8 state
+struct OperatorLogin : Layout<strz, flag8>
+{
+    static constexpr const char* names[] = {"name", "state"};
+};
 
 } // namespace
 
 // AddOperatorUser: request strz s1..s5
-//                  reply   strz s1..s5, flag8 ok, flag8 b1, flag8 b2 (ok first, unlike
-//                  UpdateOperator: kept as the peers expect it)
+//                  reply   strz s1..s5, flag8 ok, flag8 b1, flag8 b2 (ok ahead of the two
+//                  flags, unlike UpdateOperator: kept as the peers expect it)
 void KZProtocolResolver::lanAddOperatorUser(const QString& s1, const QString& s2, const QString& s3,
                                             const QString& s4, const QString& s5)
 {
-    Payload p;
-    writeTexts(p, operatorOf(s1, s2, s3, s4, s5));
-    d->send(Method::AddOperatorUser, Request, p);
+    d->send<OperatorTexts>(Method::AddOperatorUser, Request, s1, s2, s3, s4, s5);
 }
 
 void KZProtocolResolver::lanAddOperatorUserResponse(bool ok, const QString& s1, const QString& s2,
                                                     const QString& s3, const QString& s4,
                                                     const QString& s5, bool b1, bool b2)
 {
-    Payload p;
-    writeTexts(p, operatorOf(s1, s2, s3, s4, s5));
-    d->send(Method::AddOperatorUser, Reply, p << flag8{ok} << flag8{b1} << flag8{b2});
+    d->send<AddOperatorUserResult>(Method::AddOperatorUser, Reply, ok, s1, s2, s3, s4, s5, b1, b2);
 }
 
 void KZProtocolResolverPrivate::decodeAddOperatorUser(uchar flag, Reader& r)
 {
-    const operator_user u = readTexts(r);
-    if (flag == Request)
-        fire(cb.onLanAddOperatorUserCB, u.name, u.text2, u.text3, u.text4, u.text5);
-    else if (flag == Reply) {
-        const bool ok = r.flag8();
-        const bool b1 = r.flag8();
-        const bool b2 = r.flag8();
-        fire(cb.onLanAddOperatorUserResultCB, ok, u.name, u.text2, u.text3, u.text4, u.text5, b1,
-             b2);
-    }
+    route<OperatorTexts, AddOperatorUserResult>(flag, r, cb.onLanAddOperatorUserCB,
+                                                cb.onLanAddOperatorUserResultCB);
 }
 
 // AddOperatorUsers: request rows | reply rows, flag8 ok
 void KZProtocolResolver::lanAddOperatorUsers(const QList<QVariant>& rows)
 {
-    d->send(Method::AddOperatorUsers, Request, rowsPayload(rows));
+    d->send<Rows>(Method::AddOperatorUsers, Request, rows);
 }
 
 void KZProtocolResolver::lanAddOperatorUsersResponse(bool ok, const QList<QVariant>& rows)
 {
-    d->send(Method::AddOperatorUsers, Reply, rowsPayload(rows) << flag8{ok});
+    d->send<WithOk<Rows>>(Method::AddOperatorUsers, Reply, ok, rows);
 }
 
 void KZProtocolResolverPrivate::decodeAddOperatorUsers(uchar flag, Reader& r)
 {
-    const QList<QVariant> rows = readRows(r);
-    if (flag == Request)
-        fire(cb.onLanAddOperatorUsersCB, rows);
-    else if (flag == Reply) {
-        const bool ok = r.flag8();
-        fire(cb.onLanAddOperatorUsersResultCB, ok, rows);
-    }
+    route<Rows, WithOk<Rows>>(flag, r, cb.onLanAddOperatorUsersCB,
+                              cb.onLanAddOperatorUsersResultCB);
 }
 
-// UpdateOperator: request strz s1..s5, flag8 b1, flag8 b2 | reply the same, flag8 ok
+// UpdateOperator: request operator_user | reply operator_user, flag8 ok
 void KZProtocolResolver::lanUpdateOperator(const QString& s1, const QString& s2, const QString& s3,
                                            const QString& s4, const QString& s5, bool b1, bool b2)
 {
-    Payload p;
-    writeOperator(p, operatorOf(s1, s2, s3, s4, s5, b1, b2));
-    d->send(Method::UpdateOperator, Request, p);
+    d->send<UpdateOperator>(Method::UpdateOperator, Request, s1, s2, s3, s4, s5, b1, b2);
 }
 
 void KZProtocolResolver::lanUpdateOperatorResponse(bool ok, const QString& s1, const QString& s2,
                                                    const QString& s3, const QString& s4,
                                                    const QString& s5, bool b1, bool b2)
 {
-    Payload p;
-    writeOperator(p, operatorOf(s1, s2, s3, s4, s5, b1, b2));
-    d->send(Method::UpdateOperator, Reply, p << flag8{ok});
+    d->send<WithOk<UpdateOperator>>(Method::UpdateOperator, Reply, ok, s1, s2, s3, s4, s5, b1, b2);
 }
 
 void KZProtocolResolverPrivate::decodeUpdateOperator(uchar flag, Reader& r)
 {
-    const operator_user u = readOperator(r);
-    if (flag == Request)
-        fire(cb.onLanUpdateOperatorCB, u.name, u.text2, u.text3, u.text4, u.text5, u.flagA,
-             u.flagB);
-    else if (flag == Reply) {
-        const bool ok = r.flag8();
-        fire(cb.onLanUpdateOperatorResultCB, ok, u.name, u.text2, u.text3, u.text4, u.text5,
-             u.flagA, u.flagB);
-    }
+    route<UpdateOperator, WithOk<UpdateOperator>>(flag, r, cb.onLanUpdateOperatorCB,
+                                                  cb.onLanUpdateOperatorResultCB);
 }
 
 // UpdateOperatorUserLogin: reply strz name, flag8 state
 void KZProtocolResolver::lanUpdateOperatorUserLoginResponse(const QString& name, bool state)
 {
-    d->send(Method::UpdateOperatorUserLogin, Reply, Payload() << strz{name} << flag8{state});
+    d->send<OperatorLogin>(Method::UpdateOperatorUserLogin, Reply, name, state);
 }
 
 void KZProtocolResolverPrivate::decodeUpdateOperatorUserLogin(uchar flag, Reader& r)
 {
-    if (flag != Reply) return;
-    const QString name = r.strz();
-    const bool state = r.flag8();
-    fire(cb.onLanUpdateOperatorUserLoginResultCB, name, state);
+    if (flag == Reply) take<OperatorLogin>(r, cb.onLanUpdateOperatorUserLoginResultCB);
 }
 
-// DeleteOperatorUser: request strlist names | reply strlist names, flag8 ok
+// DeleteOperatorUser: request Names | reply WithOk<Names>
 void KZProtocolResolver::lanDeleteOperatorUser(const QStringList& names)
 {
-    d->send(Method::DeleteOperatorUser, Request, Payload() << strlist{names});
+    d->send<Names>(Method::DeleteOperatorUser, Request, names);
 }
 
 void KZProtocolResolver::lanDeleteOperatorUserResponse(bool ok, const QStringList& names)
 {
-    d->send(Method::DeleteOperatorUser, Reply, Payload() << strlist{names} << flag8{ok});
+    d->send<WithOk<Names>>(Method::DeleteOperatorUser, Reply, ok, names);
 }
 
 void KZProtocolResolverPrivate::decodeDeleteOperatorUser(uchar flag, Reader& r)
 {
-    const QStringList names = r.strlist();
-    if (flag == Request)
-        fire(cb.onLanDeleteOperatorUserCB, names);
-    else if (flag == Reply) {
-        const bool ok = r.flag8();
-        fire(cb.onLanDeleteOperatorUserResultCB, ok, names);
-    }
+    route<Names, WithOk<Names>>(flag, r, cb.onLanDeleteOperatorUserCB,
+                                cb.onLanDeleteOperatorUserResultCB);
 }
 
 // OperatorUserInfo: request u16 n { operator_user } (no reply). One entry per

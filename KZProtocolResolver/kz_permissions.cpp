@@ -17,74 +17,89 @@ mac_user_power readEntry(Reader& r)
     return e;
 }
 
+void writeEntry(Payload& p, const mac_user_power& e)
+{
+    p << strz{e.key1} << strz{e.key2} << strz{e.key3} << u32{e.power.word()};
+}
+
+// QueryPermission request: strlist keys
+struct Keys : Layout<strlist>
+{
+    static constexpr const char* names[] = {"keys"};
+};
+
+// QueryPermission reply: u16 n { mac_user_power }
+struct Entries : Layout<listof<record<mac_user_power, writeEntry, readEntry>>>
+{
+    static constexpr const char* names[] = {"entries"};
+};
+
+// AddPermission request: strlist keys, strz target, u32 power
+struct AddPermission : Layout<strlist, strz, u32>
+{
+    static constexpr const char* names[] = {"keys", "target", "power"};
+};
+
+// EditPermission request: groupmap scope, strz target, u32 power
+struct EditPermission : Layout<groupmap, strz, u32>
+{
+    static constexpr const char* names[] = {"scope", "target", "power"};
+};
+
+// DelPermission request: groupmap scope
+struct DelPermission : Layout<groupmap>
+{
+    static constexpr const char* names[] = {"scope"};
+};
+
 } // namespace
 
 // QueryPermission: request strlist keys | reply u16 n { mac_user_power }
 void KZProtocolResolver::lanQueryPermission(const QStringList& keys)
 {
-    d->send(Method::QueryPermission, Request, Payload() << strlist{keys});
+    d->send<Keys>(Method::QueryPermission, Request, keys);
 }
 
 void KZProtocolResolver::lanQueryPermissionResult(const QList<mac_user_power>& entries)
 {
-    Payload p(2 + 24 * entries.size());
-    p << count16(entries.size());
-    for (const mac_user_power& e : entries)
-        p << strz{e.key1} << strz{e.key2} << strz{e.key3} << u32{e.power.word()};
-    d->send(Method::QueryPermission, Reply, p);
+    d->send<Entries>(Method::QueryPermission, Reply, entries);
 }
 
 void KZProtocolResolverPrivate::decodeQueryPermission(uchar flag, Reader& r)
 {
-    if (flag == Request) return fire(cb.onLanQueryPermissionCB, r.strlist());
-    if (flag != Reply) return;
-    const auto entries = r.list<mac_user_power>([&] { return readEntry(r); });
-    fire(cb.onLanQueryPermissionResultCB, entries);
+    route<Keys, Entries>(flag, r, cb.onLanQueryPermissionCB, cb.onLanQueryPermissionResultCB);
 }
 
-// AddPermission: request strlist keys, strz target, u32 power (no reply)
 void KZProtocolResolver::lanAddPermission(const QStringList& keys, const QString& target,
                                           unsigned int power)
 {
-    d->send(Method::AddPermission, Request,
-            Payload() << strlist{keys} << strz{target} << u32{power});
+    d->send<AddPermission>(Method::AddPermission, Request, keys, target, power);
 }
 
 void KZProtocolResolverPrivate::decodeAddPermission(uchar flag, Reader& r)
 {
-    if (flag != Request) return;
-    const QStringList keys = r.strlist();
-    const QString target = r.strz();
-    const unsigned int power = r.u32();
-    fire(cb.onLanAddPermissionCB, keys, target, power);
+    if (flag == Request) take<AddPermission>(r, cb.onLanAddPermissionCB);
 }
 
-// EditPermission: request groupmap scope, strz target, u32 power (no reply)
 void KZProtocolResolver::lanEditPermission(const QMap<QString, QStringList>& scope,
                                            const QString& target, unsigned int power)
 {
-    d->send(Method::EditPermission, Request,
-            Payload() << groupmap{scope} << strz{target} << u32{power});
+    d->send<EditPermission>(Method::EditPermission, Request, scope, target, power);
 }
 
 void KZProtocolResolverPrivate::decodeEditPermission(uchar flag, Reader& r)
 {
-    if (flag != Request) return;
-    const QMap<QString, QStringList> scope = r.groupmap();
-    const QString target = r.strz();
-    const unsigned int power = r.u32();
-    fire(cb.onLanEditPermissionCB, scope, target, power);
+    if (flag == Request) take<EditPermission>(r, cb.onLanEditPermissionCB);
 }
 
-// DelPermission: request groupmap scope (no reply)
 void KZProtocolResolver::lanDelPermission(const QMap<QString, QStringList>& scope)
 {
-    d->send(Method::DelPermission, Request, Payload() << groupmap{scope});
+    d->send<DelPermission>(Method::DelPermission, Request, scope);
 }
 
 void KZProtocolResolverPrivate::decodeDelPermission(uchar flag, Reader& r)
 {
-    if (flag == Request) fire(cb.onLanDelPermissionCB, r.groupmap());
+    if (flag == Request) take<DelPermission>(r, cb.onLanDelPermissionCB);
 }
 
 // SetPermission: u16 n { strz key, u32 power }, strz target, flag8 ok

@@ -6,116 +6,104 @@ using namespace kz;
 
 namespace {
 
-// The three update replies (attributes, image, screen) share one payload:
-// strz mac, blob32 data. Only the method code tells them apart.
-Payload blockPayload(const QString& mac, const QByteArray& data)
+// RemoteSetMode request: strz mac, i32 mode
+struct SetMode : Layout<strz, i32>
 {
-    Payload p(mac.size() + 6 + data.size());
-    p << strz{mac} << blob32{data};
-    return p;
-}
+    static constexpr const char* names[] = {"mac", "mode"};
+};
 
-template <class Slot>
-void decodeBlock(const KZProtocolResolverPrivate& d, uchar flag, Slot slot, Reader& r)
+// RemoteSetMode reply: flag8 ok, strz mac, i32 valueA, valueB, valueC; the
+// success byte stands first, unlike most replies.
+struct SetModeResult : Layout<flag8, strz, i32, i32, i32>
 {
-    if (flag != Reply) return;
-    const QString mac = r.strz();
-    const QByteArray data = r.blob32(); // a count beyond the data is cut at its end
-    d.fire(slot, mac, data);
-}
+    static constexpr const char* names[] = {"ok", "mac", "valueA", "valueB", "valueC"};
+};
+
+// RemoteScreenTouch request: strz mac, u8 kind, u16 x, u16 y
+struct ScreenTouch : Layout<strz, u8, u16, u16>
+{
+    static constexpr const char* names[] = {"mac", "kind", "x", "y"};
+};
+
+// RemoteUpdatePage reply: strz mac, u32 page
+struct UpdatePage : Layout<strz, u32>
+{
+    static constexpr const char* names[] = {"mac", "page"};
+};
+
+// The three update replies (attributes, image, screen): strz mac, blob32
+// data (a count beyond the data is cut at its end). Only the method code
+// tells them apart.
+struct Block : Layout<strz, blob32>
+{
+    static constexpr const char* names[] = {"mac", "data"};
+};
 
 } // namespace
 
-// RemoteSetMode: request strz mac, i32 mode
-//                reply flag8 ok, strz mac, i32 valueA, i32 valueB, i32 valueC
-// The reply puts its success byte first, unlike most replies.
 void KZProtocolResolver::lanRemoteSetMode(const QString& mac, int mode)
 {
-    d->send(Method::RemoteSetMode, Request, Payload() << strz{mac} << i32{mode});
+    d->send<SetMode>(Method::RemoteSetMode, Request, mac, mode);
 }
 
 void KZProtocolResolver::lanRemoteSetModeResponse(bool ok, const QString& mac, int valueA,
                                                   int valueB, int valueC)
 {
-    d->send(Method::RemoteSetMode, Reply,
-            Payload() << flag8{ok} << strz{mac} << i32{valueA} << i32{valueB} << i32{valueC});
+    d->send<SetModeResult>(Method::RemoteSetMode, Reply, ok, mac, valueA, valueB, valueC);
 }
 
 void KZProtocolResolverPrivate::decodeRemoteSetMode(uchar flag, Reader& r)
 {
-    if (flag == Request) {
-        const QString mac = r.strz();
-        const int mode = r.i32();
-        fire(cb.onLanRemoteSetModeCB, mac, mode);
-    } else if (flag == Reply) {
-        const bool ok = r.flag8();
-        const QString mac = r.strz();
-        const int a = r.i32();
-        const int b = r.i32();
-        const int c = r.i32();
-        fire(cb.onLanRemoteSetModeResultCB, ok, mac, a, b, c);
-    }
+    route<SetMode, SetModeResult>(flag, r, cb.onLanRemoteSetModeCB, cb.onLanRemoteSetModeResultCB);
 }
 
-// RemoteScreenTouch: request strz mac, u8 kind, u16 x, u16 y
 void KZProtocolResolver::lanRemoteScreenTouch(const QString& mac, unsigned char kind,
                                               unsigned short x, unsigned short y)
 {
-    d->send(Method::RemoteScreenTouch, Request,
-            Payload() << strz{mac} << u8{kind} << u16{x} << u16{y});
+    d->send<ScreenTouch>(Method::RemoteScreenTouch, Request, mac, kind, x, y);
 }
 
 void KZProtocolResolverPrivate::decodeRemoteScreenTouch(uchar flag, Reader& r)
 {
-    if (flag != Request) return;
-    const QString mac = r.strz();
-    const unsigned char kind = r.u8();
-    const unsigned short x = r.u16();
-    const unsigned short y = r.u16();
-    fire(cb.onLanRemoteScreenTouchCB, mac, kind, x, y);
+    if (flag == Request) take<ScreenTouch>(r, cb.onLanRemoteScreenTouchCB);
 }
 
-// RemoteUpdatePage: reply strz mac, u32 page
 void KZProtocolResolver::lanRemoteUpdatePageResponse(const QString& mac, unsigned int page)
 {
-    d->send(Method::RemoteUpdatePage, Reply, Payload() << strz{mac} << u32{page});
+    d->send<UpdatePage>(Method::RemoteUpdatePage, Reply, mac, page);
 }
 
 void KZProtocolResolverPrivate::decodeRemoteUpdatePage(uchar flag, Reader& r)
 {
-    if (flag != Reply) return;
-    const QString mac = r.strz();
-    const unsigned int page = r.u32();
-    fire(cb.onLanRemoteUpdatePageResultCB, mac, page);
+    if (flag == Reply) take<UpdatePage>(r, cb.onLanRemoteUpdatePageResultCB);
 }
 
-// RemoteUpdateAttr, RemoteUpdateImage, RemoteUpdateScreen: reply strz mac, blob32 data
 void KZProtocolResolver::lanRemoteUpdateAttrResponse(const QString& mac, const QByteArray& data)
 {
-    d->send(Method::RemoteUpdateAttr, Reply, blockPayload(mac, data));
+    d->send<Block>(Method::RemoteUpdateAttr, Reply, mac, data);
 }
 
 void KZProtocolResolver::lanRemoteUpdateImageResponse(const QString& mac, const QByteArray& data)
 {
-    d->send(Method::RemoteUpdateImage, Reply, blockPayload(mac, data));
+    d->send<Block>(Method::RemoteUpdateImage, Reply, mac, data);
 }
 
 void KZProtocolResolver::lanRemoteUpdateScreenResponse(const QString& mac, const QByteArray& data)
 {
-    d->send(Method::RemoteUpdateScreen, Reply, blockPayload(mac, data));
+    d->send<Block>(Method::RemoteUpdateScreen, Reply, mac, data);
 }
 
 void KZProtocolResolverPrivate::decodeRemoteUpdateAttr(uchar flag, Reader& r)
 {
-    decodeBlock(*this, flag, cb.onLanRemoteUpdateAttrResultCB, r);
+    if (flag == Reply) take<Block>(r, cb.onLanRemoteUpdateAttrResultCB);
 }
 
 void KZProtocolResolverPrivate::decodeRemoteUpdateImage(uchar flag, Reader& r)
 {
-    decodeBlock(*this, flag, cb.onLanRemoteUpdateImageResultCB, r);
+    if (flag == Reply) take<Block>(r, cb.onLanRemoteUpdateImageResultCB);
 }
 
 void KZProtocolResolverPrivate::decodeRemoteUpdateScreen(uchar flag, Reader& r)
 {
-    decodeBlock(*this, flag, cb.onLanRemoteUpdateScreenResultCB, r);
+    if (flag == Reply) take<Block>(r, cb.onLanRemoteUpdateScreenResultCB);
 }

@@ -32,6 +32,12 @@ QByteArray decipher(const QByteArray& cipher)
     return aes.decode(cipher, credentialKey(), credentialVector());
 }
 
+// Logout request: i32 value (no reply)
+struct Logout : Layout<i32>
+{
+    static constexpr const char* names[] = {"value"};
+};
+
 } // namespace
 
 // Login: request str16 account | u16 n | n bytes ciphertext
@@ -68,13 +74,9 @@ void KZProtocolResolverPrivate::decodeLogin(uchar flag, Reader& r)
     }
 }
 
-// Logout: request i32 value (no reply)
-void KZProtocolResolver::lanLogout(int value)
-{
-    d->send(Method::Logout, Request, Payload() << i32{value});
-}
+void KZProtocolResolver::lanLogout(int value) { d->send<Logout>(Method::Logout, Request, value); }
 
 void KZProtocolResolverPrivate::decodeLogout(uchar flag, Reader& r)
 {
-    if (flag == Request) fire(cb.onLanLogoutCB, int(r.i32()));
+    if (flag == Request) take<Logout>(r, cb.onLanLogoutCB);
 }

@@ -36,76 +36,81 @@ user_info readUser(Reader& r, GroupNames g)
     return u;
 }
 
-// The common part of both UpdateClient payloads.
-Payload clientPayload(const QString& s1, const QString& s2, const QString& s3, const QString& s4,
-                      const QString& s5, const QString& s6, bool b1, bool b2)
+// user_info with its group names, as AddUser's reply carries it.
+void writeUserInRecord(Payload& p, const user_info& u) { writeUser(p, u, GroupNames::InRecord); }
+user_info readUserInRecord(Reader& r) { return readUser(r, GroupNames::InRecord); }
+using userInRecord = record<user_info, writeUserInRecord, readUserInRecord>;
+
+// AddUser request: strz name, text2, text3, lv1Group, lv2Group, flag8 flag
+struct AddUser : Layout<strz, strz, strz, strz, strz, flag8>
 {
-    Payload p;
-    p << strz{s1} << strz{s2} << strz{s3} << strz{s4} << strz{s5} << strz{s6} << flag8{b1}
-      << flag8{b2};
-    return p;
-}
+    static constexpr const char* names[] = {"name",     "text2",    "text3",
+                                            "lv1Group", "lv2Group", "flag"};
+};
+
+// AddUser reply: user_info with its group names (no success flag)
+struct AddUserResult : Layout<userInRecord>
+{
+    static constexpr const char* names[] = {"user"};
+};
+
+// UpdateClient request: strz s1..s6, flag8 b1, flag8 b2; the reply adds flag8 ok
+struct UpdateClient : Layout<strz, strz, strz, strz, strz, strz, flag8, flag8>
+{
+    static constexpr const char* names[] = {"s1", "s2", "s3", "s4", "s5", "s6", "b1", "b2"};
+};
+
+// UpdateUserPermission request: strz name, i32 permission; the reply adds flag8 ok
+struct UpdateUserPermission : Layout<strz, i32>
+{
+    static constexpr const char* names[] = {"name", "permission"};
+};
+
+// UpdateUserGroupPermission request: strz name, groupmap groups; the reply adds flag8 ok
+struct UpdateUserGroupPermission : Layout<strz, groupmap>
+{
+    static constexpr const char* names[] = {"name", "groups"};
+};
 
 } // namespace
 
-// AddUser: request strz name, text2, text3, lv1Group, lv2Group, flag8 flag
-//          reply   user_info with its group names (no success flag)
 void KZProtocolResolver::lanAddUser(const QString& name, const QString& text2, const QString& text3,
                                     const QString& lv1Group, const QString& lv2Group, bool flag)
 {
-    d->send(Method::AddUser, Request,
-            Payload() << strz{name} << strz{text2} << strz{text3} << strz{lv1Group}
-                      << strz{lv2Group} << flag8{flag});
+    d->send<AddUser>(Method::AddUser, Request, name, text2, text3, lv1Group, lv2Group, flag);
 }
 
 void KZProtocolResolver::lanAddUserResult(const user_info& user)
 {
-    Payload p;
-    writeUser(p, user, GroupNames::InRecord);
-    d->send(Method::AddUser, Reply, p);
+    d->send<AddUserResult>(Method::AddUser, Reply, user);
 }
 
 void KZProtocolResolverPrivate::decodeAddUser(uchar flag, Reader& r)
 {
-    if (flag == Reply) return fire(cb.onLanAddUserResultCB, readUser(r, GroupNames::InRecord));
-    if (flag != Request) return;
-    const QString name = r.strz();
-    const QString text2 = r.strz();
-    const QString text3 = r.strz();
-    const QString lv1Group = r.strz();
-    const QString lv2Group = r.strz();
-    const bool userFlag = r.flag8();
-    fire(cb.onLanAddUserCB, name, text2, text3, lv1Group, lv2Group, userFlag);
+    route<AddUser, AddUserResult>(flag, r, cb.onLanAddUserCB, cb.onLanAddUserResultCB);
 }
 
-// DeleteUser: request strlist names | reply strlist names, flag8 ok
+// DeleteUser: request Names | reply WithOk<Names>
 void KZProtocolResolver::lanDeleteUser(const QStringList& names)
 {
-    d->send(Method::DeleteUser, Request, Payload() << strlist{names});
+    d->send<Names>(Method::DeleteUser, Request, names);
 }
 
 void KZProtocolResolver::lanDeleteUserResponse(bool ok, const QStringList& names)
 {
-    d->send(Method::DeleteUser, Reply, Payload() << strlist{names} << flag8{ok});
+    d->send<WithOk<Names>>(Method::DeleteUser, Reply, ok, names);
 }
 
 void KZProtocolResolverPrivate::decodeDeleteUser(uchar flag, Reader& r)
 {
-    const QStringList names = r.strlist();
-    if (flag == Request)
-        fire(cb.onLanDeleteUserCB, names);
-    else if (flag == Reply) {
-        const bool ok = r.flag8();
-        fire(cb.onLanDeleteUserResultCB, ok, names);
-    }
+    route<Names, WithOk<Names>>(flag, r, cb.onLanDeleteUserCB, cb.onLanDeleteUserResultCB);
 }
 
-// UpdateClient: request strz s1..s6, flag8 b1, flag8 b2 | reply the same, flag8 ok
 void KZProtocolResolver::lanUpdateClient(const QString& s1, const QString& s2, const QString& s3,
                                          const QString& s4, const QString& s5, const QString& s6,
                                          bool b1, bool b2)
 {
-    d->send(Method::UpdateClient, Request, clientPayload(s1, s2, s3, s4, s5, s6, b1, b2));
+    d->send<UpdateClient>(Method::UpdateClient, Request, s1, s2, s3, s4, s5, s6, b1, b2);
 }
 
 void KZProtocolResolver::lanUpdateClientResponse(bool ok, const QString& s1, const QString& s2,
@@ -113,74 +118,50 @@ void KZProtocolResolver::lanUpdateClientResponse(bool ok, const QString& s1, con
                                                  const QString& s5, const QString& s6, bool b1,
                                                  bool b2)
 {
-    d->send(Method::UpdateClient, Reply,
-            clientPayload(s1, s2, s3, s4, s5, s6, b1, b2) << flag8{ok});
+    d->send<WithOk<UpdateClient>>(Method::UpdateClient, Reply, ok, s1, s2, s3, s4, s5, s6, b1, b2);
 }
 
 void KZProtocolResolverPrivate::decodeUpdateClient(uchar flag, Reader& r)
 {
-    QString s[6];
-    for (QString& one : s) one = r.strz();
-    const bool b1 = r.flag8();
-    const bool b2 = r.flag8();
-    if (flag == Request)
-        fire(cb.onLanUpdateClientCB, s[0], s[1], s[2], s[3], s[4], s[5], b1, b2);
-    else if (flag == Reply) {
-        const bool ok = r.flag8();
-        fire(cb.onLanUpdateClientResultCB, ok, s[0], s[1], s[2], s[3], s[4], s[5], b1, b2);
-    }
+    route<UpdateClient, WithOk<UpdateClient>>(flag, r, cb.onLanUpdateClientCB,
+                                              cb.onLanUpdateClientResultCB);
 }
 
-// UpdateUserPermission: request strz name, i32 permission | reply the same, flag8 ok
 void KZProtocolResolver::lanUpdateUserPermission(const QString& name, int permission)
 {
-    d->send(Method::UpdateUserPermission, Request, Payload() << strz{name} << i32{permission});
+    d->send<UpdateUserPermission>(Method::UpdateUserPermission, Request, name, permission);
 }
 
 void KZProtocolResolver::lanUpdateUserPermissionResponse(bool ok, const QString& name,
                                                          int permission)
 {
-    d->send(Method::UpdateUserPermission, Reply,
-            Payload() << strz{name} << i32{permission} << flag8{ok});
+    d->send<WithOk<UpdateUserPermission>>(Method::UpdateUserPermission, Reply, ok, name,
+                                          permission);
 }
 
 void KZProtocolResolverPrivate::decodeUpdateUserPermission(uchar flag, Reader& r)
 {
-    const QString name = r.strz();
-    const int permission = r.i32();
-    if (flag == Request)
-        fire(cb.onLanUpdateUserPermissionCB, name, permission);
-    else if (flag == Reply) {
-        const bool ok = r.flag8();
-        fire(cb.onLanUpdateUserPermissionResultCB, ok, name, permission);
-    }
+    route<UpdateUserPermission, WithOk<UpdateUserPermission>>(
+        flag, r, cb.onLanUpdateUserPermissionCB, cb.onLanUpdateUserPermissionResultCB);
 }
 
-// UpdateUserGroupPermission: request strz name, groupmap groups | reply the same, flag8 ok
 void KZProtocolResolver::lanUpdateUserGroupPermission(const QString& name,
                                                       const QMap<QString, QStringList>& groups)
 {
-    d->send(Method::UpdateUserGroupPermission, Request,
-            Payload() << strz{name} << groupmap{groups});
+    d->send<UpdateUserGroupPermission>(Method::UpdateUserGroupPermission, Request, name, groups);
 }
 
 void KZProtocolResolver::lanUpdateUserGroupPermissionResponse(
     bool ok, const QString& name, const QMap<QString, QStringList>& groups)
 {
-    d->send(Method::UpdateUserGroupPermission, Reply,
-            Payload() << strz{name} << groupmap{groups} << flag8{ok});
+    d->send<WithOk<UpdateUserGroupPermission>>(Method::UpdateUserGroupPermission, Reply, ok, name,
+                                               groups);
 }
 
 void KZProtocolResolverPrivate::decodeUpdateUserGroupPermission(uchar flag, Reader& r)
 {
-    const QString name = r.strz();
-    const QMap<QString, QStringList> groups = r.groupmap();
-    if (flag == Request)
-        fire(cb.onLanUpdateUserGroupPermissionCB, name, groups);
-    else if (flag == Reply) {
-        const bool ok = r.flag8();
-        fire(cb.onLanUpdateUserGroupPermissionResultCB, ok, name, groups);
-    }
+    route<UpdateUserGroupPermission, WithOk<UpdateUserGroupPermission>>(
+        flag, r, cb.onLanUpdateUserGroupPermissionCB, cb.onLanUpdateUserGroupPermissionResultCB);
 }
 
 // UserInfo: request u16 n1 { strz lv1, u16 n2 { strz lv2, u16 n3 { user_info

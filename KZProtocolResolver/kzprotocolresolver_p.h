@@ -4,6 +4,7 @@
 #define KZRESOLVER_KZPROTOCOLRESOLVER_P_H
 
 #include "kzprotocolresolver.h"
+#include "layout.h"
 #include "methods.h"
 #include "payload.h"
 
@@ -56,6 +57,13 @@ public:
         packSend(QByteArray(), flag, kz::kMessageType, ushort(method), payload.bytes(), 1);
     }
 
+    /// Sends the API arguments `a` in the wire layout L.
+    template <class L, class... A>
+    void send(kz::Method method, uchar flag, const A&... a)
+    {
+        send(method, flag, L::encode(a...));
+    }
+
     void parseReceive(const QByteArray& bytes);
     static int eventHandler(kz_event* e);
     void parseReadEvent(ReceivedEvent* record);
@@ -70,6 +78,25 @@ public:
     void fire(F fn, const A&... args) const
     {
         if (fn) fn(receiveData, args...);
+    }
+
+    /// Reads one payload of layout L and fires `slot` with its values.
+    template <class L, class F>
+    void take(kz::Reader& r, F slot) const
+    {
+        L::decode(r, kz::namesOf<L>(), [&](const auto&... v) { fire(slot, v...); });
+    }
+
+    /// The decoder of a message with both forms: flag 0 reads Req and fires
+    /// `onRequest`, flag 1 reads Rep and fires `onReply`; other flags are
+    /// ignored.
+    template <class Req, class Rep, class Q, class P>
+    void route(uchar flag, kz::Reader& r, Q onRequest, P onReply) const
+    {
+        if (flag == kz::Request)
+            take<Req>(r, onRequest);
+        else if (flag == kz::Reply)
+            take<Rep>(r, onReply);
     }
 
     // One decoder per method code.

@@ -109,6 +109,7 @@ struct TraceItem
     const char* kind;
     int offset;
     QString value;
+    const char* name = nullptr; ///< the field's name, where a layout gives one
 };
 
 /// The bounds-safe payload reader. Its one bounds check is in take(): a read
@@ -179,6 +180,8 @@ public:
 
     /// Records every field read from here on into `sink` (for dump tools).
     void setTrace(QVector<TraceItem>* sink) { trace_ = sink; }
+    /// Names the next field read (its trace item carries the name).
+    void label(const char* name) { label_ = name; }
 
     /// While one lives, inner reads are not traced one by one; the outer
     /// composite records itself as one item.
@@ -186,17 +189,19 @@ public:
     {
     public:
         Quiet(Reader* r, const char* kind)
-            : r_(r), kind_(kind), at_(r->offset()), outermost_(r->depth_++ == 0)
+            : r_(r), kind_(kind), name_(r->depth_ == 0 ? r->takeLabel() : nullptr),
+              at_(r->offset()), outermost_(r->depth_++ == 0)
         {}
         ~Quiet() { --r_->depth_; }
         void done(const QString& value) const
         {
-            if (outermost_ && r_->trace_) r_->trace_->append({kind_, at_, value});
+            if (outermost_ && r_->trace_) r_->trace_->append({kind_, at_, value, name_});
         }
 
     private:
         Reader* r_;
         const char* kind_;
+        const char* name_;
         int at_;
         bool outermost_;
     };
@@ -204,9 +209,15 @@ public:
 private:
     friend class Quiet;
     bool take(void* dst, int n);
+    const char* takeLabel()
+    {
+        const char* n = label_;
+        label_ = nullptr;
+        return n;
+    }
     void record(const char* kind, int at, const QString& value)
     {
-        if (trace_ && depth_ == 0) trace_->append({kind, at, value});
+        if (trace_ && depth_ == 0) trace_->append({kind, at, value, takeLabel()});
     }
     void record(const char* kind, int at, qint64 v)
     {
@@ -218,6 +229,7 @@ private:
     const uchar* end_;
     bool short_ = false;
     int depth_ = 0;
+    const char* label_ = nullptr;
     QVector<TraceItem>* trace_ = nullptr;
 };
 

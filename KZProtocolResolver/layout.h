@@ -1,0 +1,314 @@
+// Message layouts stated once. A layout lists the wire forms of a payload in
+// wire order; from it come the encoder's payload, the decoder's values and
+// the field names that a dump prints:
+//
+//     // DeleteUser reply: strlist names, flag8 ok (ok first in the API)
+//     struct NamesOk : Layout<strlist, flag8>::Api<1, 0>
+//     {
+//         static constexpr const char* names[] = {"names", "ok"};
+//     };
+//
+//     d->send<NamesOk>(Method::DeleteUser, Reply, ok, names);     // encoder
+//     route<Names, NamesOk>(flag, r, cb.onXCB, cb.onXResultCB);   // decoder
+//
+// `Api<...>` gives, for each argument of the C++ call (and of the callback),
+// the position of its field on the wire; without it the two orders agree.
+// A read builds the values with brace-initialisation, which C++ evaluates
+// left to right, so the fields are read in wire order whatever the API order.
+//
+// Field<Form> gives the value type, writer and reader of one wire form. The
+// primitives are declared here; `listof<F>` and `mapof<K, V>` compose them;
+// a record that travels in several messages adds a Field of its own.
+#ifndef KZRESOLVER_LAYOUT_H
+#define KZRESOLVER_LAYOUT_H
+
+#include "payload.h"
+
+#include <array>
+#include <cstddef>
+#include <iterator>
+#include <tuple>
+#include <utility>
+
+namespace kz {
+
+template <class Form>
+struct Field;
+
+using GroupMap = QMap<QString, QStringList>;
+using StrIntMap = QMap<QString, int>;
+
+// clang-format off
+#define KZ_PRIMITIVE(Form, ValueType)                                                              \
+    template <>                                                                                    \
+    struct Field<Form>                                                                             \
+    {                                                                                              \
+        using Value = ValueType;                                                                   \
+        static void write(Payload& p, const Value& v) { p << Form{v}; }                            \
+        static Value read(Reader& r) { return r.Form(); }                                          \
+    };
+KZ_PRIMITIVE(u8, quint8)
+KZ_PRIMITIVE(u16, quint16)
+KZ_PRIMITIVE(u32, quint32)
+KZ_PRIMITIVE(i32, qint32)
+KZ_PRIMITIVE(flag8, bool)
+KZ_PRIMITIVE(str16, QString)
+KZ_PRIMITIVE(strz, QString)
+KZ_PRIMITIVE(strlist, QStringList)
+KZ_PRIMITIVE(dtext, double)
+KZ_PRIMITIVE(itext, int)
+KZ_PRIMITIVE(groupmap, GroupMap)
+KZ_PRIMITIVE(strintmap, StrIntMap)
+KZ_PRIMITIVE(blob32, QByteArray)
+#undef KZ_PRIMITIVE
+// clang-format on
+
+/// A boolean written as flag8 and read back by flipping the low bit.
+struct flag8x
+{
+};
+template <>
+struct Field<flag8x>
+{
+    using Value = bool;
+    static void write(Payload& p, bool v) { p << flag8{v}; }
+    static bool read(Reader& r) { return r.flag8x(); }
+};
+
+/// A record form given by its writer and reader, for records that travel in
+/// several messages: `using userForm = record<user_info, writeUser, readUser>;`
+template <class T, void (*W)(Payload&, const T&), T (*R)(Reader&)>
+struct record
+{
+};
+template <class T, void (*W)(Payload&, const T&), T (*R)(Reader&)>
+struct Field<record<T, W, R>>
+{
+    using Value = T;
+    static void write(Payload& p, const T& v) { W(p, v); }
+    static T read(Reader& r)
+    {
+        r.label(nullptr); // a trace shows the record's own fields
+        return R(r);
+    }
+};
+
+/// A list: u16 count, then each entry as F (the reader stops at the end of
+/// the data).
+template <class F>
+struct listof
+{
+};
+template <class F>
+struct Field<listof<F>>
+{
+    using Value = QList<typename Field<F>::Value>;
+    static void write(Payload& p, const Value& v)
+    {
+        p << count16(v.size());
+        for (const auto& x : v) Field<F>::write(p, x);
+    }
+    static Value read(Reader& r)
+    {
+        return r.list<typename Field<F>::Value>([&] { return Field<F>::read(r); });
+    }
+};
+
+/// A map: u16 count, then per entry in ascending key order the key as K and
+/// the value as V.
+template <class K, class V>
+struct mapof
+{
+};
+template <class K, class V>
+struct Field<mapof<K, V>>
+{
+    using Value = QMap<typename Field<K>::Value, typename Field<V>::Value>;
+    static void write(Payload& p, const Value& v)
+    {
+        p << count16(v.size());
+        for (auto it = v.cbegin(); it != v.cend(); ++it) {
+            Field<K>::write(p, it.key());
+            Field<V>::write(p, it.value());
+        }
+    }
+    static Value read(Reader& r)
+    {
+        Value out;
+        const Reader::Quiet q(&r, "map");
+        r.forEach(r.count16(), [&] {
+            auto key = Field<K>::read(r);
+            out.insert(key, Field<V>::read(r));
+        });
+        q.done(QStringLiteral("[%1]").arg(out.size()));
+        return out;
+    }
+};
+
+namespace layout_detail {
+
+template <std::size_t... I>
+struct Order
+{
+};
+
+/// The API position of wire field `wire`: the k with order[k] == wire.
+template <std::size_t N>
+constexpr std::size_t apiIndexOf(const std::array<std::size_t, N>& order, std::size_t wire)
+{
+    for (std::size_t k = 0; k < N; ++k)
+        if (order[k] == wire) return k;
+    return N;
+}
+
+template <std::size_t N>
+constexpr bool isPermutation(const std::array<std::size_t, N>& order)
+{
+    for (std::size_t w = 0; w < N; ++w)
+        if (apiIndexOf(order, w) == N) return false;
+    return true;
+}
+
+template <class Seq>
+struct OrderOf;
+template <std::size_t... I>
+struct OrderOf<std::index_sequence<I...>>
+{
+    using type = Order<I...>;
+};
+
+template <class O, class... F>
+struct Impl;
+
+template <std::size_t... A, class... F>
+struct Impl<Order<A...>, F...>
+{
+    static_assert(sizeof...(A) == sizeof...(F), "one API position per field");
+    static constexpr std::size_t size = sizeof...(F);
+    static constexpr std::array<std::size_t, size> order{{A...}};
+    static_assert(isPermutation(order), "API positions must name every field once");
+
+    using Forms = std::tuple<F...>;
+    using Values = std::tuple<typename Field<F>::Value...>;
+    template <std::size_t W>
+    using FormAt = std::tuple_element_t<W, std::tuple<F...>>;
+
+    /// The payload of API arguments `api`, written in wire order.
+    template <class... T>
+    static Payload encode(const T&... api)
+    {
+        static_assert(sizeof...(T) == size, "one argument per field");
+        Payload p;
+        writeAll(p, std::forward_as_tuple(api...), std::make_index_sequence<size>{});
+        return p;
+    }
+
+    /// Reads the fields in wire order (labelling each with its name for a
+    /// trace) and calls fn with the values in API order.
+    template <class Fn>
+    static void decode(Reader& r, const char* const* names, Fn&& fn)
+    {
+        readAll(r, names, fn, std::make_index_sequence<size>{});
+    }
+
+private:
+    template <class Args, std::size_t... W>
+    static void writeAll(Payload& p, const Args& api, std::index_sequence<W...>)
+    {
+        (Field<FormAt<W>>::write(p, std::get<apiIndexOf(order, W)>(api)), ...);
+    }
+
+    template <class Fn, std::size_t... W>
+    static void readAll(Reader& r, const char* const* names, Fn& fn, std::index_sequence<W...>)
+    {
+        Values v{(r.label(names[W]), Field<FormAt<W>>::read(r))...};
+        fn(std::get<A>(v)...);
+    }
+};
+
+} // namespace layout_detail
+
+/// The layout of one payload: its wire forms in wire order. Derive from it
+/// and give the field names, in wire order, as `names`.
+template <class... F>
+struct Layout
+    : layout_detail::Impl<typename layout_detail::OrderOf<std::index_sequence_for<F...>>::type,
+                          F...>
+{
+    /// The same fields with the API order given: position I_k on the wire
+    /// holds argument k.
+    template <std::size_t... I>
+    using Api = layout_detail::Impl<layout_detail::Order<I...>, F...>;
+};
+
+/// The empty payload.
+struct Empty : Layout<>
+{
+};
+
+/// The reply that echoes request layout Req and adds a success flag: Req's
+/// fields, then flag8 ok on the wire; ok comes first in the API.
+template <class Req, class = typename Req::Forms, class = std::make_index_sequence<Req::size>>
+struct WithOk;
+template <class Req, class... F, std::size_t... I>
+struct WithOk<Req, std::tuple<F...>, std::index_sequence<I...>>
+    : layout_detail::Impl<layout_detail::Order<sizeof...(F), I...>, F..., flag8>
+{
+    static constexpr std::array<const char*, sizeof...(F) + 1> names{{Req::names[I]..., "ok"}};
+};
+
+/// The field names of layout L, checked against its field count.
+template <class L>
+const char* const* namesOf()
+{
+    if constexpr (L::size == 0) {
+        return nullptr;
+    } else {
+        static_assert(std::size(L::names) == L::size, "one name per field");
+        return std::data(L::names);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Layouts that messages of several families share
+// ---------------------------------------------------------------------------
+
+/// strlist names: the Delete... requests of users, operators and machines.
+struct Names : Layout<strlist>
+{
+    static constexpr const char* names[] = {"names"};
+};
+
+/// strz a
+struct Text : Layout<strz>
+{
+    static constexpr const char* names[] = {"a"};
+};
+
+/// strz a, strz b
+struct Texts2 : Layout<strz, strz>
+{
+    static constexpr const char* names[] = {"a", "b"};
+};
+
+/// strz a, strz b, strz c
+struct Texts3 : Layout<strz, strz, strz>
+{
+    static constexpr const char* names[] = {"a", "b", "c"};
+};
+
+/// strz a, strz b, i32 n
+struct Texts2Int : Layout<strz, strz, i32>
+{
+    static constexpr const char* names[] = {"a", "b", "n"};
+};
+
+/// strz a, strz b, strintmap map
+struct Texts2Map : Layout<strz, strz, strintmap>
+{
+    static constexpr const char* names[] = {"a", "b", "map"};
+};
+
+} // namespace kz
+
+#endif // KZRESOLVER_LAYOUT_H
