@@ -19,9 +19,11 @@
 #define KZ_FAMILY_Workshop(name) KZ_DROP(name)
 #define KZ_FAMILY_Stops(name) KZ_DROP(name)
 #define KZ_FAMILY_Oee(name) KZ_DROP(name)
+
 #define KZ_FAMILY_MacFiles(name) KZ_DROP(name)
 #define KZ_FAMILY_SharedFiles(name) KZ_DROP(name)
 #define KZ_FAMILY_Transfer(name) KZ_DROP(name)
+
 #define KZ_FAMILY_Logs(name) KZ_DROP(name)
 #define KZ_FAMILY_Statistics(name) KZ_DROP(name)
 #define KZ_FAMILY_FilePrices(name) KZ_DROP(name)

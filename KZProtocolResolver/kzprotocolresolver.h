@@ -612,7 +612,11 @@ public:
     void setLanRemoteUpdateScreenResultCB(LanRemoteUpdateScreenResultCB fn);
     ///@}
 
-    // Plans and OEE, machine files, logs and statistics: their sections go here.
+    // Plans and OEE: production plans, workshop plans, planned stops, OEE data.
+
+    // Machine files: file operations, transfer tasks, shared files.
+
+    // Logs and statistics: log queries, machine data and statistics, file prices.
 
 private:
     KZProtocolResolverPrivate* d;

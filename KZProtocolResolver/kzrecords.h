@@ -183,4 +183,8 @@ inline bool operator==(const oee_process_data& a, const oee_process_data& b)
 }
 inline bool operator!=(const oee_process_data& a, const oee_process_data& b) { return !(a == b); }
 
+// Records of the planning and OEE messages.
+
+// Records of the log and statistics messages.
+
 #endif // KZRESOLVER_KZRECORDS_H
