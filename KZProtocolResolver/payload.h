@@ -86,6 +86,20 @@ public:
     const QByteArray& bytes() const { return b_; }
     int size() const { return b_.size(); }
 
+    /// Notes a value that will not arrive as the caller gave it (a count
+    /// truncated to 16 bits, rows skipped by a signed-count loop). The wire
+    /// stays as it is; the first note is kept for the sender to report.
+    Payload& noteLoss(const char* what, qint64 value)
+    {
+        if (!lossWhat_) {
+            lossWhat_ = what;
+            lossValue_ = value;
+        }
+        return *this;
+    }
+    const char* lossWhat() const { return lossWhat_; }
+    qint64 lossValue() const { return lossValue_; }
+
 private:
     template <class T>
     Payload& put(T v)
@@ -97,6 +111,8 @@ private:
     }
 
     QByteArray b_;
+    const char* lossWhat_ = nullptr;
+    qint64 lossValue_ = 0;
 };
 
 // ---------------------------------------------------------------------------
