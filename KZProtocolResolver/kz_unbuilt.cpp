@@ -20,9 +20,9 @@
 #define KZ_FAMILY_Stops(name) KZ_DROP(name)
 #define KZ_FAMILY_Oee(name) KZ_DROP(name)
 
-#define KZ_FAMILY_MacFiles(name) KZ_DROP(name)
-#define KZ_FAMILY_SharedFiles(name) KZ_DROP(name)
-#define KZ_FAMILY_Transfer(name) KZ_DROP(name)
+#define KZ_FAMILY_MacFiles(name)
+#define KZ_FAMILY_SharedFiles(name)
+#define KZ_FAMILY_Transfer(name)
 
 #define KZ_FAMILY_Logs(name) KZ_DROP(name)
 #define KZ_FAMILY_Statistics(name) KZ_DROP(name)

@@ -614,7 +614,211 @@ public:
 
     // Plans and OEE: production plans, workshop plans, planned stops, OEE data.
 
-    // Machine files: file operations, transfer tasks, shared files.
+    /// \name Machine file operations
+    /// Listing the files of a machine and renaming, executing and deleting
+    /// them. What the texts and the mode select is the host's business; the
+    /// library keeps no state and leaves matching replies to requests to the
+    /// host. Status bytes arrive as true unless the byte is 1.
+    ///@{
+    using LanMacFilesCB = void (*)(void* ctx, const QString& mac, const QString& path, int mode);
+    using LanMacFilesResultCB = void (*)(void* ctx, const QString& path, int value,
+                                         const QStringList& files);
+    using LanMacRenameFileCB = void (*)(void* ctx, const QString& mac, const QString& from,
+                                        const QString& to);
+    using LanMacRenameFileResultCB = void (*)(void* ctx, bool ok);
+    using LanMacExecuteFileCB = void (*)(void* ctx, const QString& mac, const QString& file);
+    using LanMacExecuteFileResultCB = void (*)(void* ctx, bool ok);
+    using LanMacDeleteFileCB = void (*)(void* ctx, const QString& mac, const QStringList& files);
+    using LanMacDeleteFileResultCB = void (*)(void* ctx, bool ok);
+
+    /// Asks for the files of a machine (most likely: a machine, a directory
+    /// and what to list). Only the low byte of `mode` is sent.
+    void lanMacFiles(const QString& mac, const QString& path, int mode);
+    /// Answers a file listing. Only the low 16 bits of `value` are sent.
+    void lanMacFilesResponse(const QString& path, int value, const QStringList& files);
+    /// Asks to rename a file of a machine.
+    void lanMacRenameFile(const QString& mac, const QString& from, const QString& to);
+    /// Answers a rename.
+    void lanMacRenameFileResponse(bool ok);
+    /// Asks a machine to execute (start working) a file.
+    void lanMacExecuteFile(const QString& mac, const QString& file);
+    /// Answers an execute request.
+    void lanMacExecuteFileResponse(bool ok);
+    /// Asks to delete files of a machine.
+    void lanMacDeleteFile(const QString& mac, const QStringList& files);
+    /// Answers a deletion.
+    void lanMacDeleteFileResponse(bool ok);
+    /// Called for a listing request; `mode` arrives as a signed byte (200
+    /// arrives as -56).
+    void setLanMacFilesCB(LanMacFilesCB fn);
+    /// Called for a listing; `value` arrives as a signed 16-bit number.
+    void setLanMacFilesResultCB(LanMacFilesResultCB fn);
+    /// Called for a rename request.
+    void setLanMacRenameFileCB(LanMacRenameFileCB fn);
+    /// Called for a rename reply.
+    void setLanMacRenameFileResultCB(LanMacRenameFileResultCB fn);
+    /// Called for an execute request.
+    void setLanMacExecuteFileCB(LanMacExecuteFileCB fn);
+    /// Called for an execute reply.
+    void setLanMacExecuteFileResultCB(LanMacExecuteFileResultCB fn);
+    /// Called for a deletion request.
+    void setLanMacDeleteFileCB(LanMacDeleteFileCB fn);
+    /// Called for a deletion reply.
+    void setLanMacDeleteFileResultCB(LanMacDeleteFileResultCB fn);
+    ///@}
+
+    /// \name File transfer tasks
+    /// Moving files in tasks: a task is announced (AddTask, answered by
+    /// AddTaskUi), started (TaskStart), opened (TaskBegin, answered by
+    /// BeginResponse), carried in content chunks each answered by a content
+    /// reply, closed (Close) and ended (End); Speed and Percent report
+    /// progress, Pause, Resume and Cancel act on a running task. The
+    /// library keeps no task state: the integers (task, file and chunk
+    /// numbers, sizes, rates) and the 16-byte blocks (digests, say) are the
+    /// host's. Each message goes under one fixed flag and is ignored under
+    /// the other; Percent goes under the reply flag, Speed under the
+    /// request flag, and the begin answer has a code of its own.
+    ///
+    /// A 16-byte block is sent as the first 16 bytes of the array given,
+    /// padded with zero bytes if shorter; it arrives as those 16 bytes (fewer
+    /// only when the data ends inside it).
+    ///@{
+    using LanMacTsfExchangeFileCB = void (*)(void* ctx, const QMap<QString, QStringList>& files);
+    using LanMacTsfFileAddTaskCB = void (*)(void* ctx, bool b1, const QString& a, const QString& b,
+                                            const QString& c, bool b2, const QStringList& list);
+    using LanMacTsfFileAddTaskUiCB = void (*)(void* ctx, bool ok, const QString& a,
+                                              const QString& b, int n, const QString& c,
+                                              const QString& d, const QString& e);
+    using LanMacTsfFileTaskStartCB = void (*)(void* ctx);
+    using LanMacTsfFileTaskBeginCB = void (*)(void* ctx, int n, const QByteArray& block);
+    using LanMacTsfFileBeginResultCB = void (*)(void* ctx, int n1, int n2, int n3);
+    using LanMacTsfFileContentCB = void (*)(void* ctx, int p, int q, int r, int len,
+                                            const QByteArray& block, const QByteArray& data);
+    using LanMacTsfFileContentResultCB = void (*)(void* ctx, int n1, int n2);
+    using LanMacTsfFileCloseCB = void (*)(void* ctx, int n1, int n2, const QByteArray& block);
+    using LanMacTsfFileEndCB = void (*)(void* ctx, int n, const QString& text, bool ok);
+    using LanMacTsfFilePercentCB = void (*)(void* ctx, int n1, int n2, int n3);
+    using LanMacTsfFileSpeedCB = void (*)(void* ctx, int n1, int n2, int n3);
+    using LanMacTsfFilePauseCB = void (*)(void* ctx, const QString& task, int n);
+    using LanMacTsfFileResumeCB = void (*)(void* ctx, const QString& task, int n);
+    using LanMacTsfFileCancelCB = void (*)(void* ctx, const QString& task, int n);
+
+    /// Sends a table of file entries, four texts per key. An entry whose
+    /// list does not hold exactly four texts is sent as its key alone, which
+    /// puts the rest of the table out of step for the receiver: pass
+    /// four-text lists only.
+    void lanMacTsfExchangeFile(const QMap<QString, QStringList>& files);
+    /// Announces a transfer task (texts and list most likely name the
+    /// machine, the task and its files).
+    void lanMacTsfFileAddTask(bool b1, const QString& a, const QString& b, const QString& c,
+                              bool b2, const QStringList& list);
+    /// Answers an announced task with its description (the reply-flag form
+    /// of AddTask, with other fields).
+    void lanMacTsfFileAddTaskUi(bool ok, const QString& a, const QString& b, int n,
+                                const QString& c, const QString& d, const QString& e);
+    /// Starts the announced tasks (empty payload).
+    void lanMacTsfFileTaskStart();
+    /// Opens one transfer: an integer and a 16-byte block.
+    void lanMacTsfFileTaskBegin(int n, const QByteArray& block);
+    /// Answers TaskBegin (under a code of its own).
+    void lanMacTsfFileBeginResponse(int n1, int n2, int n3);
+    /// Sends one chunk: three integers, the chunk's length `len`, a 16-byte
+    /// block and the data. The whole of `data` is sent and the receiver takes
+    /// `len` bytes, so `len` must be `data.size()`.
+    void lanMacTsfFileContent(int p, int q, int r, int len, const QByteArray& block,
+                              const QByteArray& data);
+    /// Acknowledges one chunk.
+    void lanMacTsfFileContentResponse(int n1, int n2);
+    /// Closes a transfer: two integers and a 16-byte block.
+    void lanMacTsfFileClose(int n1, int n2, const QByteArray& block);
+    /// Reports the end of a transfer and whether it succeeded.
+    void lanMacTsfFileEnd(int n, const QString& text, bool ok);
+    /// Reports progress as three integers (sent under the reply flag).
+    void lanMacTsfFilePercent(int n1, int n2, int n3);
+    /// Reports speed as three integers (sent under the request flag).
+    void lanMacTsfFileSpeed(int n1, int n2, int n3);
+    /// Pauses the task named by `task` and `n`.
+    void lanMacTsfFilePause(const QString& task, int n);
+    /// Resumes the task named by `task` and `n`.
+    void lanMacTsfFileResume(const QString& task, int n);
+    /// Cancels the task named by `task` and `n`.
+    void lanMacTsfFileCancel(const QString& task, int n);
+    /// Called for a file table: per key the last three of the four texts
+    /// sent (a repeated key keeps its last entry).
+    void setLanMacTsfExchangeFileCB(LanMacTsfExchangeFileCB fn);
+    /// Called for an announced task.
+    void setLanMacTsfFileAddTaskCB(LanMacTsfFileAddTaskCB fn);
+    /// Called for the answer to an announced task.
+    void setLanMacTsfFileAddTaskUiCB(LanMacTsfFileAddTaskUiCB fn);
+    /// Called when tasks start.
+    void setLanMacTsfFileTaskStartCB(LanMacTsfFileTaskStartCB fn);
+    /// Called when a transfer opens.
+    void setLanMacTsfFileTaskBeginCB(LanMacTsfFileTaskBeginCB fn);
+    /// Called for the answer to TaskBegin.
+    void setLanMacTsfFileBeginResultCB(LanMacTsfFileBeginResultCB fn);
+    /// Called for a chunk; `data` holds `len` bytes (fewer when the data
+    /// ends first, none for `len` <= 0).
+    void setLanMacTsfFileContentCB(LanMacTsfFileContentCB fn);
+    /// Called for a chunk acknowledgement.
+    void setLanMacTsfFileContentResultCB(LanMacTsfFileContentResultCB fn);
+    /// Called when a transfer closes.
+    void setLanMacTsfFileCloseCB(LanMacTsfFileCloseCB fn);
+    /// Called for the end of a transfer; `ok` is true only for a 0 byte.
+    void setLanMacTsfFileEndCB(LanMacTsfFileEndCB fn);
+    /// Called for a progress report (reply flag only).
+    void setLanMacTsfFilePercentCB(LanMacTsfFilePercentCB fn);
+    /// Called for a speed report (request flag only).
+    void setLanMacTsfFileSpeedCB(LanMacTsfFileSpeedCB fn);
+    /// Called for a pause request.
+    void setLanMacTsfFilePauseCB(LanMacTsfFilePauseCB fn);
+    /// Called for a resume request.
+    void setLanMacTsfFileResumeCB(LanMacTsfFileResumeCB fn);
+    /// Called for a cancel request.
+    void setLanMacTsfFileCancelCB(LanMacTsfFileCancelCB fn);
+    ///@}
+
+    /// \name Shared files
+    /// The shared files as two lists under a text (most likely a directory),
+    /// for management clients and app clients, and a request to download
+    /// some of them. The two lists of a reply share one byte budget: a list
+    /// cut short by it, or by the end of the data, ends early without error.
+    ///@{
+    using LanLoadSharedFilesCB = void (*)(void* ctx, int kind, const QString& path);
+    using LanLoadSharedFilesResultCB = void (*)(void* ctx, const QString& path,
+                                                const QStringList& first,
+                                                const QStringList& second);
+    using LanDownloadSharedFilesCB = void (*)(void* ctx, int kind, const QString& path,
+                                              const QStringList& first, const QStringList& second);
+    using LanAppLoadSharedFilesCB = void (*)(void* ctx, const QString& path);
+    using LanAppLoadSharedFilesResultCB = void (*)(void* ctx, const QStringList& first,
+                                                   const QStringList& second, const QString& path);
+
+    /// Asks for the shared files. Only the low byte of `kind` is sent, after
+    /// the text.
+    void lanLoadSharedFiles(int kind, const QString& path);
+    /// Answers with the two lists of shared files.
+    void lanLoadSharedFilesResponse(const QString& path, const QStringList& first,
+                                    const QStringList& second);
+    /// Asks to download shared files (no reply message). Only the low byte
+    /// of `kind` is sent.
+    void lanDownloadSharedFiles(int kind, const QString& path, const QStringList& first,
+                                const QStringList& second);
+    /// Asks for the shared files, for an app client.
+    void lanAppLoadSharedFiles(const QString& path);
+    /// Answers an app client; the text travels ahead of the lists.
+    void lanAppLoadSharedFilesResult(const QStringList& first, const QStringList& second,
+                                     const QString& path);
+    /// Called for a shared-file request; `kind` arrives as a signed byte.
+    void setLanLoadSharedFilesCB(LanLoadSharedFilesCB fn);
+    /// Called for the shared-file lists.
+    void setLanLoadSharedFilesResultCB(LanLoadSharedFilesResultCB fn);
+    /// Called for a download request; `kind` arrives as a signed byte.
+    void setLanDownloadSharedFilesCB(LanDownloadSharedFilesCB fn);
+    /// Called for an app client's shared-file request.
+    void setLanAppLoadSharedFilesCB(LanAppLoadSharedFilesCB fn);
+    /// Called for the shared-file lists sent to an app client.
+    void setLanAppLoadSharedFilesResultCB(LanAppLoadSharedFilesResultCB fn);
+    ///@}
 
     // Logs and statistics: log queries, machine data and statistics, file prices.
 

@@ -309,6 +309,27 @@ struct Texts2Map : Layout<strz, strz, strintmap>
     static constexpr const char* names[] = {"a", "b", "map"};
 };
 
+// ---------------------------------------------------------------------------
+// Machine files and shared files
+// ---------------------------------------------------------------------------
+
+/// An int sent as its low byte and read back as a signed 8-bit value (200
+/// arrives as -56). A value outside -128..127 is noted as lost.
+struct sbyte
+{
+};
+template <>
+struct Field<sbyte>
+{
+    using Value = int;
+    static void write(Payload& p, int v)
+    {
+        if (v != qint8(v)) p.noteLoss("integer sent as one byte", v);
+        p << u8{quint8(v)};
+    }
+    static int read(Reader& r) { return qint8(r.u8()); }
+};
+
 } // namespace kz
 
 #endif // KZRESOLVER_LAYOUT_H
