@@ -51,5 +51,10 @@ public:
 void addSessionSteps(Demo& demo);
 void addAccountsSteps(Demo& demo);
 void addMachinesSteps(Demo& demo);
+void addFilesSteps(Demo& demo);
+
+/// Connects a peer's resolver to a socket: received bytes go to the
+/// resolver, its frames to the socket.
+void wire(Peer& p, QTcpSocket* socket);
 
 #endif

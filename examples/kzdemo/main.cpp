@@ -26,16 +26,22 @@ void writeFrame(void* ctx, char* bytes, int n)
     std::free(bytes);
 }
 
+} // namespace
+
 void wire(Peer& p, QTcpSocket* socket)
 {
     p.socket = socket;
+    // The tail of a large message and small replies (chunk acknowledgements)
+    // go out at once instead of waiting for the peer's delayed ACK. The
+    // option takes on a connected socket only.
+    const auto lowDelay = [socket] { socket->setSocketOption(QAbstractSocket::LowDelayOption, 1); };
+    if (socket->state() == QAbstractSocket::ConnectedState) lowDelay();
+    QObject::connect(socket, &QTcpSocket::connected, lowDelay);
     p.resolver.setReceiveData(&p);
     p.resolver.setParsePackResult(&writeFrame);
     QObject::connect(socket, &QTcpSocket::readyRead,
                      [&p] { p.resolver.parseReceive(p.socket->readAll()); });
 }
-
-} // namespace
 
 void Peer::handled(const QString& what) const
 {
@@ -83,6 +89,7 @@ int main(int argc, char** argv)
     addSessionSteps(demo); // login first, logout last
     addAccountsSteps(demo);
     addMachinesSteps(demo);
+    addFilesSteps(demo);
 
     QTcpServer listener;
     if (!listener.listen(QHostAddress::LocalHost, 0)) {
