@@ -77,8 +77,9 @@ void checkRows(const std::vector<Row>& rows)
         ASSERT_EQ(bodies.size(), 1);
         const QByteArray body = bodies[0];
         ASSERT_GE(body.size(), 5);
-        if (row.payload)
+        if (row.payload) {
             EXPECT_EQ(hex(body.mid(4, body.size() - 5)), QString::fromLatin1(row.payload));
+        }
 
         Receiver rx;
         rx.resolver.parseReceive(sink.stream());
