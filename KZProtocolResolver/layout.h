@@ -311,4 +311,18 @@ struct Texts2Map : Layout<strz, strz, strintmap>
 
 } // namespace kz
 
+// ---------------------------------------------------------------------------
+// Log queries and file prices
+// ---------------------------------------------------------------------------
+
+namespace kz {
+
+/// strz a, strz b, strz c, strlist list: the QueryLog2 and QueryFilePrice requests.
+struct Texts3List : Layout<strz, strz, strz, strlist>
+{
+    static constexpr const char* names[] = {"a", "b", "c", "list"};
+};
+
+} // namespace kz
+
 #endif // KZRESOLVER_LAYOUT_H
