@@ -24,9 +24,9 @@
 #define KZ_FAMILY_SharedFiles(name)
 #define KZ_FAMILY_Transfer(name)
 
-#define KZ_FAMILY_Logs(name) KZ_DROP(name)
-#define KZ_FAMILY_Statistics(name) KZ_DROP(name)
-#define KZ_FAMILY_FilePrices(name) KZ_DROP(name)
+#define KZ_FAMILY_Logs(name)
+#define KZ_FAMILY_Statistics(name)
+#define KZ_FAMILY_FilePrices(name)
 
 #define KZ_METHOD(name, code, family) KZ_FAMILY_##family(name)
 #include "methods.def"

@@ -820,7 +820,280 @@ public:
     void setLanAppLoadSharedFilesResultCB(LanAppLoadSharedFilesResultCB fn);
     ///@}
 
-    // Logs and statistics: log queries, machine data and statistics, file prices.
+    /// \name Log queries
+    /// A query for a machine's logs, and the data messages that answer it:
+    /// one message per kind of log, each a text and a list of records. The
+    /// data messages go out with the request flag although the answering
+    /// side sends them; only QueryLog has a reply of its own. Figures sent
+    /// as text keep six significant digits; figures sent as whole numbers
+    /// are rounded half to even (and held to the 32-bit range).
+    ///@{
+    using LanQueryLogCB = void (*)(void* ctx, const QString& a, int k, const QString& b,
+                                   const QString& c, bool f1, bool f2, bool f3, bool f4,
+                                   const QStringList& list);
+    using LanQueryLogResultCB = void (*)(void* ctx, const QString& text);
+    using LanQueryLogsByFilterCB = void (*)(void* ctx, bool f, const QString& a, const QString& b,
+                                            const QString& c, const QStringList& list1,
+                                            const QStringList& list2);
+    using LanQueryLog2CB = void (*)(void* ctx, const QString& a, const QString& b, const QString& c,
+                                    const QStringList& list);
+    using LanQueryProcessResultCB = void (*)(void* ctx, const QString& text,
+                                             const QList<kz_log_process>& logs);
+    using LanQueryRuntimeResultCB = void (*)(void* ctx, const QString& text,
+                                             const QList<kz_log_runtime>& logs);
+    using LanQueryAbnormalResultCB = void (*)(void* ctx, const QString& text,
+                                              const QList<kz_abnormal_info>& events);
+    using LanQueryAlarmResultCB = void (*)(void* ctx, const QString& text,
+                                           const QList<kz_log_alarm>& logs);
+    using LanQueryProcessStopResultCB = void (*)(void* ctx, const QString& text,
+                                                 const QList<kz_log_processstop>& stops);
+    using LanQueryShutdownResultCB = void (*)(void* ctx, const QString& text,
+                                              const QList<kz_log_shutdown>& shutdowns);
+    using LanQueryProcess2ResultCB = void (*)(void* ctx, const QString& text,
+                                              const QList<kz_log_process_detail>& records);
+    using LanQueryRuntime2ResultCB = void (*)(void* ctx, const QString& text,
+                                              const QList<kz_log_runtime_info>& records);
+    using LanQueryAbnormal2ResultCB = void (*)(void* ctx, const QString& text,
+                                               const QList<kz_abnormal_info>& events);
+    using LanQueryAlarm2ResultCB = void (*)(void* ctx, const QString& text,
+                                            const QList<kz_log_alarm_info>& records);
+
+    /// Asks for logs: three texts, a number, four flags and a list.
+    void lanQueryLog(const QString& a, int k, const QString& b, const QString& c, bool f1, bool f2,
+                     bool f3, bool f4, const QStringList& list);
+    /// Answers a log query with a text.
+    void lanQueryLogResponse(const QString& text);
+    /// Asks for logs by filter: a flag, three texts and two lists.
+    void lanQueryLogsByFilter(bool f, const QString& a, const QString& b, const QString& c,
+                              const QStringList& list1, const QStringList& list2);
+    /// Asks for logs of the second generation: three texts and a list.
+    void lanQueryLog2(const QString& a, const QString& b, const QString& c,
+                      const QStringList& list);
+    /// Sends processing logs.
+    void lanQueryProcessResponse(const QString& text, const QList<kz_log_process>& logs);
+    /// Sends run-time logs.
+    void lanQueryRuntimeResponse(const QString& text, const QList<kz_log_runtime>& logs);
+    /// Sends abnormal events (text1 of each is not carried).
+    void lanQueryAbnormalResponse(const QString& text, const QList<kz_abnormal_info>& events);
+    /// Sends alarm logs.
+    void lanQueryAlarmResponse(const QString& text, const QList<kz_log_alarm>& logs);
+    /// Sends processing stops (code3 travels as its low 8 bits).
+    void lanQueryProcessStopResponse(const QString& text, const QList<kz_log_processstop>& stops);
+    /// Sends shutdowns.
+    void lanQueryShutdownResponse(const QString& text, const QList<kz_log_shutdown>& shutdowns);
+    /// Sends processing records of the second generation.
+    void lanQueryProcess2Result(const QString& text, const QList<kz_log_process_detail>& records);
+    /// Sends run-time records of the second generation.
+    void lanQueryRuntime2Result(const QString& text, const QList<kz_log_runtime_info>& records);
+    /// Sends abnormal events of the second generation (text1 included).
+    void lanQueryAbnormal2Result(const QString& text, const QList<kz_abnormal_info>& events);
+    /// Sends alarm records of the second generation.
+    void lanQueryAlarm2Result(const QString& text, const QList<kz_log_alarm_info>& records);
+    /// Called for a log query.
+    void setLanQueryLogCB(LanQueryLogCB fn);
+    /// Called for a log query's answer.
+    void setLanQueryLogResultCB(LanQueryLogResultCB fn);
+    /// Called for a log query by filter.
+    void setLanQueryLogsByFilterCB(LanQueryLogsByFilterCB fn);
+    /// Called for a log query of the second generation.
+    void setLanQueryLog2CB(LanQueryLog2CB fn);
+    /// Called for processing logs.
+    void setLanQueryProcessResultCB(LanQueryProcessResultCB fn);
+    /// Called for run-time logs.
+    void setLanQueryRuntimeResultCB(LanQueryRuntimeResultCB fn);
+    /// Called for abnormal events; text1 and reserved3 of each are empty.
+    void setLanQueryAbnormalResultCB(LanQueryAbnormalResultCB fn);
+    /// Called for alarm logs.
+    void setLanQueryAlarmResultCB(LanQueryAlarmResultCB fn);
+    /// Called for processing stops.
+    void setLanQueryProcessStopResultCB(LanQueryProcessStopResultCB fn);
+    /// Called for shutdowns.
+    void setLanQueryShutdownResultCB(LanQueryShutdownResultCB fn);
+    /// Called for processing records of the second generation.
+    void setLanQueryProcess2ResultCB(LanQueryProcess2ResultCB fn);
+    /// Called for run-time records of the second generation.
+    void setLanQueryRuntime2ResultCB(LanQueryRuntime2ResultCB fn);
+    /// Called for abnormal events of the second generation; reserved3 is empty.
+    void setLanQueryAbnormal2ResultCB(LanQueryAbnormal2ResultCB fn);
+    /// Called for alarm records of the second generation.
+    void setLanQueryAlarm2ResultCB(LanQueryAlarm2ResultCB fn);
+    ///@}
+
+    /// \name Machine data and statistics
+    /// Machine data, processing records and statistics over a date range,
+    /// and the app queries for the logs of several machines at once. The app
+    /// queries travel with the flags reversed: the query under the reply
+    /// flag, its data under the request flag; peers expect it so.
+    ///@{
+    using LanQueryMacDatasCB = void (*)(void* ctx, const QString& a, const QString& b);
+    using LanQueryProcessStatisticResultCB = void (*)(void* ctx, const QString& text,
+                                                      const MapQueryStatistic& statistic);
+    using LanQueryMacProcessCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                          const QList<work_log>& logs);
+    using LanQueryMacStatisticCB = void (*)(void* ctx, const QString& s1, const QString& s2,
+                                            const QString& s3, const QString& s4);
+    using LanQueryMacStatisticResultCB = void (*)(
+        void* ctx, const QString& start, const QString& end, const QStringList& names,
+        const QMap<QString, int>& m1, const QMap<QString, int>& m2, const QMap<QString, int>& m3,
+        const QMap<QString, int>& m4, const QMap<QString, int>& m5, const QMap<QString, int>& m6);
+    using LanAppQueryProcessLogsCB = void (*)(void* ctx, const QString& a, const QString& b, bool f,
+                                              const QString& c, const QStringList& list);
+    using LanAppQueryProcessLogsResultCB = void (*)(void* ctx,
+                                                    const QMap<QString, QList<work_log>>& logs);
+    using LanAppQueryRuntimeLogsCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                              const QStringList& list);
+    using LanAppQueryRuntimeLogsResultCB = void (*)(void* ctx,
+                                                    const QMap<QString, QList<boot_record>>& boots);
+    using LanAppQueryAlarmLogsCB = LanAppQueryRuntimeLogsCB;
+    using LanAppQueryAlarmLogsResultCB =
+        void (*)(void* ctx, const QMap<QString, QList<alarm_log_info>>& alarms);
+
+    /// Asks for a machine's data (there is no reply message).
+    void lanQueryMacDatas(const QString& a, const QString& b);
+    /// Sends processing statistics (with the request flag).
+    void lanQueryProcessStatisticResponse(const QString& text, const MapQueryStatistic& statistic);
+    /// Sends a machine's processing records: of each work_log text8, text1,
+    /// text2, value4 and value3 are carried.
+    void lanQueryMacProcess(const QString& a, const QString& b, const QList<work_log>& logs);
+    /// Asks for statistics (four texts; typically the machine and the range).
+    void lanQueryMacStatistic(const QString& s1, const QString& s2, const QString& s3,
+                              const QString& s4);
+    /// Answers a statistics query. `start` and `end` are dates as
+    /// "yyyy-MM-dd". Per name of `names`: its values in m1 and m2. Per day
+    /// from start to the day after end: its values in m3 and m4, keyed by
+    /// the day as "yyyy-MM-dd". Then m5 and m6 whole. Absent values go out
+    /// as 0. With an end before the start, the days sent are those from
+    /// start up to end + 1 (none when end is two or more days before start);
+    /// with an invalid date no day is sent.
+    void lanQueryMacStatisticResult(const QString& start, const QString& end,
+                                    const QStringList& names, const QMap<QString, int>& m1,
+                                    const QMap<QString, int>& m2, const QMap<QString, int>& m3,
+                                    const QMap<QString, int>& m4, const QMap<QString, int>& m5,
+                                    const QMap<QString, int>& m6);
+    /// Asks for processing logs of several machines (sent with the reply flag).
+    void lanAppQueryProcessLogs(const QString& a, const QString& b, bool f, const QString& c,
+                                const QStringList& list);
+    /// Sends processing logs per key (with the request flag); of each
+    /// work_log all fields but text8 are carried.
+    void lanAppQueryProcessLogsResponse(const QMap<QString, QList<work_log>>& logs);
+    /// Asks for run-time logs of several machines (sent with the reply flag).
+    void lanAppQueryRuntimeLogs(const QString& a, const QString& b, const QStringList& list);
+    /// Sends machine starts per key (with the request flag); reserved4 is not carried.
+    void lanAppQueryRuntimeLogsResponse(const QMap<QString, QList<boot_record>>& boots);
+    /// Asks for alarm logs of several machines (sent with the reply flag).
+    void lanAppQueryAlarmLogs(const QString& a, const QString& b, const QStringList& list);
+    /// Sends alarms per key (with the request flag).
+    void lanAppQueryAlarmLogsResponse(const QMap<QString, QList<alarm_log_info>>& alarms);
+    /// Called for a machine-data query.
+    void setLanQueryMacDatasCB(LanQueryMacDatasCB fn);
+    /// Called for processing statistics.
+    void setLanQueryProcessStatisticResultCB(LanQueryProcessStatisticResultCB fn);
+    /// Called for a machine's processing records; text5, value6 and value7
+    /// of each are empty or 0.
+    void setLanQueryMacProcessCB(LanQueryMacProcessCB fn);
+    /// Called for a statistics query.
+    void setLanQueryMacStatisticCB(LanQueryMacStatisticCB fn);
+    /// Called for a statistics answer: m1 and m2 hold every name sent (0
+    /// where the sender had none), m3 and m4 every day sent.
+    void setLanQueryMacStatisticResultCB(LanQueryMacStatisticResultCB fn);
+    /// Called for an app query of processing logs (arrives with the reply flag).
+    void setLanAppQueryProcessLogsCB(LanAppQueryProcessLogsCB fn);
+    /// Called for processing logs per key; text8 of each is empty.
+    void setLanAppQueryProcessLogsResultCB(LanAppQueryProcessLogsResultCB fn);
+    /// Called for an app query of run-time logs (arrives with the reply flag).
+    void setLanAppQueryRuntimeLogsCB(LanAppQueryRuntimeLogsCB fn);
+    /// Called for machine starts per key; reserved4 of each is 0.
+    void setLanAppQueryRuntimeLogsResultCB(LanAppQueryRuntimeLogsResultCB fn);
+    /// Called for an app query of alarm logs (arrives with the reply flag).
+    void setLanAppQueryAlarmLogsCB(LanAppQueryAlarmLogsCB fn);
+    /// Called for alarms per key.
+    void setLanAppQueryAlarmLogsResultCB(LanAppQueryAlarmLogsResultCB fn);
+    ///@}
+
+    /// \name File prices
+    /// The price table keyed by file name: loading it, adding one price or
+    /// many, updating, deleting and querying. Prices in a price map travel
+    /// as text with six significant digits (0.30000000000000004 arrives as
+    /// 0.3); an unreadable price arrives as 0.
+    ///@{
+    using LanLoadFilePriceCB = void (*)(void* ctx);
+    using LanLoadFilePriceResultCB = void (*)(void* ctx, const QStringList& files,
+                                              const QMap<QString, double>& prices);
+    using LanAddFilePriceCB = void (*)(void* ctx, const QString& file, const QString& price);
+    using LanAddFilePriceResultCB = void (*)(void* ctx, bool ok, const QString& file,
+                                             const QString& price);
+    using LanUpdateFilePriceCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                          const QString& c);
+    using LanUpdateFilePriceResultCB = void (*)(void* ctx, bool ok, const QString& a,
+                                                const QString& b, const QString& c);
+    using LanDeleteFilePriceCB = void (*)(void* ctx, const QStringList& files);
+    using LanDeleteFilePriceResultCB = void (*)(void* ctx, bool ok, const QStringList& files);
+    using LanQueryFilePriceInfoCB = void (*)(void* ctx, const QString& text,
+                                             const QList<QVariant>& rows);
+    using LanQueryFilePriceCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                         const QString& c, const QStringList& list);
+    using LanQueryFilePriceResultCB = void (*)(void* ctx, const QString& text);
+    using LanAddFilePricesCB = void (*)(void* ctx, const QMap<QString, double>& prices);
+    using LanAddFilePricesResultCB = void (*)(void* ctx, bool ok,
+                                              const QMap<QString, double>& prices);
+
+    /// Asks for the price table (empty payload).
+    void lanLoadFilePrice();
+    /// Answers with a list of files and the prices.
+    void lanLoadFilePriceResult(const QStringList& files, const QMap<QString, double>& prices);
+    /// Asks to add a price (the price as text, carried as given).
+    void lanAddFilePrice(const QString& file, const QString& price);
+    /// Answers an added price.
+    void lanAddFilePriceResult(bool ok, const QString& file, const QString& price);
+    /// Asks to update a price (three texts, carried as given).
+    void lanUpdateFilePrice(const QString& a, const QString& b, const QString& c);
+    /// Answers a price update.
+    void lanUpdateFilePriceResult(bool ok, const QString& a, const QString& b, const QString& c);
+    /// Asks to delete the prices of files.
+    void lanDeleteFilePrice(const QStringList& files);
+    /// Answers a price deletion.
+    void lanDeleteFilePriceResult(bool ok, const QStringList& files);
+    /// Sends price information: a text and rows, each row sent as
+    /// QVariant::toStringList(). A row count above 32767 (in 16 bits) sends
+    /// no rows; a row of more than 32767 items sends none of its items.
+    void lanQueryFilePriceInfo(const QString& text, const QList<QVariant>& rows);
+    /// Asks for prices: three texts and a list.
+    void lanQueryFilePrice(const QString& a, const QString& b, const QString& c,
+                           const QStringList& list);
+    /// Answers a price query with a text.
+    void lanQueryFilePriceResult(const QString& text);
+    /// Asks to add many prices.
+    void lanAddFilePrices(const QMap<QString, double>& prices);
+    /// Answers an addition of many prices.
+    void lanAddFilePricesResult(bool ok, const QMap<QString, double>& prices);
+    /// Called for a request for the price table.
+    void setLanLoadFilePriceCB(LanLoadFilePriceCB fn);
+    /// Called for the price table.
+    void setLanLoadFilePriceResultCB(LanLoadFilePriceResultCB fn);
+    /// Called for a request to add a price.
+    void setLanAddFilePriceCB(LanAddFilePriceCB fn);
+    /// Called for an added-price answer.
+    void setLanAddFilePriceResultCB(LanAddFilePriceResultCB fn);
+    /// Called for a request to update a price.
+    void setLanUpdateFilePriceCB(LanUpdateFilePriceCB fn);
+    /// Called for a price-update answer.
+    void setLanUpdateFilePriceResultCB(LanUpdateFilePriceResultCB fn);
+    /// Called for a request to delete prices.
+    void setLanDeleteFilePriceCB(LanDeleteFilePriceCB fn);
+    /// Called for a price-deletion answer.
+    void setLanDeleteFilePriceResultCB(LanDeleteFilePriceResultCB fn);
+    /// Called for price information; each row arrives as a QVariant holding
+    /// a QStringList.
+    void setLanQueryFilePriceInfoCB(LanQueryFilePriceInfoCB fn);
+    /// Called for a price query.
+    void setLanQueryFilePriceCB(LanQueryFilePriceCB fn);
+    /// Called for a price query's answer.
+    void setLanQueryFilePriceResultCB(LanQueryFilePriceResultCB fn);
+    /// Called for a request to add many prices; a repeated file keeps its last price.
+    void setLanAddFilePricesCB(LanAddFilePricesCB fn);
+    /// Called for an answer to an addition of many prices.
+    void setLanAddFilePricesResultCB(LanAddFilePricesResultCB fn);
+    ///@}
 
 private:
     KZProtocolResolverPrivate* d;

@@ -186,5 +186,309 @@ inline bool operator!=(const oee_process_data& a, const oee_process_data& b) { r
 // Records of the planning and OEE messages.
 
 // Records of the log and statistics messages.
+//
+// The log records carry the host's own values (machines, files, times,
+// counts, durations, codes) without interpretation; their fields are named
+// by position and kind. A field named "not carried" keeps its default on the
+// receiving side.
+
+/// One entry of a processing log: a text and seven numbers.
+struct kz_log_process_entry
+{
+    QString text1;     ///< the entry's text
+    qint32 value2 = 0; ///< first number
+    qint32 value3 = 0; ///< second number
+    qint32 value4 = 0; ///< third number
+    qint32 value5 = 0; ///< fourth number
+    qint32 value6 = 0; ///< fifth number
+    qint32 value7 = 0; ///< sixth number
+    qint32 value8 = 0; ///< seventh number
+};
+
+inline bool operator==(const kz_log_process_entry& a, const kz_log_process_entry& b)
+{
+    return a.text1 == b.text1 && a.value2 == b.value2 && a.value3 == b.value3 &&
+           a.value4 == b.value4 && a.value5 == b.value5 && a.value6 == b.value6 &&
+           a.value7 == b.value7 && a.value8 == b.value8;
+}
+inline bool operator!=(const kz_log_process_entry& a, const kz_log_process_entry& b)
+{
+    return !(a == b);
+}
+
+/// The processing log of one job: three texts and its entries.
+struct kz_log_process
+{
+    QString text1;                       ///< first text
+    QString text2;                       ///< second text
+    QString text3;                       ///< third text
+    QList<kz_log_process_entry> entries; ///< the job's entries, in order
+};
+
+inline bool operator==(const kz_log_process& a, const kz_log_process& b)
+{
+    return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.entries == b.entries;
+}
+inline bool operator!=(const kz_log_process& a, const kz_log_process& b) { return !(a == b); }
+
+/// One entry of a run-time log: two texts and three numbers.
+struct kz_log_runtime_entry
+{
+    QString text1;     ///< first text
+    QString text2;     ///< second text
+    qint32 value3 = 0; ///< first number
+    qint32 value4 = 0; ///< second number
+    qint32 value5 = 0; ///< third number
+};
+
+inline bool operator==(const kz_log_runtime_entry& a, const kz_log_runtime_entry& b)
+{
+    return a.text1 == b.text1 && a.text2 == b.text2 && a.value3 == b.value3 &&
+           a.value4 == b.value4 && a.value5 == b.value5;
+}
+inline bool operator!=(const kz_log_runtime_entry& a, const kz_log_runtime_entry& b)
+{
+    return !(a == b);
+}
+
+/// A run-time log: three texts and its entries.
+struct kz_log_runtime
+{
+    QString text1;                       ///< first text
+    QString text2;                       ///< second text
+    QString text3;                       ///< third text
+    QList<kz_log_runtime_entry> entries; ///< the log's entries, in order
+};
+
+inline bool operator==(const kz_log_runtime& a, const kz_log_runtime& b)
+{
+    return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.entries == b.entries;
+}
+inline bool operator!=(const kz_log_runtime& a, const kz_log_runtime& b) { return !(a == b); }
+
+/// One abnormal event. The data message of the first generation carries
+/// text2, text0, text4..text7 and value8 (text1 stays empty); the second
+/// generation adds text1. reserved3 travels in neither.
+struct kz_abnormal_info
+{
+    QString text0;     ///< first text
+    QString text1;     ///< second text (second generation only)
+    QString text2;     ///< third text
+    QString reserved3; ///< not carried
+    QString text4;     ///< fifth text
+    QString text5;     ///< sixth text
+    QString text6;     ///< seventh text
+    QString text7;     ///< eighth text
+    int value8 = 0;    ///< the event's number
+};
+
+inline bool operator==(const kz_abnormal_info& a, const kz_abnormal_info& b)
+{
+    return a.text0 == b.text0 && a.text1 == b.text1 && a.text2 == b.text2 &&
+           a.reserved3 == b.reserved3 && a.text4 == b.text4 && a.text5 == b.text5 &&
+           a.text6 == b.text6 && a.text7 == b.text7 && a.value8 == b.value8;
+}
+inline bool operator!=(const kz_abnormal_info& a, const kz_abnormal_info& b) { return !(a == b); }
+
+/// One entry of an alarm log: three texts and a number.
+struct kz_log_alarm_entry
+{
+    QString text1;     ///< first text
+    QString text2;     ///< second text
+    QString text3;     ///< third text
+    qint32 value4 = 0; ///< the alarm's number
+};
+
+inline bool operator==(const kz_log_alarm_entry& a, const kz_log_alarm_entry& b)
+{
+    return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.value4 == b.value4;
+}
+inline bool operator!=(const kz_log_alarm_entry& a, const kz_log_alarm_entry& b)
+{
+    return !(a == b);
+}
+
+/// An alarm log: three texts and its entries.
+struct kz_log_alarm
+{
+    QString text1;                     ///< first text
+    QString text2;                     ///< second text
+    QString text3;                     ///< third text
+    QList<kz_log_alarm_entry> entries; ///< the log's entries, in order
+};
+
+inline bool operator==(const kz_log_alarm& a, const kz_log_alarm& b)
+{
+    return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.entries == b.entries;
+}
+inline bool operator!=(const kz_log_alarm& a, const kz_log_alarm& b) { return !(a == b); }
+
+/// One processing stop.
+struct kz_log_processstop
+{
+    QString text1;     ///< first text
+    QString text2;     ///< second text
+    int code3 = 0;     ///< a small code: one byte on the wire, arrives as 0..255 (its low 8 bits)
+    QString text4;     ///< third text
+    QString text5;     ///< fourth text
+    qint32 value6 = 0; ///< the stop's number
+};
+
+inline bool operator==(const kz_log_processstop& a, const kz_log_processstop& b)
+{
+    return a.text1 == b.text1 && a.text2 == b.text2 && a.code3 == b.code3 && a.text4 == b.text4 &&
+           a.text5 == b.text5 && a.value6 == b.value6;
+}
+inline bool operator!=(const kz_log_processstop& a, const kz_log_processstop& b)
+{
+    return !(a == b);
+}
+
+/// One shutdown.
+struct kz_log_shutdown
+{
+    QString text1;     ///< first text
+    QString text2;     ///< second text
+    QString text3;     ///< third text
+    QString text4;     ///< fourth text
+    qint32 value5 = 0; ///< the shutdown's number
+};
+
+inline bool operator==(const kz_log_shutdown& a, const kz_log_shutdown& b)
+{
+    return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.text4 == b.text4 &&
+           a.value5 == b.value5;
+}
+inline bool operator!=(const kz_log_shutdown& a, const kz_log_shutdown& b) { return !(a == b); }
+
+/// One processing record of the second generation. figure7 arrives rounded
+/// to a whole number (halves to even); figure9, figure11, figure12 and
+/// figure14 arrive with six significant digits.
+struct kz_log_process_detail
+{
+    QString text0;       ///< first text
+    QString text1;       ///< second text
+    QString text2;       ///< third text
+    QString text3;       ///< fourth text
+    int value4 = 0;      ///< first number
+    int value5 = 0;      ///< second number
+    int value6 = 0;      ///< third number
+    double figure7 = 0;  ///< a figure sent as a whole number
+    int value8 = 0;      ///< fourth number
+    double figure9 = 0;  ///< a figure sent as text
+    QString text10;      ///< fifth text
+    double figure11 = 0; ///< a figure sent as text
+    double figure12 = 0; ///< a figure sent as text
+    QString text13;      ///< sixth text
+    double figure14 = 0; ///< a figure sent as text
+    bool flag15 = false; ///< the record's flag
+};
+
+inline bool operator==(const kz_log_process_detail& a, const kz_log_process_detail& b)
+{
+    return a.text0 == b.text0 && a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 &&
+           a.value4 == b.value4 && a.value5 == b.value5 && a.value6 == b.value6 &&
+           a.figure7 == b.figure7 && a.value8 == b.value8 && a.figure9 == b.figure9 &&
+           a.text10 == b.text10 && a.figure11 == b.figure11 && a.figure12 == b.figure12 &&
+           a.text13 == b.text13 && a.figure14 == b.figure14 && a.flag15 == b.flag15;
+}
+inline bool operator!=(const kz_log_process_detail& a, const kz_log_process_detail& b)
+{
+    return !(a == b);
+}
+
+/// One run-time record of the second generation.
+struct kz_log_runtime_info
+{
+    QString text0;  ///< first text
+    QString text1;  ///< second text
+    QString text2;  ///< third text
+    QString text3;  ///< fourth text
+    QString text4;  ///< fifth text
+    int value5 = 0; ///< first number
+    int value6 = 0; ///< second number
+    int value7 = 0; ///< third number
+};
+
+inline bool operator==(const kz_log_runtime_info& a, const kz_log_runtime_info& b)
+{
+    return a.text0 == b.text0 && a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 &&
+           a.text4 == b.text4 && a.value5 == b.value5 && a.value6 == b.value6 &&
+           a.value7 == b.value7;
+}
+inline bool operator!=(const kz_log_runtime_info& a, const kz_log_runtime_info& b)
+{
+    return !(a == b);
+}
+
+/// One alarm record of the second generation. figure6 arrives rounded to a
+/// whole number (halves to even).
+struct kz_log_alarm_info
+{
+    QString text0;      ///< first text
+    QString text1;      ///< second text
+    QString text2;      ///< third text
+    QString text3;      ///< fourth text
+    QString text4;      ///< fifth text
+    QString text5;      ///< sixth text
+    double figure6 = 0; ///< a figure sent as a whole number
+};
+
+inline bool operator==(const kz_log_alarm_info& a, const kz_log_alarm_info& b)
+{
+    return a.text0 == b.text0 && a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 &&
+           a.text4 == b.text4 && a.text5 == b.text5 && a.figure6 == b.figure6;
+}
+inline bool operator!=(const kz_log_alarm_info& a, const kz_log_alarm_info& b) { return !(a == b); }
+
+/// One machine start (the run-time logs of the app queries).
+struct boot_record
+{
+    QString text1;     ///< first text
+    QString text2;     ///< second text
+    int value3 = 0;    ///< first number
+    int reserved4 = 0; ///< not carried
+    int value5 = 0;    ///< second number
+};
+
+inline bool operator==(const boot_record& a, const boot_record& b)
+{
+    return a.text1 == b.text1 && a.text2 == b.text2 && a.value3 == b.value3 &&
+           a.reserved4 == b.reserved4 && a.value5 == b.value5;
+}
+inline bool operator!=(const boot_record& a, const boot_record& b) { return !(a == b); }
+
+/// One alarm of the app queries' alarm logs.
+struct alarm_log_info
+{
+    QString text1; ///< first text
+    QString text2; ///< second text
+};
+
+inline bool operator==(const alarm_log_info& a, const alarm_log_info& b)
+{
+    return a.text1 == b.text1 && a.text2 == b.text2;
+}
+inline bool operator!=(const alarm_log_info& a, const alarm_log_info& b) { return !(a == b); }
+
+/// One item of a processing statistic.
+struct QueryStatisticItem
+{
+    QString text1;  ///< first text
+    int value2 = 0; ///< the item's number
+    QString text3;  ///< second text
+};
+
+inline bool operator==(const QueryStatisticItem& a, const QueryStatisticItem& b)
+{
+    return a.text1 == b.text1 && a.value2 == b.value2 && a.text3 == b.text3;
+}
+inline bool operator!=(const QueryStatisticItem& a, const QueryStatisticItem& b)
+{
+    return !(a == b);
+}
+
+/// Processing statistics: per key (ascending), its items in order.
+using MapQueryStatistic = QMap<QString, QList<QueryStatisticItem>>;
 
 #endif // KZRESOLVER_KZRECORDS_H

@@ -332,4 +332,18 @@ struct Field<sbyte>
 
 } // namespace kz
 
+// ---------------------------------------------------------------------------
+// Log queries and file prices
+// ---------------------------------------------------------------------------
+
+namespace kz {
+
+/// strz a, strz b, strz c, strlist list: the QueryLog2 and QueryFilePrice requests.
+struct Texts3List : Layout<strz, strz, strz, strlist>
+{
+    static constexpr const char* names[] = {"a", "b", "c", "list"};
+};
+
+} // namespace kz
+
 #endif // KZRESOLVER_LAYOUT_H

@@ -56,5 +56,6 @@ void addFilesSteps(Demo& demo);
 /// Connects a peer's resolver to a socket: received bytes go to the
 /// resolver, its frames to the socket.
 void wire(Peer& p, QTcpSocket* socket);
+void addLogsSteps(Demo& demo);
 
 #endif

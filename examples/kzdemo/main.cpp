@@ -90,6 +90,7 @@ int main(int argc, char** argv)
     addAccountsSteps(demo);
     addMachinesSteps(demo);
     addFilesSteps(demo);
+    addLogsSteps(demo);
 
     QTcpServer listener;
     if (!listener.listen(QHostAddress::LocalHost, 0)) {
