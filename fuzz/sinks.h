@@ -219,6 +219,57 @@ quint64 touch(const T& v)
     }
 }
 
+/// Readable text of a decoded value, for test failure messages.
+template <class T>
+QString show(const T& v);
+template <class T>
+QString show(const QList<T>& list);
+template <class K, class V>
+QString show(const QMap<K, V>& map);
+
+inline QString show(const QString& s) { return QLatin1Char('"') + s + QLatin1Char('"'); }
+inline QString show(const QStringList& l) { return show(static_cast<const QList<QString>&>(l)); }
+inline QString show(const QByteArray& b) { return QString::fromLatin1(b.toHex(' ')); }
+inline QString show(const QDate& d) { return d.toString(Qt::ISODate); }
+inline QString show(const QVariant& v)
+{
+    if (v.userType() == QMetaType::QVariantList) return show(v.toList());
+    return QStringLiteral("%1(%2)").arg(QLatin1String(v.typeName()), v.toString());
+}
+
+template <class T>
+QString show(const QList<T>& list)
+{
+    QStringList parts;
+    for (const T& x : list) parts << show(x);
+    return QLatin1Char('[') + parts.join(QStringLiteral(", ")) + QLatin1Char(']');
+}
+
+template <class K, class V>
+QString show(const QMap<K, V>& map)
+{
+    QStringList parts;
+    for (auto it = map.cbegin(); it != map.cend(); ++it)
+        parts << show(it.key()) + QStringLiteral(": ") + show(it.value());
+    return QLatin1Char('{') + parts.join(QStringLiteral(", ")) + QLatin1Char('}');
+}
+
+template <class T>
+QString show(const T& v)
+{
+    if constexpr (std::is_floating_point_v<T>) {
+        return QString::number(v, 'g', 17);
+    } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
+        return QString::number(qint64(v));
+    } else if constexpr (std::is_aggregate_v<T>) {
+        QStringList parts;
+        detail::forEachField(v, [&parts](const auto& field) { parts << show(field); });
+        return QLatin1Char('{') + parts.join(QStringLiteral(", ")) + QLatin1Char('}');
+    } else {
+        return QStringLiteral("<%1 bytes>").arg(sizeof(T));
+    }
+}
+
 // ---------------------------------------------------------------------------
 // Observing calls
 // ---------------------------------------------------------------------------
@@ -228,6 +279,7 @@ struct Values
 {
     virtual ~Values() = default;
     virtual bool equals(const Values& other) const = 0;
+    virtual QString describe() const = 0;
 };
 
 template <class... A>
@@ -238,6 +290,12 @@ struct ValueTuple : Values
     {
         const auto* o = dynamic_cast<const ValueTuple*>(&other);
         return o && o->values == values;
+    }
+    QString describe() const override
+    {
+        QStringList parts;
+        std::apply([&parts](const A&... a) { ((parts << show(a)), ...); }, values);
+        return parts.join(QStringLiteral(", "));
     }
     std::tuple<A...> values;
 };
