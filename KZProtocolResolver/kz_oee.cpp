@@ -151,12 +151,6 @@ struct LoadResult : Layout<strlist, strz, strz, low16, mapof<strz, DateData>>
 // A run-time row: strz, strz, i32
 using RunTimeRow = rowof<strz, strz, i32>;
 
-// UpdateOEEMacRunTime reply, as read: u16 n { run-time row }
-struct RunTimes : Layout<listof<RunTimeRow>>
-{
-    static constexpr const char* names[] = {"rows"};
-};
-
 // QueryDateOEEData request: strz from, strz to ("yyyy-MM-dd"), i32 n
 struct DateRange : Layout<datetext, datetext, i32>
 {
@@ -217,9 +211,18 @@ void KZProtocolResolver::lanUpdateOEEMacRunTimeResult(const QList<QVariant>& row
     d->send(Method::UpdateOEEMacRunTime, Reply, p);
 }
 
+// A row cut by the end of the data is no row: after the rows the sender
+// skipped, the count runs past the data and the last "row" would be just the
+// body's closing zero.
 void KZProtocolResolverPrivate::decodeUpdateOEEMacRunTime(uchar flag, Reader& r)
 {
-    if (flag == Reply) take<RunTimes>(r, cb.onLanUpdateOEEMacRunTimeResultCB);
+    if (flag != Reply) return;
+    QList<QVariant> rows;
+    r.forEach(r.count16(), [&] {
+        const QVariant row = Field<RunTimeRow>::read(r);
+        if (!r.isShort()) rows.append(row);
+    });
+    fire(cb.onLanUpdateOEEMacRunTimeResultCB, rows);
 }
 
 // QueryDateOEEData: request DateRange | reply DateFigures
