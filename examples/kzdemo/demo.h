@@ -51,5 +51,6 @@ public:
 void addSessionSteps(Demo& demo);
 void addAccountsSteps(Demo& demo);
 void addMachinesSteps(Demo& demo);
+void addPlanningSteps(Demo& demo);
 
 #endif

@@ -83,6 +83,7 @@ int main(int argc, char** argv)
     addSessionSteps(demo); // login first, logout last
     addAccountsSteps(demo);
     addMachinesSteps(demo);
+    addPlanningSteps(demo);
 
     QTcpServer listener;
     if (!listener.listen(QHostAddress::LocalHost, 0)) {
