@@ -79,30 +79,6 @@ QByteArray sent(F send, int capacity = 0)
     return stream;
 }
 
-/// The restored bodies in a stream of frames.
-QList<QByteArray> bodiesOf(const QByteArray& stream)
-{
-    struct Collect
-    {
-        static int on(kz_event* e)
-        {
-            if (e->type != KZ_EVENT_DATA) return 0;
-            auto* out = static_cast<QList<QByteArray>*>(static_cast<kz_object*>(e->object)->user);
-            QByteArray b(static_cast<const char*>(e->data), e->length);
-            if (b.size() > 1) kz_coding_decrypt_fast(b.data() + 1, b.constData() + 1, b.size() - 1);
-            out->append(b);
-            return 0;
-        }
-    };
-    QList<QByteArray> bodies;
-    void* engine = kz_type_new(kz__protoiot, 0);
-    static_cast<kz_object*>(engine)->user = &bodies;
-    static_cast<kz_object*>(engine)->handler = &Collect::on;
-    kz_protoiot_engine.input(engine, stream.constData(), stream.size());
-    kz_type_delete(engine);
-    return bodies;
-}
-
 QByteArray sessionTraffic()
 {
     return sent([](KZProtocolResolver& r) {
@@ -120,24 +96,6 @@ QByteArray splitTraffic()
     });
 }
 
-int indexOf(quint16 code)
-{
-    for (int i = 0; i < kzfuzz::kCodeCount; ++i)
-        if (kzfuzz::kCodes[i] == code) return i;
-    return 255;
-}
-
-QByteArray decodeInput(const QByteArray& body)
-{
-    const quint16 code = quint16(uchar(body[2]) | uchar(body[3]) << 8);
-    QByteArray in;
-    in += body[0];
-    in += char(indexOf(code));
-    in += body.mid(2, 2);
-    in += body.mid(4, body.size() - 5); // the payload without its zero
-    return in;
-}
-
 void decodeSeeds()
 {
     const QByteArray payload = genericPayload();
@@ -151,9 +109,6 @@ void decodeSeeds()
                 in + payload);
         }
     }
-    int n = 0;
-    for (const QByteArray& b : bodiesOf(sessionTraffic()))
-        put("decode_fuzz", QStringLiteral("session-%1").arg(n++), decodeInput(b));
     put("decode_fuzz", QStringLiteral("unknown-code"), QByteArray("\x00\xff\x03\x00", 4) + payload);
 }
 
