@@ -14,8 +14,7 @@ struct datetext
 {
 };
 
-/// A QVariantMap of numbers: u16 n { strz key, dtext value }. A cell that
-/// holds a QMap<QString, double> or QMap<QString, int> is sent as well.
+/// A QVariantMap of numbers: u16 n { strz key, dtext value }.
 struct numbermap
 {
 };
@@ -58,24 +57,6 @@ struct Field<numbermap>
         return out;
     }
 };
-
-template <>
-QVariantMap fromVariant(const QVariant& v)
-{
-    if (v.userType() == qMetaTypeId<QMap<QString, double>>()) {
-        const auto m = v.value<QMap<QString, double>>();
-        QVariantMap out;
-        for (auto it = m.cbegin(); it != m.cend(); ++it) out.insert(it.key(), *it);
-        return out;
-    }
-    if (v.userType() == qMetaTypeId<QMap<QString, int>>()) {
-        const auto m = v.value<QMap<QString, int>>();
-        QVariantMap out;
-        for (auto it = m.cbegin(); it != m.cend(); ++it) out.insert(it.key(), *it);
-        return out;
-    }
-    return v.toMap();
-}
 
 } // namespace kz
 

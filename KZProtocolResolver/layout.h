@@ -345,6 +345,23 @@ inline QMap<QString, double> fromVariant(const QVariant& v)
 {
     return mapFromVariant<double>(v);
 }
+/// A QVariantMap cell may also be given as a QMap<QString, double> or
+/// QMap<QString, int>.
+template <>
+inline QVariantMap fromVariant(const QVariant& v)
+{
+    QVariantMap out;
+    if (v.userType() == qMetaTypeId<QMap<QString, double>>()) {
+        const auto m = v.value<QMap<QString, double>>();
+        for (auto it = m.cbegin(); it != m.cend(); ++it) out.insert(it.key(), *it);
+    } else if (v.userType() == qMetaTypeId<QMap<QString, int>>()) {
+        const auto m = v.value<QMap<QString, int>>();
+        for (auto it = m.cbegin(); it != m.cend(); ++it) out.insert(it.key(), *it);
+    } else {
+        out = v.toMap();
+    }
+    return out;
+}
 
 /// A row given as a QVariantList: cell k travels in form F_k, converted as
 /// fromVariant says (a missing cell as empty text or 0; cells past the last
