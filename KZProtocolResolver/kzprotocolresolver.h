@@ -612,7 +612,267 @@ public:
     void setLanRemoteUpdateScreenResultCB(LanRemoteUpdateScreenResultCB fn);
     ///@}
 
-    // Plans and OEE: production plans, workshop plans, planned stops, OEE data.
+    /// \name Production plans
+    /// The plan set, adding, editing and deleting plans, and the plans of one
+    /// date. A plan row is a QVariant holding a list: its first six values
+    /// travel as text and arrive as six QStrings (values past the sixth are
+    /// not sent; missing ones go out as empty text).
+    ///@{
+    using LanInitPlanCB = void (*)(void* ctx);
+    using LanInitPlanResultCB = void (*)(void* ctx, const QStringList& names,
+                                         const QList<QVariant>& plans);
+    using LanAddPlanCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                  const QMap<QString, int>& map, int n);
+    using LanEditPlanCB = void (*)(void* ctx, const QString& a, const QString& b, const QString& c,
+                                   int m, int n);
+    using LanDelPlanCB = void (*)(void* ctx, const QString& a, const QString& b, const QString& c);
+    using LanGetDatePlanCB = void (*)(void* ctx, const QString& date);
+    using LanGetDatePlanResultCB = void (*)(void* ctx, const QString& date,
+                                            const QList<QVariant>& plans);
+
+    /// Asks for the plan set (empty payload).
+    void lanInitPlan();
+    /// Answers with the plan set: a list of names and the plan rows.
+    void lanInitPlanResponse(const QStringList& names, const QList<QVariant>& plans);
+    /// Adds a plan. Sends nothing at all when `map` is empty.
+    void lanAddPlan(const QString& a, const QString& b, const QMap<QString, int>& map, int n);
+    /// Edits a plan.
+    void lanEditPlan(const QString& a, const QString& b, const QString& c, int m, int n);
+    /// Deletes a plan.
+    void lanDelPlan(const QString& a, const QString& b, const QString& c);
+    /// Asks for the plans of a date (free text).
+    void lanGetDatePlan(const QString& date);
+    /// Answers with the plan rows of a date.
+    void lanGetDatePlanResponse(const QString& date, const QList<QVariant>& plans);
+    /// Called for a plan-set request.
+    void setLanInitPlanCB(LanInitPlanCB fn);
+    /// Called for the plan set; each row is a QVariantList of six QStrings.
+    void setLanInitPlanResultCB(LanInitPlanResultCB fn);
+    /// Called for an added plan.
+    void setLanAddPlanCB(LanAddPlanCB fn);
+    /// Called for an edited plan.
+    void setLanEditPlanCB(LanEditPlanCB fn);
+    /// Called for a deleted plan.
+    void setLanDelPlanCB(LanDelPlanCB fn);
+    /// Called for a request for the plans of a date.
+    void setLanGetDatePlanCB(LanGetDatePlanCB fn);
+    /// Called for the plans of a date; a reply whose count has no rows
+    /// behind it arrives with an empty list.
+    void setLanGetDatePlanResultCB(LanGetDatePlanResultCB fn);
+    ///@}
+
+    /// \name Workshop plans
+    /// The workshop data set, the plans of one key, and adding, editing and
+    /// deleting workshop plans. Rows are QVariants holding lists:
+    /// - query-plan row: three texts, two ints;
+    /// - workshop-data row: four texts, three ints and a QMap<QString, int>
+    ///   (given as that type or as a QVariantMap; it arrives as
+    ///   QMap<QString, int>). A row whose map is empty goes out without the
+    ///   map, count included: the receiver reads it right only in the last
+    ///   row, so put rows with empty maps last.
+    ///@{
+    using LanInitWorkshopDataCB = void (*)(void* ctx);
+    using LanInitWorkshopDataResultCB = void (*)(void* ctx, const QList<QVariant>& rows);
+    using LanWorkshopQueryPlanCB = void (*)(void* ctx, const QString& key);
+    using LanWorkshopQueryPlanResultCB = void (*)(void* ctx, const QString& key,
+                                                  const QList<QVariant>& rows);
+    using LanWorkshopAddPlanCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                          const QString& c, const QMap<QString, int>& map, int n);
+    using LanWorkshopEditPlanCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                           const QString& c, const QString& d, const QString& e,
+                                           const QMap<QString, int>& map, int n);
+    using LanWorkshopDelPlanCB = void (*)(void* ctx, const QString& a, const QString& b);
+
+    /// Asks for the workshop data set (empty payload).
+    void lanInitWorkshopData();
+    /// Answers with the workshop-data rows. Every row is sent, but the count
+    /// travels cut to 16 bits.
+    void lanInitWorkshopDataResponse(const QList<QVariant>& rows);
+    /// Asks for the plans of a key.
+    void lanWorkshopQueryPlan(const QString& key);
+    /// Answers with the query-plan rows of a key. A list of 32768 rows or
+    /// more is cut: only (size mod 65536) rows are sent, none when that is
+    /// 32768 or more.
+    void lanWorkshopQueryPlanResult(const QString& key, const QList<QVariant>& rows);
+    /// Adds a workshop plan (an empty map is sent as such).
+    void lanWorkshopAddPlan(const QString& a, const QString& b, const QString& c,
+                            const QMap<QString, int>& map, int n);
+    /// Edits a workshop plan.
+    void lanWorkshopEditPlan(const QString& a, const QString& b, const QString& c, const QString& d,
+                             const QString& e, const QMap<QString, int>& map, int n);
+    /// Deletes a workshop plan.
+    void lanWorkshopDelPlan(const QString& a, const QString& b);
+    /// Called for a workshop-data request.
+    void setLanInitWorkshopDataCB(LanInitWorkshopDataCB fn);
+    /// Called for the workshop data set.
+    void setLanInitWorkshopDataResultCB(LanInitWorkshopDataResultCB fn);
+    /// Called for a query of the plans of a key.
+    void setLanWorkshopQueryPlanCB(LanWorkshopQueryPlanCB fn);
+    /// Called for the plans of a key.
+    void setLanWorkshopQueryPlanResultCB(LanWorkshopQueryPlanResultCB fn);
+    /// Called for an added workshop plan.
+    void setLanWorkshopAddPlanCB(LanWorkshopAddPlanCB fn);
+    /// Called for an edited workshop plan.
+    void setLanWorkshopEditPlanCB(LanWorkshopEditPlanCB fn);
+    /// Called for a deleted workshop plan.
+    void setLanWorkshopDelPlanCB(LanWorkshopDelPlanCB fn);
+    ///@}
+
+    /// \name Planned stops and work time
+    /// The pushed stop list, stop sets added and edited, deleted by
+    /// identifier or date, the stops outside the plan, and the work time of
+    /// a date. Each reply echoes its request behind two status flags (ok1,
+    /// ok2), whose meaning is the answering side's. A stop map holds per
+    /// number a list of two texts and a number (QString, QString, double);
+    /// numbers travel with six significant digits.
+    ///@{
+    using StopMap = QMap<int, QList<QVariant>>;
+    using LanOeeShutItemCB = void (*)(void* ctx, const QList<oee_shut_item>& items);
+    using LanAddPlanShutItemCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                          const StopMap& stops, const QStringList& names);
+    using LanAddPlanShutItemResultCB = void (*)(void* ctx, bool ok1, bool ok2, int n,
+                                                const QString& a, const QString& b,
+                                                const StopMap& stops, const QStringList& names);
+    using LanEditPlanShutItemCB = void (*)(void* ctx, const QString& a, const QString& b,
+                                           const QString& c, const StopMap& stops,
+                                           const QStringList& names);
+    using LanEditPlanShutItemResultCB = void (*)(void* ctx, bool ok1, bool ok2, int n,
+                                                 const QString& a, const QString& b,
+                                                 const QString& c, const StopMap& stops,
+                                                 const QStringList& names);
+    using LanDelPlanShutItemCB = void (*)(void* ctx, const QString& id);
+    using LanDelPlanShutItemResultCB = void (*)(void* ctx, bool ok1, bool ok2, int n);
+    using LanDelPlanShutByDateCB = void (*)(void* ctx, const QString& date);
+    using LanDelPlanShutByDateResultCB = void (*)(void* ctx, bool ok1, bool ok2,
+                                                  const QString& date);
+    using LanEditPlanWorkTimeCB = void (*)(void* ctx, const QString& date,
+                                           const QMap<int, oee_worktime_item>& times);
+    using LanEditPlanWorkTimeResultCB = void (*)(void* ctx, bool ok1, bool ok2, const QString& date,
+                                                 const QMap<int, oee_worktime_item>& times);
+    using LanDelPlanWorkTimeCB = void (*)(void* ctx, const QString& date);
+    using LanDelPlanWorkTimeResultCB = void (*)(void* ctx, bool ok1, bool ok2, const QString& date);
+    using LanEditPlanOutShutItemCB = void (*)(void* ctx, int n, const QMap<int, QString>& stops);
+    using LanEditPlanOutShutItemResultCB = void (*)(void* ctx, bool ok1, bool ok2,
+                                                    const QMap<int, QString>& stops);
+
+    /// Pushes the planned-stop sets (no reply).
+    void lanOeeShutItemList(const QList<oee_shut_item>& items);
+    /// Adds a set of planned stops with its names.
+    void lanAddPlanShutItem(const QString& a, const QString& b, const StopMap& stops,
+                            const QStringList& names);
+    /// Answers an add with the two status flags and a result number, echoing the request.
+    void lanAddPlanShutItemResponse(bool ok1, bool ok2, int n, const QString& a, const QString& b,
+                                    const StopMap& stops, const QStringList& names);
+    /// Edits a set of planned stops.
+    void lanEditPlanShutItem(const QString& a, const QString& b, const QString& c,
+                             const StopMap& stops, const QStringList& names);
+    /// Answers an edit with the two status flags and a result number, echoing the request.
+    void lanEditPlanShutItemResponse(bool ok1, bool ok2, int n, const QString& a, const QString& b,
+                                     const QString& c, const StopMap& stops,
+                                     const QStringList& names);
+    /// Deletes a set of planned stops by its identifier.
+    void lanDelPlanShutItem(const QString& id);
+    /// Answers a delete by identifier: the status flags and a result number.
+    void lanDelPlanShutItemResponse(bool ok1, bool ok2, int n);
+    /// Deletes the planned stops of a date.
+    void lanDelPlanShutByDate(const QString& date);
+    /// Answers a delete by date.
+    void lanDelPlanShutByDateResponse(bool ok1, bool ok2, const QString& date);
+    /// Sets the work-time spans of a date, by number.
+    void lanEditPlanWorkTime(const QString& date, const QMap<int, oee_worktime_item>& times);
+    /// Answers a work-time edit.
+    void lanEditPlanWorkTimeResponse(bool ok1, bool ok2, const QString& date,
+                                     const QMap<int, oee_worktime_item>& times);
+    /// Deletes the work time of a date.
+    void lanDelPlanWorkTime(const QString& date);
+    /// Answers a work-time delete.
+    void lanDelPlanWorkTimeResponse(bool ok1, bool ok2, const QString& date);
+    /// Sets the stops outside the plan (text by number); `n` travels after the map.
+    void lanEditPlanOutShutItem(int n, const QMap<int, QString>& stops);
+    /// Answers an out-of-plan stop edit (the map is echoed, `n` is not).
+    void lanEditPlanOutShutItemResponse(bool ok1, bool ok2, const QMap<int, QString>& stops);
+    /// Called for the pushed stop sets.
+    void setLanOeeShutItemCB(LanOeeShutItemCB fn);
+    /// Called for an added stop set.
+    void setLanAddPlanShutItemCB(LanAddPlanShutItemCB fn);
+    /// Called for the answer to an add.
+    void setLanAddPlanShutItemResultCB(LanAddPlanShutItemResultCB fn);
+    /// Called for an edited stop set.
+    void setLanEditPlanShutItemCB(LanEditPlanShutItemCB fn);
+    /// Called for the answer to an edit.
+    void setLanEditPlanShutItemResultCB(LanEditPlanShutItemResultCB fn);
+    /// Called for a delete by identifier.
+    void setLanDelPlanShutItemCB(LanDelPlanShutItemCB fn);
+    /// Called for the answer to a delete by identifier.
+    void setLanDelPlanShutItemResultCB(LanDelPlanShutItemResultCB fn);
+    /// Called for a delete by date.
+    void setLanDelPlanShutByDateCB(LanDelPlanShutByDateCB fn);
+    /// Called for the answer to a delete by date.
+    void setLanDelPlanShutByDateResultCB(LanDelPlanShutByDateResultCB fn);
+    /// Called for a work-time edit.
+    void setLanEditPlanWorkTimeCB(LanEditPlanWorkTimeCB fn);
+    /// Called for the answer to a work-time edit.
+    void setLanEditPlanWorkTimeResultCB(LanEditPlanWorkTimeResultCB fn);
+    /// Called for a work-time delete.
+    void setLanDelPlanWorkTimeCB(LanDelPlanWorkTimeCB fn);
+    /// Called for the answer to a work-time delete.
+    void setLanDelPlanWorkTimeResultCB(LanDelPlanWorkTimeResultCB fn);
+    /// Called for an out-of-plan stop edit.
+    void setLanEditPlanOutShutItemCB(LanEditPlanOutShutItemCB fn);
+    /// Called for the answer to an out-of-plan stop edit.
+    void setLanEditPlanOutShutItemResultCB(LanEditPlanOutShutItemResultCB fn);
+    ///@}
+
+    /// \name OEE data
+    /// OEE data of a set of keys over a span, OEE figures of a date range,
+    /// and pushed machine run times. Rows are QVariants holding lists:
+    /// - figure row: four texts, an int and five doubles;
+    /// - breakdown row: a text and a map of numbers (a QVariantMap, or a
+    ///   QMap<QString, double>; it arrives as a QVariantMap of doubles);
+    /// - run-time row: two texts and an int.
+    /// Doubles travel with six significant digits. A figure or breakdown
+    /// list, or a run-time list, of 32768 rows or more is cut as
+    /// lanWorkshopQueryPlanResult cuts it.
+    ///@{
+    using LanLoadOEEDataCB = void (*)(void* ctx, const QStringList& keys, const QString& a,
+                                      const QString& b, int n);
+    using LanLoadOEEDataResultCB = void (*)(void* ctx, const QStringList& keys, const QString& a,
+                                            const QString& b, int n,
+                                            const QMap<QString, oee_date_data>& data);
+    using LanUpdateOEEMacRunTimeResultCB = void (*)(void* ctx, const QList<QVariant>& rows);
+    using LanQueryDateOEEDataCB = void (*)(void* ctx, const QDate& from, const QDate& to, int n);
+    using LanQueryDateOEEDataResultCB = void (*)(void* ctx, int n, const QList<QVariant>& figures,
+                                                 const QList<QVariant>& breakdownA,
+                                                 const QList<QVariant>& breakdownB);
+
+    /// Asks for the OEE data of `keys` (machines or dates) over a span.
+    /// Only the low 16 bits of `n` travel.
+    void lanLoadOEEData(const QStringList& keys, const QString& a, const QString& b, int n);
+    /// Answers with the request's fields and the OEE data by key.
+    void lanLoadOEEDataResult(const QStringList& keys, const QString& a, const QString& b, int n,
+                              const QMap<QString, oee_date_data>& data);
+    /// Pushes machine run times: rows of exactly three values. The count
+    /// announces every row, but rows of another length are not written, so
+    /// the receiver misreads what follows: pass three-value rows only.
+    void lanUpdateOEEMacRunTimeResult(const QList<QVariant>& rows);
+    /// Asks for the OEE figures from `from` to `to` (sent as "yyyy-MM-dd";
+    /// an invalid date as empty text).
+    void lanQueryDateOEEData(const QDate& from, const QDate& to, int n);
+    /// Answers with figure rows and two breakdown lists.
+    void lanQueryDateOEEDataResult(int n, const QList<QVariant>& figures,
+                                   const QList<QVariant>& breakdownA,
+                                   const QList<QVariant>& breakdownB);
+    /// Called for an OEE data request; `n` is 0..65535.
+    void setLanLoadOEEDataCB(LanLoadOEEDataCB fn);
+    /// Called for OEE data; the process figures arrive as whole numbers.
+    void setLanLoadOEEDataResultCB(LanLoadOEEDataResultCB fn);
+    /// Called for pushed run times; each row a QVariantList (QString, QString, int).
+    void setLanUpdateOEEMacRunTimeResultCB(LanUpdateOEEMacRunTimeResultCB fn);
+    /// Called for a date-range query; a text that is no date arrives as an invalid QDate.
+    void setLanQueryDateOEEDataCB(LanQueryDateOEEDataCB fn);
+    /// Called for the OEE figures of a date range.
+    void setLanQueryDateOEEDataResultCB(LanQueryDateOEEDataResultCB fn);
+    ///@}
 
     /// \name Machine file operations
     /// Listing the files of a machine and renaming, executing and deleting

@@ -8,6 +8,7 @@
 #include <QMap>
 #include <QString>
 #include <QStringList>
+#include <QVariant>
 
 // -- accounts ---------------------------------------------------------------
 
@@ -184,6 +185,93 @@ inline bool operator==(const oee_process_data& a, const oee_process_data& b)
 inline bool operator!=(const oee_process_data& a, const oee_process_data& b) { return !(a == b); }
 
 // Records of the planning and OEE messages.
+
+/// One planned work-time span. On the wire: first, second, then amount.
+struct oee_worktime_item
+{
+    double amount = 0; ///< the span's numeric value; travels as text with six significant digits
+    QString first;     ///< first text of the span
+    QString second;    ///< second text of the span
+};
+
+inline bool operator==(const oee_worktime_item& a, const oee_worktime_item& b)
+{
+    return a.amount == b.amount && a.first == b.first && a.second == b.second;
+}
+inline bool operator!=(const oee_worktime_item& a, const oee_worktime_item& b) { return !(a == b); }
+
+/// A group of planned stops, the value of oee_shut_item::stops. It has the
+/// shape of the body of lanAddPlanShutItem: a text, a stop map and names.
+struct oee_shut_group
+{
+    QString text; ///< the group's text
+    /// Stops by number; each entry is two texts and a number (a QString,
+    /// a QString and a double; the number travels with six significant digits).
+    QMap<int, QList<QVariant>> stops;
+    QStringList names; ///< the group's names
+};
+
+inline bool operator==(const oee_shut_group& a, const oee_shut_group& b)
+{
+    return a.text == b.text && a.stops == b.stops && a.names == b.names;
+}
+inline bool operator!=(const oee_shut_group& a, const oee_shut_group& b) { return !(a == b); }
+
+/// One date's set of planned stops, as lanOeeShutItemList pushes it.
+struct oee_shut_item
+{
+    int id = 0;                                 ///< the set's identifier
+    int kind = 0;                               ///< the set's kind
+    QString date;                               ///< the date it applies to (free text)
+    QStringList names;                          ///< names of the set
+    QMap<QString, oee_worktime_item> workTimes; ///< planned work-time spans by key
+    QMap<QString, oee_shut_group> stops;        ///< stop groups by key
+};
+
+inline bool operator==(const oee_shut_item& a, const oee_shut_item& b)
+{
+    return a.id == b.id && a.kind == b.kind && a.date == b.date && a.names == b.names &&
+           a.workTimes == b.workTimes && a.stops == b.stops;
+}
+inline bool operator!=(const oee_shut_item& a, const oee_shut_item& b) { return !(a == b); }
+
+/// One element of oee_date_data::items: a text and its number.
+struct oee_date_item
+{
+    QString text;  ///< the element's text
+    int value = 0; ///< the element's number
+};
+
+inline bool operator==(const oee_date_item& a, const oee_date_item& b)
+{
+    return a.text == b.text && a.value == b.value;
+}
+inline bool operator!=(const oee_date_item& a, const oee_date_item& b) { return !(a == b); }
+
+/// The OEE data of one key (a date or a machine, as the asking side chose)
+/// in the reply of lanLoadOEEData. Travels in the order first, second,
+/// amount, counts, process, items, values.
+struct oee_date_data
+{
+    QMap<QString, int> counts; ///< counts by name
+    QString first;             ///< first text
+    QString second;            ///< second text
+    double amount = 0;         ///< a figure; travels with six significant digits
+    /// Per-process figures. They travel as three whole numbers: the two
+    /// figures arrive truncated toward zero (outside the 32-bit range:
+    /// -2147483648).
+    QMap<QString, oee_process_data> process;
+    QList<oee_date_item> items;   ///< texts with a number each, in order
+    QMap<QString, double> values; ///< figures by name; six significant digits
+};
+
+inline bool operator==(const oee_date_data& a, const oee_date_data& b)
+{
+    return a.counts == b.counts && a.first == b.first && a.second == b.second &&
+           a.amount == b.amount && a.process == b.process && a.items == b.items &&
+           a.values == b.values;
+}
+inline bool operator!=(const oee_date_data& a, const oee_date_data& b) { return !(a == b); }
 
 // Records of the log and statistics messages.
 //

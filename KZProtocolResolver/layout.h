@@ -24,6 +24,8 @@
 
 #include "payload.h"
 
+#include <QVariant>
+
 #include <array>
 #include <cstddef>
 #include <iterator>
@@ -342,6 +344,146 @@ namespace kz {
 struct Texts3List : Layout<strz, strz, strz, strlist>
 {
     static constexpr const char* names[] = {"a", "b", "c", "list"};
+};
+
+// ---------------------------------------------------------------------------
+// Rows of QVariant values, and lists sent under a signed 16-bit count
+// ---------------------------------------------------------------------------
+
+/// A row cell as the value type of its wire form: text by toString(),
+/// integers by toInt(), numbers by toDouble(), a row by toList().
+template <class T>
+T fromVariant(const QVariant& v)
+{
+    return qvariant_cast<T>(v);
+}
+
+/// A map cell: the map itself, or a QVariantMap whose values convert (a
+/// cell of any other type is an empty map).
+template <class V>
+QMap<QString, V> mapFromVariant(const QVariant& v)
+{
+    if (v.userType() == qMetaTypeId<QMap<QString, V>>()) return v.value<QMap<QString, V>>();
+    QMap<QString, V> out;
+    if (v.userType() != QMetaType::QVariantMap) return out;
+    const QVariantMap m = v.toMap();
+    for (auto it = m.cbegin(); it != m.cend(); ++it) out.insert(it.key(), qvariant_cast<V>(*it));
+    return out;
+}
+template <>
+inline QMap<QString, int> fromVariant(const QVariant& v)
+{
+    return mapFromVariant<int>(v);
+}
+template <>
+inline QMap<QString, double> fromVariant(const QVariant& v)
+{
+    return mapFromVariant<double>(v);
+}
+/// A QVariantMap cell may also be given as a QMap<QString, double> or
+/// QMap<QString, int>.
+template <>
+inline QVariantMap fromVariant(const QVariant& v)
+{
+    QVariantMap out;
+    if (v.userType() == qMetaTypeId<QMap<QString, double>>()) {
+        const auto m = v.value<QMap<QString, double>>();
+        for (auto it = m.cbegin(); it != m.cend(); ++it) out.insert(it.key(), *it);
+    } else if (v.userType() == qMetaTypeId<QMap<QString, int>>()) {
+        const auto m = v.value<QMap<QString, int>>();
+        for (auto it = m.cbegin(); it != m.cend(); ++it) out.insert(it.key(), *it);
+    } else {
+        out = v.toMap();
+    }
+    return out;
+}
+
+/// A row given as a QVariantList: cell k travels in form F_k, converted as
+/// fromVariant says (a missing cell as empty text or 0; cells past the last
+/// form are not sent). It comes back as a QVariantList of the forms' value
+/// types.
+template <class... F>
+struct vrow
+{
+};
+template <class... F>
+struct Field<vrow<F...>>
+{
+    using Value = QVariantList;
+    static void write(Payload& p, const QVariantList& row)
+    {
+        writeCells(p, row, std::index_sequence_for<F...>{});
+    }
+    static QVariantList read(Reader& r)
+    {
+        return QVariantList{QVariant::fromValue(Field<F>::read(r))...}; // left to right
+    }
+
+private:
+    template <std::size_t... K>
+    static void writeCells(Payload& p, const QVariantList& row, std::index_sequence<K...>)
+    {
+        (Field<F>::write(p, fromVariant<typename Field<F>::Value>(row.value(int(K)))), ...);
+    }
+};
+
+/// A value of form F carried in a QVariant (a row inside a QList<QVariant>).
+template <class F>
+struct boxed
+{
+};
+template <class F>
+struct Field<boxed<F>>
+{
+    using Value = QVariant;
+    static void write(Payload& p, const QVariant& v)
+    {
+        Field<F>::write(p, fromVariant<typename Field<F>::Value>(v));
+    }
+    static QVariant read(Reader& r) { return QVariant::fromValue(Field<F>::read(r)); }
+};
+
+/// An element of a QList<QVariant> that holds a row of the forms F.
+template <class... F>
+using rowof = boxed<vrow<F...>>;
+
+/// A list whose sender stops at its count read as signed 16 bits: the
+/// count is the size truncated to 16 bits and only that many entries
+/// follow, none when the count is 32768 or more. Kept as peers send it;
+/// the entries left out are noted on the payload. Read like listof<F>.
+template <class F>
+struct signedlistof
+{
+};
+template <class F>
+struct Field<signedlistof<F>>
+{
+    using Value = QList<typename Field<F>::Value>;
+    static void write(Payload& p, const Value& v)
+    {
+        const u16 count = count16(v.size());
+        const int sent = qMax(0, int(qint16(count.v)));
+        p << count;
+        if (sent != v.size()) p.noteLoss("list entries not sent (signed 16-bit count)", v.size());
+        for (int i = 0; i < sent; ++i) Field<F>::write(p, v.at(i));
+    }
+    static Value read(Reader& r) { return Field<listof<F>>::read(r); }
+};
+
+/// An int of which only the low 16 bits travel (u16); read back as 0..65535.
+struct low16
+{
+};
+template <>
+struct Field<low16>
+{
+    using Value = int;
+    static void write(Payload& p, int v)
+    {
+        if (v != int(quint16(v))) p.noteLoss("integer cut to 16 bits", v);
+        p << u16{quint16(v)};
+    }
+    static int read(Reader& r) { return r.u16(); }
 };
 
 } // namespace kz

@@ -57,5 +57,6 @@ void addFilesSteps(Demo& demo);
 /// resolver, its frames to the socket.
 void wire(Peer& p, QTcpSocket* socket);
 void addLogsSteps(Demo& demo);
+void addPlanningSteps(Demo& demo);
 
 #endif

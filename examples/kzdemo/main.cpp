@@ -91,6 +91,7 @@ int main(int argc, char** argv)
     addMachinesSteps(demo);
     addFilesSteps(demo);
     addLogsSteps(demo);
+    addPlanningSteps(demo);
 
     QTcpServer listener;
     if (!listener.listen(QHostAddress::LocalHost, 0)) {
