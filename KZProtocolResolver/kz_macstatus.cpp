@@ -104,7 +104,10 @@ void KZProtocolResolver::lanMacWorkLog(const QString& a, const QString& b, const
                                        const QMap<QString, oee_process_data>& processes)
 {
     // A log whose 16-bit count is 0 (empty, or exactly 65536 entries) is not sent at all.
-    if (count16(logs.size()).v == 0) return;
+    if (count16(logs.size()).v == 0) {
+        if (!logs.isEmpty()) d->warnLoss(Method::MacWorkLog, Request, "16-bit count", logs.size());
+        return;
+    }
     Payload p(64 + 48 * logs.size());
     p << strz{a} << strz{b} << strz{c} << count16(logs.size());
     for (const work_log& w : logs) writeWorkLogEntry(p, w);

@@ -18,10 +18,19 @@ using namespace kz;
 // ---------------------------------------------------------------------------
 
 KZProtocolResolver::KZProtocolResolver(int frameCapacity, QObject* parent)
-    : QObject(parent), d(new KZProtocolResolverPrivate(this, frameCapacity, parent))
+    : QObject(parent), d(new KZProtocolResolverPrivate(this, frameCapacity))
 {}
 
-KZProtocolResolver::~KZProtocolResolver() { delete d; }
+KZProtocolResolver::~KZProtocolResolver()
+{
+    // Deleted from inside one of our own callbacks: the code that called it
+    // is still running on this thread and frees the private object when it
+    // returns.
+    if (CallScope::isOpen(d))
+        d->retire();
+    else
+        delete d;
+}
 
 void KZProtocolResolver::setReceiveData(void* ctx) { d->receiveData = ctx; }
 void* KZProtocolResolver::receiveData() const { return d->receiveData; }
@@ -40,6 +49,50 @@ QString KZProtocolResolver::getAccount() const { return d->account; }
 void KZProtocolResolver::clear() {}
 void KZProtocolResolver::parseReceive(QByteArray bytes) { d->parseReceive(bytes); }
 
+KZProtocolResolver::Statistics KZProtocolResolver::statistics() const
+{
+    const Counters& c = d->counters;
+    Statistics s;
+    s.bytesReceived = c.bytesReceived.load(std::memory_order_relaxed);
+    s.framesAccepted = c.framesAccepted.load(std::memory_order_relaxed);
+    s.messagesDispatched = c.messagesDispatched.load(std::memory_order_relaxed);
+    s.garbageBytes = c.garbageBytes.load(std::memory_order_relaxed);
+    for (int i = 0; i < DropReasonCount; ++i)
+        s.drops[i] = c.drops[i].load(std::memory_order_relaxed);
+    return s;
+}
+
+const char* KZProtocolResolver::dropReasonText(DropReason reason)
+{
+    switch (reason) {
+    case DropBadHeader:
+        return "frame header out of limits";
+    case DropOversizedBody:
+        return "body over the receive limit";
+    case DropBadChecksum:
+        return "frame checksum mismatch";
+    case DropOrphanPiece:
+        return "piece without a start";
+    case DropPieceOutOfOrder:
+        return "piece out of order";
+    case DropUnfinishedBody:
+        return "unfinished split body discarded";
+    case DropOutOfMemory:
+        return "out of memory";
+    case DropEmptyBody:
+        return "empty body";
+    case DropShortBody:
+        return "body shorter than its header";
+    case DropUnknownType:
+        return "unknown message type";
+    case DropUnknownMethod:
+        return "unknown method code";
+    case DropReasonCount:
+        break;
+    }
+    return nullptr;
+}
+
 #define KZ_CALLBACK(Type)                                                                          \
     void KZProtocolResolver::set##Type(Type fn) { d->cb.on##Type = fn; }
 #include "callbacks.def"
@@ -49,15 +102,36 @@ void KZProtocolResolver::parseReceive(QByteArray bytes) { d->parseReceive(bytes)
 // Construction and teardown
 // ---------------------------------------------------------------------------
 
+Q_LOGGING_CATEGORY(lcResolver, "kz.resolver", QtWarningMsg)
+
+static thread_local CallScope* openScopes = nullptr;
+
+CallScope::CallScope(KZProtocolResolverPrivate* d) : d_(d), outer_(openScopes)
+{
+    openScopes = this;
+}
+
+CallScope::~CallScope()
+{
+    openScopes = outer_;
+    if (d_->retired() && !isOpen(d_)) delete d_;
+}
+
+bool CallScope::isOpen(const KZProtocolResolverPrivate* d)
+{
+    for (const CallScope* s = openScopes; s; s = s->outer_)
+        if (s->d_ == d) return true;
+    return false;
+}
+
 static const char kSourceName[] = "kzprotocolresolver";
 
 // Receive-side problems are one line on the "default" category, without
 // file, line or function, so hosts filter and route them like qDebug().
 static QDebug debugLine() { return QMessageLogger(nullptr, 0, nullptr).debug(); }
 
-KZProtocolResolverPrivate::KZProtocolResolverPrivate(KZProtocolResolver* owner, int capacity,
-                                                     QObject* parent)
-    : QObject(parent), owner(owner)
+KZProtocolResolverPrivate::KZProtocolResolverPrivate(KZProtocolResolver* owner, int capacity)
+    : QObject(nullptr), owner(owner)
 {
     void* created = nullptr;
     if (capacity < 1) {
@@ -93,15 +167,63 @@ KZProtocolResolverPrivate::~KZProtocolResolverPrivate()
     engine = nullptr;
 }
 
+void KZProtocolResolverPrivate::retire()
+{
+    owner = nullptr;
+    dying.store(true, std::memory_order_relaxed);
+}
+
+void KZProtocolResolverPrivate::drop(KZProtocolResolver::DropReason reason, qint64 bytes,
+                                     qint64 detail)
+{
+    counters.add(counters.drops[reason], 1);
+    if (!lcResolver().isDebugEnabled()) return;
+    QDebug line = QMessageLogger(nullptr, 0, nullptr, lcResolver().categoryName()).debug();
+    line.nospace().noquote() << "drop: " << KZProtocolResolver::dropReasonText(reason);
+    switch (reason) {
+    case KZProtocolResolver::DropOversizedBody:
+        line << ", " << bytes << " bytes claimed, limit " << KZ_DEFAULT_MAX_BODY;
+        break;
+    case KZProtocolResolver::DropUnknownType:
+        line << " " << detail << ", " << bytes << " bytes";
+        break;
+    case KZProtocolResolver::DropUnknownMethod:
+        line << " 0x" << QString::number(detail, 16).rightJustified(4, QLatin1Char('0')) << ", "
+             << bytes << " bytes";
+        break;
+    default:
+        line << ", " << bytes << " bytes";
+        break;
+    }
+}
+
 // ---------------------------------------------------------------------------
 // Sending
 // ---------------------------------------------------------------------------
+
+void KZProtocolResolverPrivate::warnLoss(Method method, uchar flag, const char* what, qint64 value)
+{
+    const char* name = methodName(quint16(method));
+    qCWarning(lcResolver).nospace().noquote()
+        << (name ? name : "?") << (flag == Request ? " request" : " reply") << ": " << what << " "
+        << value << " will not arrive as sent";
+}
+
+void KZProtocolResolverPrivate::send(Method method, uchar flag, const Payload& payload)
+{
+    if (payload.lossWhat()) warnLoss(method, flag, payload.lossWhat(), payload.lossValue());
+    const qint64 bodyLength = 4 + qint64(payload.size()) + 1;
+    if (bodyLength > KZ_DEFAULT_MAX_BODY)
+        warnLoss(method, flag, "body over the receive limit, bytes:", bodyLength);
+    packSend(QByteArray(), flag, kMessageType, ushort(method), payload.bytes(), 1);
+}
 
 void KZProtocolResolverPrivate::emitFrame(char* buffer, int length)
 {
     // Every buffer goes to the host, even one the engine could not fill
     // (length 0): the host owns it and sees that nothing is to be sent.
-    if (packResult && buffer) {
+    // Once the host has deleted the resolver, nothing more goes out.
+    if (packResult && buffer && !retired()) {
         packResult(receiveData, buffer, length);
         return;
     }
@@ -111,6 +233,7 @@ void KZProtocolResolverPrivate::emitFrame(char* buffer, int length)
 void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type, ushort method,
                                          QByteArray data, uint datalen)
 {
+    const CallScope scope(this); // the pack-result callback may delete the resolver
     // Body: flag, type, method code, then the payload and its zero byte
     // (an empty payload is `datalen` zero bytes).
     QByteArray body;
@@ -142,8 +265,12 @@ void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type
 
     // A body that did not fit left its other pieces in the engine. They are
     // drained whatever the body's size, so no piece is ever left behind.
+    // Once the host deleted the resolver, the pieces left are freed with
+    // the engine.
     kz_list* pending = kz_protocol_pending(engine);
-    while (kz_list_node* node = kz_list_take_node(pending, kz_list_node_at(pending, 0))) {
+    while (!retired()) {
+        kz_list_node* node = kz_list_take_node(pending, kz_list_node_at(pending, 0));
+        if (!node) break;
         char* buffer = static_cast<char*>(std::calloc(size_t(frameCapacity), 1));
         const int textLength = int(std::strlen(node->bytes));
         const int dataLength = node->total - textLength - 1;
@@ -175,13 +302,21 @@ void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
         deferredInput.append(bytes);
         return;
     }
+    const CallScope scope(this); // a message callback may delete the resolver
     QByteArray input = bytes;
     do {
-        if (engine && !input.isEmpty())
+        counters.add(counters.bytesReceived, quint64(input.size()));
+        if (engine && !input.isEmpty()) {
             kz_protoiot_engine.input(engine, input.constData(), input.size());
+            kz_rx_stats rx{};
+            if (kz_protocol_rx_stats(engine, &rx) == 0) {
+                counters.framesAccepted.store(rx.frames, std::memory_order_relaxed);
+                counters.garbageBytes.store(rx.skipped, std::memory_order_relaxed);
+            }
+        }
         QMutexLocker lock(&eventLock);
         drainingThread.store(QThread::currentThreadId());
-        while (!eventQueue.isEmpty()) {
+        while (!eventQueue.isEmpty() && !retired()) {
             ReceivedEvent* record = eventQueue.takeFirst();
             if (!record) continue;
             parseReadEvent(record);
@@ -189,6 +324,7 @@ void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
         }
         drainingThread.store(nullptr);
         input.clear();
+        if (retired()) break; // the rest is freed with the object
         input.swap(deferredInput);
     } while (!input.isEmpty());
 }
@@ -226,14 +362,42 @@ int KZProtocolResolverPrivate::eventHandler(kz_event* e)
     return e->type == KZ_EVENT_DATA ? 0 : kz_protoiot_event_handler(e);
 }
 
+// The frame layer's drop notices, by their reason code.
+static KZProtocolResolver::DropReason reasonOfNotice(int code)
+{
+    switch (code) {
+    case KZ_DROP_TOO_LARGE:
+        return KZProtocolResolver::DropOversizedBody;
+    case KZ_DROP_CHECKSUM:
+        return KZProtocolResolver::DropBadChecksum;
+    case KZ_DROP_ORPHAN:
+        return KZProtocolResolver::DropOrphanPiece;
+    case KZ_DROP_ORDER:
+        return KZProtocolResolver::DropPieceOutOfOrder;
+    case KZ_DROP_REPLACED:
+    case KZ_DROP_EVICTED:
+        return KZProtocolResolver::DropUnfinishedBody;
+    case KZ_DROP_MEMORY:
+        return KZProtocolResolver::DropOutOfMemory;
+    default:
+        return KZProtocolResolver::DropBadHeader;
+    }
+}
+
 void KZProtocolResolverPrivate::parseReadEvent(ReceivedEvent* record)
 {
-    if (record->type != KZ_EVENT_DATA) return; // notices are queued and discarded here
+    if (record->type == KZ_EVENT_NOTICE) {
+        // Queued for the count and the log line only.
+        drop(reasonOfNotice(record->length2), record->length);
+        return;
+    }
+    if (record->type != KZ_EVENT_DATA) return;
     if (record->data.isNull() || record->length == 0) {
         debugLine() << "data==nullptr || data_len ==0 and ready to return "
                     << static_cast<const void*>(record->data.isEmpty() ? nullptr
                                                                        : record->data.constData())
                     << record->length;
+        drop(KZProtocolResolver::DropEmptyBody, 0);
         return;
     }
     uchar* body = reinterpret_cast<uchar*>(record->data.data());
@@ -241,7 +405,12 @@ void KZProtocolResolverPrivate::parseReadEvent(ReceivedEvent* record)
     kz_coding_decrypt_fast(body + 1, body + 1, length - 1);
     // The event name may carry the peer's attr text after a comma; no
     // message uses it.
-    if (length >= 4 && body[1] == kMessageType) dispatch(body, length - 4);
+    if (length < 4)
+        drop(KZProtocolResolver::DropShortBody, length);
+    else if (body[1] != kMessageType)
+        drop(KZProtocolResolver::DropUnknownType, length, body[1]);
+    else
+        dispatch(body, length - 4);
 }
 
 // ---------------------------------------------------------------------------
@@ -296,9 +465,12 @@ int KZProtocolResolverPrivate::dispatch(const uchar* body, int dataLength,
     if (dataLength < 0) return 1; // a body shorter than its header
     const quint16 code = quint16(body[2] | (body[3] << 8));
     if (const Route* route = findRoute(code)) {
+        counters.add(counters.messagesDispatched, 1);
         Reader r(body + 4, dataLength);
         r.setTrace(trace);
         (this->*route->decode)(body[0], r);
+    } else {
+        drop(KZProtocolResolver::DropUnknownMethod, dataLength + 4, code);
     }
     return 1;
 }

@@ -32,9 +32,17 @@ class KZProtocolResolverPrivate;
 /// decoded and reported through the callback registered for it:
 /// `setLanXCB` for an incoming request, `setLanXResultCB` for an incoming
 /// reply. Unset callbacks are skipped. Broken input (garbage, bad
-/// checksums, truncated or unknown messages) is dropped, at most with one
-/// debug line on the Qt logger; nothing is reported to the host and no
-/// input can crash, hang or grow memory without bound.
+/// checksums, oversized bodies, unknown method codes or types) is dropped,
+/// at most with one debug line on the Qt logger, and counted in
+/// statistics(); no error reaches a callback and no input can crash, hang
+/// or grow memory without bound.
+///
+/// A message whose payload is shorter than its layout still reaches its
+/// callback: the fields that are missing read as zero, empty text or
+/// false. The data a decoder reads ends with the body's closing zero byte,
+/// however, so a reply that lacks only its last flag byte reads that flag
+/// from the zero, which on the wire means true: such a reply reports
+/// success. Only a reply cut shorter than that reads the flag as false.
 ///
 /// Callbacks are plain function pointers; their first argument is the
 /// context pointer set with setReceiveData(). Values passed by reference
@@ -56,7 +64,31 @@ class KZProtocolResolverPrivate;
 ///   the outer call returns;
 /// - the setters (context pointer, pack-result and message callbacks) are
 ///   not synchronised: call them before sending and receiving start;
-/// - distinct resolvers share nothing and may run on any threads.
+/// - distinct resolvers share nothing and may run on any threads;
+/// - a resolver may be deleted from inside any of its own callbacks (a
+///   message callback, or the pack-result callback of an encoder): the
+///   running callback finishes, no further callback of that resolver runs,
+///   and whatever it still held (queued messages, pieces not yet handed
+///   out, bytes not yet parsed) is freed when control leaves the resolver.
+///   Do not touch the resolver after deleting it, and delete it only while
+///   no other thread is using it. deleteLater() works as for any QObject;
+/// - statistics() may be called from any thread at any time.
+///
+/// **Lifetime.** A resolver constructed with a parent is deleted with it,
+/// like any QObject child; it is the parent's only child that the
+/// resolver adds (its private state is owned by the resolver alone), so
+/// reparenting it with setParent() or deleting the children by hand is safe.
+///
+/// **Drops and diagnostics.** Everything the resolver throws away is
+/// counted by reason (statistics()), and each drop is one debug line on the
+/// logging category `kz.resolver` with its reason and sizes. The category
+/// is quiet by default; `QT_LOGGING_RULES="kz.*=true"` (or
+/// QLoggingCategory::setFilterRules()) turns its lines on. Encoders warn on
+/// the same category, once per message, when a value cannot arrive as it
+/// was given: a list or map of more than 32767 entries (counts travel as 16
+/// bits and are read back as signed), a text of 32767 bytes or more in a
+/// length-prefixed field, or a message body over the 16 MiB that a receiver
+/// accepts by default. The bytes sent are the protocol's all the same.
 ///
 /// Typical host:
 /// \code
@@ -116,6 +148,73 @@ public:
     /// and several may arrive at once; every message completed by these
     /// bytes is decoded and its callback called before this returns.
     void parseReceive(QByteArray bytes);
+
+    /// Why received bytes were thrown away (index of Statistics::drops).
+    enum DropReason {
+        /// A frame header that contradicts itself (a piece without data,
+        /// past its body's end, or with an attr text after the first piece).
+        DropBadHeader,
+        /// A body larger than the receive limit (16 MiB); a split body is
+        /// counted once.
+        DropOversizedBody,
+        /// A frame whose checksum does not match its bytes (corrupted).
+        DropBadChecksum,
+        /// A piece of a split body whose first piece never arrived.
+        DropOrphanPiece,
+        /// A split body broken by a missing or misplaced piece.
+        DropPieceOutOfOrder,
+        /// An unfinished split body, replaced by a new start of the same
+        /// body or discarded to make room for others.
+        DropUnfinishedBody,
+        /// Bytes the frame layer could not store (memory ran out).
+        DropOutOfMemory,
+        /// A frame that carries no body at all.
+        DropEmptyBody,
+        /// A body shorter than its 4-byte message header.
+        DropShortBody,
+        /// A body whose type byte is not the protocol's message type.
+        DropUnknownType,
+        /// A method code that this library does not know.
+        DropUnknownMethod,
+        DropReasonCount
+    };
+
+    /// What a resolver received and what it threw away, counted since its
+    /// construction. The counts are always kept; reading them is cheap.
+    struct Statistics
+    {
+        /// Bytes handed to parseReceive().
+        quint64 bytesReceived = 0;
+        /// Frames (whole bodies or pieces of split ones) that passed their
+        /// checks.
+        quint64 framesAccepted = 0;
+        /// Messages handed to the decoder of their method code (its
+        /// callback is called when set and when the flag selects a
+        /// direction the message has).
+        quint64 messagesDispatched = 0;
+        /// Bytes passed over while looking for frames: noise between
+        /// frames and the bytes of frames that failed a check. Bytes still
+        /// waiting for the rest of their frame are not counted yet.
+        quint64 garbageBytes = 0;
+        /// Frames, pieces and messages thrown away, by DropReason.
+        quint64 drops[DropReasonCount] = {};
+
+        /// All drops, whatever their reason.
+        quint64 totalDrops() const
+        {
+            quint64 n = 0;
+            for (quint64 d : drops) n += d;
+            return n;
+        }
+    };
+
+    /// The counts of this resolver so far. Callable from any thread; while
+    /// another thread is parsing, the counts are each current but not
+    /// necessarily of the same instant.
+    Statistics statistics() const;
+    /// A short text for a drop reason ("frame checksum mismatch", ...), as
+    /// the `kz.resolver` log lines write it; null for an unknown value.
+    static const char* dropReasonText(DropReason reason);
 
     /// \name Session: login and logout
     /// The password travels AES-128-CBC enciphered under a key the library

@@ -8,6 +8,7 @@
 #include "methods.h"
 #include "payload.h"
 
+#include <QLoggingCategory>
 #include <QMutex>
 #include <QObject>
 
@@ -15,6 +16,10 @@
 #include <memory>
 
 struct kz_event;
+
+/// The library's own logging category, "kz.resolver": one debug line per
+/// drop, one warning per lossy message. Debug lines are off by default.
+Q_DECLARE_LOGGING_CATEGORY(lcResolver)
 
 /// One event queued by the engine's event handler, drained by parseReceive.
 struct ReceivedEvent
@@ -34,12 +39,49 @@ struct KZCallbacks
 #undef KZ_CALLBACK
 };
 
+/// Marks, on the current thread, a stretch of code of one resolver from
+/// which host callbacks may be called. A resolver deleted by the host
+/// while one of its stretches is open is only retired; the outermost
+/// stretch frees it when it closes. Open one as the first local of the
+/// function, so that it closes after every other local is gone, and touch
+/// nothing of the resolver after the function returns.
+class CallScope
+{
+public:
+    explicit CallScope(KZProtocolResolverPrivate* d);
+    ~CallScope();
+    CallScope(const CallScope&) = delete;
+    CallScope& operator=(const CallScope&) = delete;
+
+    /// True if a stretch of `d` is open on this thread.
+    static bool isOpen(const KZProtocolResolverPrivate* d);
+
+private:
+    KZProtocolResolverPrivate* d_;
+    CallScope* outer_;
+};
+
+/// The counters behind KZProtocolResolver::statistics(). Written by the
+/// receiving thread, read by any.
+struct Counters
+{
+    std::atomic<quint64> bytesReceived{0};
+    std::atomic<quint64> framesAccepted{0};
+    std::atomic<quint64> messagesDispatched{0};
+    std::atomic<quint64> garbageBytes{0};
+    std::atomic<quint64> drops[KZProtocolResolver::DropReasonCount] = {};
+
+    void add(std::atomic<quint64>& c, quint64 n) { c.fetch_add(n, std::memory_order_relaxed); }
+};
+
 class KZProtocolResolverPrivate : public QObject
 {
     Q_OBJECT
 
 public:
-    KZProtocolResolverPrivate(KZProtocolResolver* owner, int frameCapacity, QObject* parent);
+    /// The private object has no QObject parent: it belongs to `owner`
+    /// alone, whatever becomes of the owner's parent.
+    KZProtocolResolverPrivate(KZProtocolResolver* owner, int frameCapacity);
     ~KZProtocolResolverPrivate() override;
 
     /// The private object of a resolver (for tests and tools).
@@ -51,11 +93,22 @@ public:
                          uint datalen);
 
     /// What every encoder calls: packSend with an empty attr, type 17 and
-    /// the terminating zero.
-    void send(kz::Method method, uchar flag, const kz::Payload& payload)
-    {
-        packSend(QByteArray(), flag, kz::kMessageType, ushort(method), payload.bytes(), 1);
-    }
+    /// the terminating zero. Warns first when the payload noted a value
+    /// that will not arrive as given, or when the body is larger than a
+    /// receiver accepts by default.
+    void send(kz::Method method, uchar flag, const kz::Payload& payload);
+    /// The one warning of a lossy message: its name and direction, what
+    /// will not arrive as sent and its value.
+    static void warnLoss(kz::Method method, uchar flag, const char* what, qint64 value);
+
+    /// Called by the owner's destructor when the host deletes the resolver
+    /// from inside one of its callbacks: no callback runs any more and the
+    /// outermost open CallScope frees the object.
+    void retire();
+    bool retired() const { return dying.load(std::memory_order_relaxed); }
+
+    /// Counts one drop and writes its line on the library's category.
+    void drop(KZProtocolResolver::DropReason reason, qint64 bytes, qint64 detail = -1);
 
     /// Sends the API arguments `a` in the wire layout L.
     template <class L, class... A>
@@ -77,7 +130,7 @@ public:
     template <class F, class... A>
     void fire(F fn, const A&... args) const
     {
-        if (fn) fn(receiveData, args...);
+        if (fn && !retired()) fn(receiveData, args...);
     }
 
     /// Reads one payload of layout L and fires `slot` with its values.
@@ -116,6 +169,7 @@ public:
     KZProtocolResolver::PackResultCB packResult = nullptr;
     KZProtocolResolver::SendFailDisconnectCB sendFailDisconnect = nullptr;
     KZCallbacks cb;
+    Counters counters;
 
 private:
     void emitFrame(char* buffer, int length);
@@ -124,6 +178,8 @@ private:
     // once the current drain is over. Only the draining thread touches it.
     QByteArray deferredInput;
     std::atomic<Qt::HANDLE> drainingThread{nullptr};
+    // Set once the host has deleted the owner from inside a callback.
+    std::atomic<bool> dying{false};
 };
 
 #endif // KZRESOLVER_KZPROTOCOLRESOLVER_P_H

@@ -9,6 +9,9 @@ namespace kz {
 Payload& Payload::operator<<(str16 x)
 {
     const QByteArray u = x.v.toUtf8();
+    // The length is read back as signed 16 bits: a longer text arrives
+    // empty or cut.
+    if (u.size() + 1 > 0x7FFF) noteLoss("16-bit text length", u.size() + 1);
     *this << u16{quint16(u.size() + 1)};
     b_.append(u.constData(), u.size() + 1); // with its zero byte
     return *this;
@@ -127,8 +130,10 @@ qint32 Reader::i32()
     return v;
 }
 
-// A flag cut off by the end of the data reads as false: a truncated reply
-// never reports success.
+// A flag past the end of the data reads as false. The data the decoders
+// get ends with the body's closing zero byte, though, so a reply that lacks
+// only its last flag reads that flag from the zero: as true, as the wire
+// says. Only a reply cut shorter than that reads it as false.
 bool Reader::flag8()
 {
     const Quiet q(this, "flag8");

@@ -48,12 +48,25 @@ struct strintmap { const QMap<QString, int>& v; };
 struct blob32 { const QByteArray& v; };
 /// Raw bytes, no prefix.
 struct raw { const char* p; int n; };
+
+/// A list or map count as it travels: 16 bits (the size truncated), read
+/// back as signed. `n` is the count meant; the writer notes a count that
+/// will not arrive as sent (above 32767, or negative).
+struct c16 { quint16 v; qint64 n; };
 // clang-format on
 
 /// Counts of lists and maps travel as 16 bits: the size truncated.
-inline u16 count16(int n) { return u16{quint16(n)}; }
+inline c16 count16(qint64 n) { return c16{quint16(n), n}; }
 
 /// The payload writer. Appends little-endian fields to a byte array.
+///
+/// Some wire rules lose values: counts travel as 16 bits and are read back
+/// as signed, a str16 length likewise. The writer writes such values as the
+/// rule says and notes the first one (noteLoss()); the send routine turns
+/// the note into one warning that names the message. An encoder whose
+/// layout loses a value in a way the writer cannot see (say, a loop that
+/// the receiver stops at a signed 16-bit count, or entries it leaves out)
+/// calls noteLoss() itself.
 class Payload
 {
 public:
@@ -66,6 +79,11 @@ public:
         return *this;
     }
     Payload& operator<<(u16 x) { return put(x.v); }
+    Payload& operator<<(c16 x)
+    {
+        if (x.n < 0 || x.n > 0x7FFF) noteLoss("16-bit count", x.n);
+        return put(x.v);
+    }
     Payload& operator<<(u32 x) { return put(x.v); }
     Payload& operator<<(i32 x) { return put(quint32(x.v)); }
     Payload& operator<<(flag8 x) { return *this << u8{quint8(x.v ? 0 : 1)}; }
@@ -97,6 +115,7 @@ public:
         }
         return *this;
     }
+    /// The first noted loss: its description (null when none) and value.
     const char* lossWhat() const { return lossWhat_; }
     qint64 lossValue() const { return lossValue_; }
 
@@ -152,7 +171,8 @@ public:
     quint32 u32();
     qint32 i32();
     /// Inverted boolean, zero test: true exactly when the byte is 0. A
-    /// flag past the end of the data is false.
+    /// flag past the end of the data is false (but a decoder's data ends
+    /// with the body's closing zero, which reads as true).
     bool flag8();
     /// Inverted boolean, low-bit flip: true unless the byte is 1 (b ^ 1).
     /// A flag past the end of the data is false.

@@ -13,6 +13,15 @@
 #include <QObject>
 #include <QtGlobal>
 
+/// Exports the class from the shared library kzresolver, which carries it.
+#if defined(KZCIPHER_BUILDING)
+#define KZCIPHER_EXPORT Q_DECL_EXPORT
+#elif defined(KZRESOLVER_STATIC)
+#define KZCIPHER_EXPORT
+#else
+#define KZCIPHER_EXPORT Q_DECL_IMPORT
+#endif
+
 /**
  * @brief AES block cipher in ECB, CBC or CFB mode, with a fixed padding rule.
  *
@@ -43,12 +52,23 @@
  * like the same key followed by six zero bytes, and an empty key like an
  * all-zero key. Nothing is read outside the key's own bytes.
  *
+ * @par Using it from a host
+ * The class is part of the kzresolver package: include `<qaesencryption.h>`
+ * and link `KZResolver::kzresolver`. For the login exchange of this
+ * protocol the resolver does the enciphering itself; use the class for
+ * anything else that needs AES.
+ * @code
+ * QAESEncryption aes(QAESEncryption::AES_128, QAESEncryption::CBC);
+ * const QByteArray sealed = aes.encode(text, key16, iv16);
+ * const QByteArray opened = aes.decode(sealed, key16, iv16); // padding kept
+ * @endcode
+ *
  * @par Input lengths in decode()
  * ECB and CBC decipher whole 16-byte blocks only; trailing bytes that do not
  * fill a block are dropped from the result. CFB deciphers every byte (see
  * #CFB).
  */
-class QAESEncryption : public QObject
+class KZCIPHER_EXPORT QAESEncryption : public QObject
 {
     Q_OBJECT
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -600,8 +601,11 @@ TEST(Receive, HugeClaimsAreDroppedWithoutAllocating)
     EXPECT_EQ(rx.bodies(), (Bodies{"still here"}));
     auto notices = rx.ofType(KZ_EVENT_NOTICE);
     ASSERT_EQ(notices.size(), 3u);
-    EXPECT_EQ(notices[0].length, 18);
-    EXPECT_EQ(notices[1].length, 30);
+    // Each names the body size it claimed (capped at INT_MAX).
+    EXPECT_EQ(notices[0].length, INT_MAX);
+    EXPECT_EQ(notices[1].length, INT_MAX);
+    EXPECT_EQ(notices[2].length, KZ_DEFAULT_MAX_BODY + 1);
+    for (const auto& n : notices) EXPECT_EQ(n.length2, KZ_DROP_TOO_LARGE);
 
     // A legal but large claim: only the bytes that arrived are buffered.
     const size_t start = heapInUse();

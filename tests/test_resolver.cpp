@@ -81,11 +81,12 @@ TEST(Construction, CapacityDefaultsAndOverride)
 
 TEST(Construction, AParentOwnsTheResolver)
 {
-    // The private object shares the resolver's parent; destroying the parent
-    // must free both exactly once.
+    // The private object belongs to the resolver alone; the parent sees one
+    // child, and destroying the parent frees both exactly once.
     auto* parent = new QObject;
     auto* r = new KZProtocolResolver(0, parent);
-    EXPECT_EQ(KZProtocolResolverPrivate::get(r)->parent(), parent);
+    EXPECT_EQ(KZProtocolResolverPrivate::get(r)->parent(), nullptr);
+    EXPECT_EQ(parent->children(), QObjectList{r});
     delete parent;
 }
 

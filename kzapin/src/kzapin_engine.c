@@ -37,6 +37,7 @@
 
 /* Notice texts. */
 static const char kz_why_limits[] = "frame header out of limits";
+static const char kz_why_too_large[] = "body over the receive limit";
 static const char kz_why_crc[] = "frame checksum mismatch";
 static const char kz_why_orphan[] = "piece without a start";
 static const char kz_why_order[] = "piece out of order, partial body dropped";
@@ -76,6 +77,14 @@ typedef struct kz_recv_side
     kz_assembly slots[KZ_ASSEMBLIES_MAX];
     size_t held; /* memory held by all partial bodies */
     uint64_t clock;
+
+    /* Id of the split body last refused as too large: its later pieces are
+     * dropped without a notice of their own, one notice per body. */
+    uint32_t refused_id;
+    int refused;
+
+    uint64_t frames;  /* frames that passed their checks */
+    uint64_t skipped; /* bytes passed over that were part of no such frame */
 
     char* name; /* event name of the last whole frame */
     size_t name_cap;
@@ -416,10 +425,10 @@ static void raise_event(kz_engine* e, int type, const char* name, const void* da
     if (handler) handler(&ev);
 }
 
-static void notice(kz_engine* e, const char* why, size_t dropped)
+static void notice(kz_engine* e, const char* why, int reason, size_t dropped)
 {
     if (dropped > INT_MAX) dropped = INT_MAX;
-    raise_event(e, KZ_EVENT_NOTICE, why, why, dropped, 0);
+    raise_event(e, KZ_EVENT_NOTICE, why, why, dropped, reason);
 }
 
 /* "data" or "data,<attr>" into `dst` (room for 6 + attr_len bytes). */
@@ -443,11 +452,11 @@ static kz_assembly* find_slot(kz_recv_side* rs, uint32_t id)
     return NULL;
 }
 
-static void drop_slot(kz_engine* e, kz_assembly* a, const char* why, size_t extra)
+static void drop_slot(kz_engine* e, kz_assembly* a, const char* why, int reason, size_t extra)
 {
     size_t dropped = (size_t)a->have + extra;
     free_slot(&e->recv, a);
-    notice(e, why, dropped);
+    notice(e, why, reason, dropped);
 }
 
 /* Discards the partial body that has waited longest for a piece, other than
@@ -461,7 +470,7 @@ static int evict_oldest(kz_engine* e, const kz_assembly* keep)
         if (a->used && a != keep && (!oldest || a->touched < oldest->touched)) oldest = a;
     }
     if (!oldest) return 0;
-    drop_slot(e, oldest, kz_why_evicted, 0);
+    drop_slot(e, oldest, kz_why_evicted, KZ_DROP_EVICTED, 0);
     return 1;
 }
 
@@ -500,7 +509,7 @@ static void on_piece(kz_engine* e, const kz_header* h, const unsigned char* attr
     rs->clock++;
 
     if (h->offset == 0) {
-        if (a) drop_slot(e, a, kz_why_replaced, 0);
+        if (a) drop_slot(e, a, kz_why_replaced, KZ_DROP_REPLACED, 0);
         a = NULL;
         for (int i = 0; i < KZ_ASSEMBLIES_MAX && !a; ++i) {
             if (!rs->slots[i].used) a = &rs->slots[i];
@@ -514,7 +523,7 @@ static void on_piece(kz_engine* e, const kz_header* h, const unsigned char* attr
         char* name = malloc(6 + h->attr_len);
         if (!a || !name) {
             free(name);
-            notice(e, kz_why_memory, n);
+            notice(e, kz_why_memory, KZ_DROP_MEMORY, n);
             return;
         }
         format_name(name, attr, h->attr_len);
@@ -525,16 +534,16 @@ static void on_piece(kz_engine* e, const kz_header* h, const unsigned char* attr
         a->pieces = 0;
         a->name = name;
     } else if (!a) {
-        notice(e, kz_why_orphan, n);
+        notice(e, kz_why_orphan, KZ_DROP_ORPHAN, n);
         return;
     } else if (a->total != h->total || a->have != h->offset) {
-        drop_slot(e, a, kz_why_order, n);
+        drop_slot(e, a, kz_why_order, KZ_DROP_ORDER, n);
         return;
     }
 
     a->touched = rs->clock;
     if (!reserve(e, a, (size_t)a->have + n)) {
-        drop_slot(e, a, kz_why_memory, n);
+        drop_slot(e, a, kz_why_memory, KZ_DROP_MEMORY, n);
         return;
     }
     memcpy(a->buf + a->have, data, n);
@@ -554,7 +563,7 @@ static void on_whole(kz_engine* e, const kz_header* h, const unsigned char* attr
     if (rs->name_cap < need) {
         char* name = realloc(rs->name, need);
         if (!name) {
-            notice(e, kz_why_memory, h->data_len);
+            notice(e, kz_why_memory, KZ_DROP_MEMORY, h->data_len);
             return;
         }
         rs->name = name;
@@ -564,7 +573,7 @@ static void on_whole(kz_engine* e, const kz_header* h, const unsigned char* attr
     raise_event(e, KZ_EVENT_DATA, rs->name, data, h->data_len, 1);
 }
 
-enum { HEAD_NEED_MORE, HEAD_GARBAGE, HEAD_REJECTED, HEAD_OK };
+enum { HEAD_NEED_MORE, HEAD_GARBAGE, HEAD_REJECTED, HEAD_TOO_LARGE, HEAD_OK };
 
 /* Looks at a candidate that starts with the sync marker. On HEAD_NEED_MORE
  * `*need` is the length it must reach first. */
@@ -592,12 +601,14 @@ static int parse_header(const kz_engine* e, const unsigned char* p, size_t avail
         h->id = kz_get32(p + 14);
         h->total = kz_get32(p + 18);
         h->offset = kz_get32(p + 22);
-        if (h->data_len == 0 || h->total > e->max_body ||
-            (uint64_t)h->offset + h->data_len > h->total || (h->offset != 0 && h->attr_len != 0))
+        if (h->data_len == 0 || (uint64_t)h->offset + h->data_len > h->total ||
+            (h->offset != 0 && h->attr_len != 0))
             return HEAD_REJECTED;
+        if (h->total > e->max_body) return HEAD_TOO_LARGE;
     } else {
-        h->id = h->total = h->offset = 0;
-        if (h->data_len > e->max_body) return HEAD_REJECTED;
+        h->id = h->offset = 0;
+        h->total = h->data_len;
+        if (h->data_len > e->max_body) return HEAD_TOO_LARGE;
     }
     h->frame_len = h->head + h->attr_len + h->data_len + 4;
     return HEAD_OK;
@@ -623,6 +634,20 @@ static int may_resync_inside(kz_recv_side* rs, uint64_t end, size_t cost)
     return 1;
 }
 
+/* A well-formed header that claims a body over the limit. A split body is
+ * reported once, at the first of its pieces seen; its later pieces go
+ * without a notice of their own. */
+static void refuse(kz_engine* e, const kz_header* h)
+{
+    kz_recv_side* rs = &e->recv;
+    if (h->flags & KZ_FRAME_FLAG_PIECE) {
+        if (rs->refused && rs->refused_id == h->id && h->offset != 0) return;
+        rs->refused = 1;
+        rs->refused_id = h->id;
+    }
+    notice(e, kz_why_too_large, KZ_DROP_TOO_LARGE, h->total);
+}
+
 /* `base` is the stream offset of buf[0]. */
 static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t base, size_t* need)
 {
@@ -633,7 +658,9 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
         size_t avail = len - pos;
         if (p[0] != KZ_SYNC_0) {
             const unsigned char* k = memchr(p + 1, KZ_SYNC_0, avail - 1);
-            pos = k ? (size_t)(k - buf) : len;
+            const size_t next = k ? (size_t)(k - buf) : len;
+            e->recv.skipped += next - pos;
+            pos = next;
             continue;
         }
         if (avail < 2) {
@@ -641,6 +668,7 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
             return pos;
         }
         if (p[1] != KZ_SYNC_1) {
+            e->recv.skipped++;
             pos++;
             continue;
         }
@@ -651,10 +679,17 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
             *need = more;
             return pos;
         case HEAD_GARBAGE:
+            e->recv.skipped++;
             pos++;
             continue;
         case HEAD_REJECTED:
-            notice(e, kz_why_limits, h.head);
+            notice(e, kz_why_limits, KZ_DROP_HEADER, h.head);
+            e->recv.skipped++;
+            pos++;
+            continue;
+        case HEAD_TOO_LARGE:
+            refuse(e, &h);
+            e->recv.skipped++;
             pos++;
             continue;
         default:
@@ -666,10 +701,14 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
         }
         size_t crc_at = h.frame_len - 4;
         if (kz_crc32(0, p, crc_at) != kz_get32(p + crc_at)) {
-            notice(e, kz_why_crc, h.frame_len);
-            pos += may_resync_inside(&e->recv, base + pos + h.frame_len, crc_at) ? 1 : h.frame_len;
+            notice(e, kz_why_crc, KZ_DROP_CHECKSUM, h.frame_len);
+            const size_t step =
+                may_resync_inside(&e->recv, base + pos + h.frame_len, crc_at) ? 1 : h.frame_len;
+            e->recv.skipped += step;
+            pos += step;
             continue;
         }
+        e->recv.frames++;
         const unsigned char* attr = p + h.head;
         const unsigned char* data = attr + h.attr_len;
         if (h.flags & KZ_FRAME_FLAG_PIECE) {
@@ -736,7 +775,7 @@ static int engine_input(void* engine, const void* bytes, int length)
             size_t used = scan(e, in, left, base, &need);
             if (!rs->stop && used < left) {
                 if (!rx_append(e, in + used, left - used)) {
-                    notice(e, kz_why_memory, left - used);
+                    notice(e, kz_why_memory, KZ_DROP_MEMORY, left - used);
                     rs->stop = 1;
                 }
                 rs->need = need;
@@ -749,7 +788,7 @@ static int engine_input(void* engine, const void* bytes, int length)
         size_t take = rs->need - rs->len;
         if (take > left) take = left;
         if (!rx_append(e, in, take)) {
-            notice(e, kz_why_memory, rs->len + left);
+            notice(e, kz_why_memory, KZ_DROP_MEMORY, rs->len + left);
             rs->stop = 1;
             break;
         }
@@ -781,3 +820,13 @@ static int engine_input(void* engine, const void* bytes, int length)
 }
 
 const kz_protoiot_ops kz_protoiot_engine = {engine_reset, engine_input};
+
+int kz_protocol_rx_stats(void* engine, kz_rx_stats* out)
+{
+    kz_engine* e = engine_of(engine);
+    if (!e || !out) return -1;
+    out->bytes_in = e->recv.stream_in;
+    out->frames = e->recv.frames;
+    out->skipped = e->recv.skipped;
+    return 0;
+}

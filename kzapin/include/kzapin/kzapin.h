@@ -124,13 +124,37 @@ KZAPIN_API void kz_type_delete(void* obj);
 enum {
     /** Drop notice: a frame, piece or partial body was thrown away. `data`
      *  points at a short reason text (also in `name`), `length` is the
-     *  number of bytes dropped. */
+     *  number of bytes dropped (for KZ_DROP_TOO_LARGE: the body size the
+     *  frame claimed), `length2` the reason, one of KZ_DROP_*. */
     KZ_EVENT_NOTICE = 16,
     /** A complete message body: `data`/`length` hold the coded body exactly
      *  as it was given to kz_protocol_pack; `name` is "data" or
      *  "data,<attr>" when the sender gave an attr text; `length2` is the
      *  number of frames the body arrived in. */
     KZ_EVENT_DATA = 17,
+};
+
+/** Reasons of a drop notice (its `length2`), with their texts. */
+enum {
+    /** "frame header out of limits": a piece header that contradicts
+     *  itself (no data, past its total, attr on a later piece). */
+    KZ_DROP_HEADER = 1,
+    /** "body over the receive limit": a frame claims a body larger than
+     *  KZ_OPT_MAX_BODY. Reported once per split body: its later pieces
+     *  raise no notice of their own. */
+    KZ_DROP_TOO_LARGE = 2,
+    /** "frame checksum mismatch". */
+    KZ_DROP_CHECKSUM = 3,
+    /** "piece without a start". */
+    KZ_DROP_ORPHAN = 4,
+    /** "piece out of order, partial body dropped". */
+    KZ_DROP_ORDER = 5,
+    /** "partial body replaced by a new start". */
+    KZ_DROP_REPLACED = 6,
+    /** "partial body discarded to make room". */
+    KZ_DROP_EVICTED = 7,
+    /** "out of memory, bytes dropped". */
+    KZ_DROP_MEMORY = 8,
 };
 
 /** One event. The pointers are valid only during the handler call and
@@ -170,6 +194,21 @@ typedef struct kz_protoiot_ops
 
 /** The engine's operations: kz_protoiot_engine.input(engine, bytes, n). */
 KZAPIN_API extern const kz_protoiot_ops kz_protoiot_engine;
+
+/** Receive-side counts of an engine, from its creation on. */
+typedef struct kz_rx_stats
+{
+    uint64_t bytes_in; /* bytes fed to input */
+    uint64_t frames;   /* frames (whole or piece) that passed their checks */
+    uint64_t skipped;  /* bytes passed over while looking for frames: noise,
+                          and the bytes of frames that failed a check */
+} kz_rx_stats;
+
+/** Copies the receive-side counts of `engine` into `out`. Returns 0, or -1
+ *  for a NULL or foreign engine or a NULL `out`. Receive-side state: read it
+ *  on the thread that feeds input, or while no input runs. Bytes still
+ *  waiting for the rest of their frame are in `bytes_in` only. */
+KZAPIN_API int kz_protocol_rx_stats(void* engine, kz_rx_stats* out);
 
 /** Bytes a frame adds around its data: whole frame, and piece frame. */
 #define KZ_FRAME_OVERHEAD 22
