@@ -178,7 +178,7 @@ void KZProtocolResolverPrivate::decodeLoadOEEData(uchar flag, Reader& r)
 void KZProtocolResolver::lanUpdateOEEMacRunTimeResult(const QList<QVariant>& rows)
 {
     Payload p(2 + 16 * rows.size());
-    const u16 count = count16(rows.size());
+    const c16 count = count16(rows.size());
     const int loop = qMax(0, int(qint16(count.v)));
     p << count;
     if (loop != rows.size())

@@ -461,7 +461,7 @@ struct Field<signedlistof<F>>
     using Value = QList<typename Field<F>::Value>;
     static void write(Payload& p, const Value& v)
     {
-        const u16 count = count16(v.size());
+        const c16 count = count16(v.size());
         const int sent = qMax(0, int(qint16(count.v)));
         p << count;
         if (sent != v.size()) p.noteLoss("list entries not sent (signed 16-bit count)", v.size());
