@@ -325,8 +325,11 @@ int tap(Options& opt, const char* listenPort, const char* target, bool once)
     QObject::connect(&listener, &QTcpServer::newConnection, [&] {
         while (QTcpSocket* client = listener.nextPendingConnection()) {
             ++connections;
-            std::printf("-- connection %d from %s:%u\n", connections,
-                        qPrintable(client->peerAddress().toString()), unsigned(client->peerPort()));
+            bool v4 = false; // a client over IPv4 shows as such, not as a mapped address
+            const quint32 a = client->peerAddress().toIPv4Address(&v4);
+            const QString from = v4 ? QHostAddress(a).toString() : client->peerAddress().toString();
+            std::printf("-- connection %d from %s:%u\n", connections, qPrintable(from),
+                        unsigned(client->peerPort()));
             std::fflush(stdout);
             new Relay(opt, client, host, quint16(targetPort), once);
             if (once) listener.close();
