@@ -114,7 +114,9 @@ void KZProtocolResolver::lanQueryFilePriceInfo(const QString& text, const QList<
 void KZProtocolResolverPrivate::decodeQueryFilePriceInfo(uchar flag, Reader& r)
 {
     if (flag != Request) return;
+    r.label("text");
     const QString text = r.strz();
+    r.label("rows");
     const QList<QVariant> rows = r.list<QVariant>([&] { return QVariant(r.strlist()); });
     fire(cb.onLanQueryFilePriceInfoCB, text, rows);
 }

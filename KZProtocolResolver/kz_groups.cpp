@@ -47,8 +47,11 @@ void KZProtocolResolverPrivate::decodeAddGroup(uchar flag, Reader& r)
     if (flag != Request) return;
     QStringList lv1Names;
     QMap<QString, QStringList> lv2ByLv1;
+    r.label("lv1Count");
     r.forEach(r.count16(), [&] {
+        r.label("lv1Name");
         lv1Names.append(r.strz());
+        r.label("lv2Names");
         lv2ByLv1.insert(lv1Names.last(), r.strlist());
     });
     fire(cb.onLanAddGroupCB, lv1Names, lv2ByLv1);

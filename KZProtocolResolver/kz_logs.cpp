@@ -52,13 +52,21 @@ void writeProcessEntry(Payload& p, const kz_log_process_entry& e)
 kz_log_process_entry readProcessEntry(Reader& r)
 {
     kz_log_process_entry e;
+    r.label("text1");
     e.text1 = r.strz();
+    r.label("value2");
     e.value2 = r.i32();
+    r.label("value3");
     e.value3 = r.i32();
+    r.label("value4");
     e.value4 = r.i32();
+    r.label("value5");
     e.value5 = r.i32();
+    r.label("value6");
     e.value6 = r.i32();
+    r.label("value7");
     e.value7 = r.i32();
+    r.label("value8");
     e.value8 = r.i32();
     return e;
 }
@@ -74,9 +82,13 @@ void writeProcess(Payload& p, const kz_log_process& l)
 kz_log_process readProcess(Reader& r)
 {
     kz_log_process l;
+    r.label("text1");
     l.text1 = r.strz();
+    r.label("text2");
     l.text2 = r.strz();
+    r.label("text3");
     l.text3 = r.strz();
+    r.label("entries");
     l.entries = Field<ProcessEntries>::read(r);
     return l;
 }
@@ -90,10 +102,15 @@ void writeRuntimeEntry(Payload& p, const kz_log_runtime_entry& e)
 kz_log_runtime_entry readRuntimeEntry(Reader& r)
 {
     kz_log_runtime_entry e;
+    r.label("text1");
     e.text1 = r.strz();
+    r.label("text2");
     e.text2 = r.strz();
+    r.label("value3");
     e.value3 = r.i32();
+    r.label("value4");
     e.value4 = r.i32();
+    r.label("value5");
     e.value5 = r.i32();
     return e;
 }
@@ -109,9 +126,13 @@ void writeRuntime(Payload& p, const kz_log_runtime& l)
 kz_log_runtime readRuntime(Reader& r)
 {
     kz_log_runtime l;
+    r.label("text1");
     l.text1 = r.strz();
+    r.label("text2");
     l.text2 = r.strz();
+    r.label("text3");
     l.text3 = r.strz();
+    r.label("entries");
     l.entries = Field<RuntimeEntries>::read(r);
     return l;
 }
@@ -128,12 +149,19 @@ void writeAbnormalShort(Payload& p, const kz_abnormal_info& a)
 kz_abnormal_info readAbnormalShort(Reader& r)
 {
     kz_abnormal_info a;
+    r.label("text2");
     a.text2 = r.strz();
+    r.label("text0");
     a.text0 = r.strz();
+    r.label("text4");
     a.text4 = r.strz();
+    r.label("text5");
     a.text5 = r.strz();
+    r.label("text6");
     a.text6 = r.strz();
+    r.label("text7");
     a.text7 = r.strz();
+    r.label("value8");
     a.value8 = r.i32();
     return a;
 }
@@ -146,6 +174,7 @@ void writeAbnormalLong(Payload& p, const kz_abnormal_info& a)
 
 kz_abnormal_info readAbnormalLong(Reader& r)
 {
+    r.label("text1");
     const QString text1 = r.strz();
     kz_abnormal_info a = readAbnormalShort(r);
     a.text1 = text1;
@@ -161,9 +190,13 @@ void writeAlarmEntry(Payload& p, const kz_log_alarm_entry& e)
 kz_log_alarm_entry readAlarmEntry(Reader& r)
 {
     kz_log_alarm_entry e;
+    r.label("text1");
     e.text1 = r.strz();
+    r.label("text2");
     e.text2 = r.strz();
+    r.label("text3");
     e.text3 = r.strz();
+    r.label("value4");
     e.value4 = r.i32();
     return e;
 }
@@ -179,9 +212,13 @@ void writeAlarm(Payload& p, const kz_log_alarm& l)
 kz_log_alarm readAlarm(Reader& r)
 {
     kz_log_alarm l;
+    r.label("text1");
     l.text1 = r.strz();
+    r.label("text2");
     l.text2 = r.strz();
+    r.label("text3");
     l.text3 = r.strz();
+    r.label("entries");
     l.entries = Field<AlarmEntries>::read(r);
     return l;
 }
@@ -197,11 +234,17 @@ void writeProcessStop(Payload& p, const kz_log_processstop& s)
 kz_log_processstop readProcessStop(Reader& r)
 {
     kz_log_processstop s;
+    r.label("text1");
     s.text1 = r.strz();
+    r.label("text2");
     s.text2 = r.strz();
+    r.label("code3");
     s.code3 = r.u8();
+    r.label("text4");
     s.text4 = r.strz();
+    r.label("text5");
     s.text5 = r.strz();
+    r.label("value6");
     s.value6 = r.i32();
     return s;
 }
@@ -215,10 +258,15 @@ void writeShutdown(Payload& p, const kz_log_shutdown& s)
 kz_log_shutdown readShutdown(Reader& r)
 {
     kz_log_shutdown s;
+    r.label("text1");
     s.text1 = r.strz();
+    r.label("text2");
     s.text2 = r.strz();
+    r.label("text3");
     s.text3 = r.strz();
+    r.label("text4");
     s.text4 = r.strz();
+    r.label("value5");
     s.value5 = r.i32();
     return s;
 }
@@ -238,21 +286,37 @@ void writeProcessDetail(Payload& p, const kz_log_process_detail& d)
 kz_log_process_detail readProcessDetail(Reader& r)
 {
     kz_log_process_detail d;
+    r.label("text0");
     d.text0 = r.strz();
+    r.label("text1");
     d.text1 = r.strz();
+    r.label("text2");
     d.text2 = r.strz();
+    r.label("text3");
     d.text3 = r.strz();
+    r.label("value4");
     d.value4 = r.i32();
+    r.label("value5");
     d.value5 = r.i32();
+    r.label("value6");
     d.value6 = r.i32();
+    r.label("figure7");
     d.figure7 = Field<dblint>::read(r);
+    r.label("value8");
     d.value8 = r.i32();
+    r.label("figure9");
     d.figure9 = r.dtext();
+    r.label("text10");
     d.text10 = r.strz();
+    r.label("figure11");
     d.figure11 = r.dtext();
+    r.label("figure12");
     d.figure12 = r.dtext();
+    r.label("text13");
     d.text13 = r.strz();
+    r.label("figure14");
     d.figure14 = r.dtext();
+    r.label("flag15");
     d.flag15 = r.flag8();
     return d;
 }
@@ -268,13 +332,21 @@ void writeRuntimeInfo(Payload& p, const kz_log_runtime_info& i)
 kz_log_runtime_info readRuntimeInfo(Reader& r)
 {
     kz_log_runtime_info i;
+    r.label("text1");
     i.text1 = r.strz();
+    r.label("text2");
     i.text2 = r.strz();
+    r.label("text0");
     i.text0 = r.strz();
+    r.label("text3");
     i.text3 = r.strz();
+    r.label("value5");
     i.value5 = r.i32();
+    r.label("text4");
     i.text4 = r.strz();
+    r.label("value6");
     i.value6 = r.i32();
+    r.label("value7");
     i.value7 = r.i32();
     return i;
 }
@@ -290,12 +362,19 @@ void writeAlarmInfo(Payload& p, const kz_log_alarm_info& a)
 kz_log_alarm_info readAlarmInfo(Reader& r)
 {
     kz_log_alarm_info a;
+    r.label("text1");
     a.text1 = r.strz();
+    r.label("text2");
     a.text2 = r.strz();
+    r.label("text0");
     a.text0 = r.strz();
+    r.label("text3");
     a.text3 = r.strz();
+    r.label("text4");
     a.text4 = r.strz();
+    r.label("text5");
     a.text5 = r.strz();
+    r.label("figure6");
     a.figure6 = Field<dblint>::read(r);
     return a;
 }

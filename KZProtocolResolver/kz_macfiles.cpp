@@ -63,15 +63,19 @@ void KZProtocolResolverPrivate::decodeMacFiles(uchar flag, Reader& r)
 {
     if (flag == Request) return take<MacFiles>(r, cb.onLanMacFilesCB);
     if (flag != Reply) return;
+    r.label("path");
     const QString path = r.strz();
     // The entry budget starts with the count and the value still in it and
     // needs two bytes per further entry; the end of the data stops it too.
     int budget = r.remaining();
+    r.label("count");
     const int n = r.count16();
+    r.label("value");
     const int value = r.i16();
     QStringList files;
     for (int i = 0; i < n && budget >= 2 && !r.atEnd(); ++i) {
         const int at = r.offset();
+        r.label("file");
         files.append(r.strz());
         budget -= r.offset() - at;
     }

@@ -33,17 +33,27 @@ void KZProtocolResolverPrivate::decodeMacInfo(uchar flag, Reader& r)
     QHash<QPair<QString, QString>, QSet<QString>> taken; // macs seen per group pair
     // The first-level count must be positive; the inner counts are only
     // tested against zero, so a negative one reads on until the data ends.
+    r.label("lv1Count");
     r.forEach(r.count16(), [&] {
+        r.label("lv1");
         const QString lv1 = r.strz();
+        r.label("lv2Count");
         for (int groups = r.i16(); groups != 0 && !r.atEnd(); --groups) {
+            r.label("lv2");
             const QString lv2 = r.strz();
             QSet<QString>& seen = taken[qMakePair(lv1, lv2)];
+            r.label("macCount");
             for (int n = r.i16(); n != 0 && !r.atEnd(); --n) {
                 mac_info m;
+                r.label("mac");
                 m.mac = r.strz();
+                r.label("text2");
                 m.text2 = r.strz();
+                r.label("code");
                 m.code = r.u8();
+                r.label("text4");
                 m.text4 = r.strz();
+                r.label("value7");
                 m.value7 = r.i32();
                 // An entry cut by the end of the data is no machine (after an
                 // oversized or negative count the last one is just the body's
@@ -73,11 +83,17 @@ void KZProtocolResolverPrivate::decodeAddNewMac(uchar flag, Reader& r)
 {
     if (flag != Reply) return;
     mac_info m;
+    r.label("mac");
     m.mac = r.strz();
+    r.label("text2");
     m.text2 = r.strz();
+    r.label("code");
     m.code = quint8(r.itext()); // invalid text gives 0; above 255 keeps the low 8 bits
+    r.label("lv1Group");
     m.lv1Group = r.strz();
+    r.label("lv2Group");
     m.lv2Group = r.strz();
+    r.label("text4");
     m.text4 = r.strz();
     fire(cb.onLanAddNewMacResultCB, m);
 }

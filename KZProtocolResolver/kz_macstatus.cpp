@@ -19,11 +19,17 @@ void writeWorkLogEntry(Payload& p, const work_log& w)
 work_log readWorkLogEntry(Reader& r)
 {
     work_log w;
+    r.label("text8");
     w.text8 = r.strz();
+    r.label("text1");
     w.text1 = r.strz();
+    r.label("text2");
     w.text2 = r.strz();
+    r.label("text5");
     w.text5 = r.strz();
+    r.label("value4");
     w.value4 = r.i32();
+    r.label("value3");
     w.value3 = r.i32();
     return w;
 }
@@ -39,11 +45,16 @@ void writeProcessMap(Payload& p, const QMap<QString, oee_process_data>& processe
 QMap<QString, oee_process_data> readProcessMap(Reader& r)
 {
     QMap<QString, oee_process_data> out;
+    r.label("processCount");
     r.forEach(r.count16(), [&] {
+        r.label("name");
         const QString name = r.strz();
         oee_process_data v;
+        r.label("count");
         v.count = r.i32();
+        r.label("figure1");
         v.figure1 = r.dtext();
+        r.label("figure2");
         v.figure2 = r.dtext();
         out.insert(name, v);
     });
@@ -122,11 +133,16 @@ void KZProtocolResolverPrivate::decodeMacWorkLog(uchar flag, Reader& r)
 {
     if (flag == Reply) return take<Empty>(r, cb.onLanMacWorkLogResultCB);
     if (flag != Request) return;
+    r.label("a");
     const QString a = r.strz();
+    r.label("b");
     const QString b = r.strz();
+    r.label("c");
     const QString c = r.strz();
+    r.label("logs");
     const QList<work_log> logs = r.list<work_log>([&] { return readWorkLogEntry(r); });
     const QMap<QString, oee_process_data> processes = readProcessMap(r);
+    r.label("counts");
     const QMap<QString, int> counts = r.strintmap();
     fire(cb.onLanMacWorkLogCB, a, b, c, logs, counts, processes);
 }

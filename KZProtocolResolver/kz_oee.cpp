@@ -50,6 +50,7 @@ struct Field<numbermap>
         QVariantMap out;
         const Reader::Quiet q(&r, "map");
         r.forEach(r.count16(), [&] {
+            r.label("key");
             const QString key = r.strz();
             out.insert(key, r.dtext());
         });
@@ -94,24 +95,37 @@ void writeDateData(Payload& p, const oee_date_data& o)
 oee_date_data readDateData(Reader& r)
 {
     oee_date_data o;
+    r.label("first");
     o.first = r.strz();
+    r.label("second");
     o.second = r.strz();
+    r.label("amount");
     o.amount = r.dtext();
+    r.label("counts");
     o.counts = r.strintmap();
+    r.label("processCount");
     r.forEach(r.count16(), [&] {
+        r.label("key");
         const QString key = r.strz();
         oee_process_data v;
+        r.label("count");
         v.count = r.i32();
+        r.label("figure1");
         v.figure1 = r.i32();
+        r.label("figure2");
         v.figure2 = r.i32();
         o.process.insert(key, v);
     });
+    r.label("items");
     o.items = r.list<oee_date_item>([&] {
         oee_date_item item;
+        r.label("text");
         item.text = r.strz();
+        r.label("value");
         item.value = r.i32();
         return item;
     });
+    r.label("values");
     o.values = Field<mapof<strz, dtext>>::read(r);
     return o;
 }
@@ -199,7 +213,9 @@ void KZProtocolResolverPrivate::decodeUpdateOEEMacRunTime(uchar flag, Reader& r)
 {
     if (flag != Reply) return;
     QList<QVariant> rows;
+    r.label("rowCount");
     r.forEach(r.count16(), [&] {
+        r.label("row");
         const QVariant row = Field<RunTimeRow>::read(r);
         if (!r.isShort()) rows.append(row);
     });

@@ -24,10 +24,15 @@ void writeOperator(Payload& p, const operator_user& u)
 operator_user readTexts(Reader& r)
 {
     operator_user u;
+    r.label("name");
     u.name = r.strz();
+    r.label("text2");
     u.text2 = r.strz();
+    r.label("text3");
     u.text3 = r.strz();
+    r.label("text4");
     u.text4 = r.strz();
+    r.label("text5");
     u.text5 = r.strz();
     return u;
 }
@@ -35,7 +40,9 @@ operator_user readTexts(Reader& r)
 operator_user readOperator(Reader& r)
 {
     operator_user u = readTexts(r);
+    r.label("flagA");
     u.flagA = r.flag8();
+    r.label("flagB");
     u.flagB = r.flag8();
     return u;
 }
@@ -196,6 +203,7 @@ void KZProtocolResolverPrivate::decodeOperatorUserInfo(uchar flag, Reader& r)
     if (flag != Request) return;
     QStringList order;
     QMap<QString, operator_user> table;
+    r.label("userCount");
     r.forEach(r.count16(), [&] {
         const operator_user u = readOperator(r);
         order.append(u.name);

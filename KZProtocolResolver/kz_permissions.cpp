@@ -10,9 +10,13 @@ namespace {
 mac_user_power readEntry(Reader& r)
 {
     mac_user_power e;
+    r.label("key1");
     e.key1 = r.strz();
+    r.label("key2");
     e.key2 = r.strz();
+    r.label("key3");
     e.key3 = r.strz();
+    r.label("power");
     e.power = fctp_user2_power(r.u32());
     return e;
 }
@@ -119,11 +123,16 @@ void KZProtocolResolverPrivate::decodeSetPermission(uchar flag, Reader& r)
 {
     if (flag != Request && flag != Reply) return;
     QMap<QString, fctp_user2_power> powers;
+    r.label("powerCount");
     r.forEach(r.count16(), [&] {
+        r.label("key");
         const QString key = r.strz();
+        r.label("power");
         powers.insert(key, fctp_user2_power(r.u32()));
     });
+    r.label("target");
     const QString target = r.strz();
+    r.label("ok");
     const bool ok = r.flag8();
     fire(cb.onLanSetPermissionResultCB, ok, target, powers);
 }

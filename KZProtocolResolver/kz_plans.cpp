@@ -109,8 +109,10 @@ void KZProtocolResolverPrivate::decodeGetDatePlan(uchar flag, Reader& r)
 {
     if (flag == Request) return take<Date>(r, cb.onLanGetDatePlanCB);
     if (flag != Reply) return;
+    r.label("date");
     const QString date = r.strz();
     QList<QVariant> plans;
+    r.label("plans");
     if (r.remaining() > 3)
         plans = Field<listof<PlanRow>>::read(r);
     else

@@ -59,16 +59,24 @@ void KZProtocolResolver::lanLoginResult(bool first, int code, bool second)
 void KZProtocolResolverPrivate::decodeLogin(uchar flag, Reader& r)
 {
     if (flag == Request) {
+        r.label("account");
         const QString account = r.str16();
-        const QByteArray plain = decipher(r.bytes(r.i16()));
+        r.label("passwordSize");
+        const int size = r.i16();
+        r.label("password");
+        const QByteArray plain = decipher(r.bytes(size));
         const int z = plain.indexOf('\0');
         // Cut at the first zero byte; cipher padding (1..15) stays at the end.
         fire(cb.onLanLoginCB, account,
              QString::fromUtf8(plain.constData(), z < 0 ? plain.size() : z));
     } else if (flag == Reply) {
+        r.label("code");
         const int code = r.i32();
+        r.label("first");
         const bool first = r.flag8();
+        r.label("codeBit0");
         const bool bit0 = r.flag8();
+        r.label("second");
         const bool second = r.flag8();
         fire(cb.onLanLoginResultCB, first, code, bit0, second);
     }

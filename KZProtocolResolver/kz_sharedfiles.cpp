@@ -43,8 +43,10 @@ struct TwoLists
 QStringList budgetList(Reader& r, int& budget)
 {
     QStringList out;
+    r.label("count");
     for (int n = r.count16(); n > 0 && budget > 1 && !r.atEnd(); --n) {
         const int at = r.offset();
+        r.label("file");
         out.append(r.strz());
         budget -= r.offset() - at;
     }
@@ -78,6 +80,7 @@ void KZProtocolResolverPrivate::decodeLoadSharedFiles(uchar flag, Reader& r)
 {
     if (flag == Request) return take<LoadShared>(r, cb.onLanLoadSharedFilesCB);
     if (flag != Reply) return;
+    r.label("path");
     const QString path = r.strz();
     const TwoLists lists = readTwoLists(r);
     fire(cb.onLanLoadSharedFilesResultCB, path, lists.first, lists.second);
@@ -93,7 +96,9 @@ void KZProtocolResolver::lanDownloadSharedFiles(int kind, const QString& path,
 void KZProtocolResolverPrivate::decodeDownloadSharedFiles(uchar flag, Reader& r)
 {
     if (flag != Request) return;
+    r.label("kind");
     const int kind = Field<sbyte>::read(r);
+    r.label("path");
     const QString path = r.strz();
     const TwoLists lists = readTwoLists(r);
     fire(cb.onLanDownloadSharedFilesCB, kind, path, lists.first, lists.second);
@@ -116,6 +121,7 @@ void KZProtocolResolverPrivate::decodeAppLoadSharedFiles(uchar flag, Reader& r)
 {
     if (flag == Request) return take<Text>(r, cb.onLanAppLoadSharedFilesCB);
     if (flag != Reply) return;
+    r.label("path");
     const QString path = r.strz();
     const TwoLists lists = readTwoLists(r);
     fire(cb.onLanAppLoadSharedFilesResultCB, lists.first, lists.second, path);

@@ -20,8 +20,11 @@ void writeStatisticItem(Payload& p, const QueryStatisticItem& s)
 QueryStatisticItem readStatisticItem(Reader& r)
 {
     QueryStatisticItem s;
+    r.label("text1");
     s.text1 = r.strz();
+    r.label("text3");
     s.text3 = r.strz();
+    r.label("value2");
     s.value2 = r.i32();
     return s;
 }
@@ -35,10 +38,15 @@ void writeMacProcessLog(Payload& p, const work_log& w)
 work_log readMacProcessLog(Reader& r)
 {
     work_log w;
+    r.label("text8");
     w.text8 = r.strz();
+    r.label("text1");
     w.text1 = r.strz();
+    r.label("text2");
     w.text2 = r.strz();
+    r.label("value4");
     w.value4 = r.i32();
+    r.label("value3");
     w.value3 = r.i32();
     return w;
 }
@@ -54,12 +62,19 @@ void writeAppProcessLog(Payload& p, const work_log& w)
 work_log readAppProcessLog(Reader& r)
 {
     work_log w;
+    r.label("text1");
     w.text1 = r.strz();
+    r.label("text2");
     w.text2 = r.strz();
+    r.label("value3");
     w.value3 = r.i32();
+    r.label("value4");
     w.value4 = r.i32();
+    r.label("text5");
     w.text5 = r.strz();
+    r.label("value6");
     w.value6 = r.i32();
+    r.label("value7");
     w.value7 = r.i32();
     return w;
 }
@@ -73,9 +88,13 @@ void writeBoot(Payload& p, const boot_record& b)
 boot_record readBoot(Reader& r)
 {
     boot_record b;
+    r.label("text1");
     b.text1 = r.strz();
+    r.label("text2");
     b.text2 = r.strz();
+    r.label("value3");
     b.value3 = r.i32();
+    r.label("value5");
     b.value5 = r.i32();
     return b;
 }
@@ -86,7 +105,9 @@ void writeAlarmLog(Payload& p, const alarm_log_info& a) { p << strz{a.text1} << 
 alarm_log_info readAlarmLog(Reader& r)
 {
     alarm_log_info a;
+    r.label("text1");
     a.text1 = r.strz();
+    r.label("text2");
     a.text2 = r.strz();
     return a;
 }
@@ -214,27 +235,39 @@ void KZProtocolResolverPrivate::decodeQueryMacStatistic(uchar flag, Reader& r)
 {
     if (flag == Request) return take<Texts4>(r, cb.onLanQueryMacStatisticCB);
     if (flag != Reply) return;
+    r.label("start");
     const QString start = r.strz();
+    r.label("end");
     const QString end = r.strz();
     QStringList names;
     QMap<QString, int> m1, m2, m3, m4;
+    r.label("nameCount");
     r.forEach(r.count16(), [&] {
+        r.label("name");
         const QString name = r.strz();
+        r.label("v1");
         const int v1 = r.i32();
+        r.label("v2");
         const int v2 = r.i32();
         names.append(name);
         m1.insert(name, v1);
         m2.insert(name, v2);
     });
+    r.label("days");
     const int days = r.i16() + 1;
     r.forEach(days, [&] {
+        r.label("day");
         const QString day = r.strz();
+        r.label("v3");
         const int v3 = r.i32();
+        r.label("v4");
         const int v4 = r.i32();
         m3.insert(day, v3);
         m4.insert(day, v4);
     });
+    r.label("m5");
     const QMap<QString, int> m5 = r.strintmap();
+    r.label("m6");
     const QMap<QString, int> m6 = r.strintmap();
     fire(cb.onLanQueryMacStatisticResultCB, start, end, names, m1, m2, m3, m4, m5, m6);
 }

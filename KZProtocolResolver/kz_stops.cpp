@@ -21,8 +21,11 @@ void writeWorkTime(Payload& p, const oee_worktime_item& w)
 oee_worktime_item readWorkTime(Reader& r)
 {
     oee_worktime_item w;
+    r.label("first");
     w.first = r.strz();
+    r.label("second");
     w.second = r.strz();
+    r.label("amount");
     w.amount = r.dtext();
     return w;
 }
@@ -39,8 +42,11 @@ void writeShutGroup(Payload& p, const oee_shut_group& g)
 oee_shut_group readShutGroup(Reader& r)
 {
     oee_shut_group g;
+    r.label("text");
     g.text = r.strz();
+    r.label("stops");
     g.stops = Field<StopForm>::read(r);
+    r.label("names");
     g.names = r.strlist();
     return g;
 }
@@ -57,11 +63,17 @@ void writeShutItem(Payload& p, const oee_shut_item& s)
 oee_shut_item readShutItem(Reader& r)
 {
     oee_shut_item s;
+    r.label("id");
     s.id = r.i32();
+    r.label("kind");
     s.kind = r.i32();
+    r.label("date");
     s.date = r.strz();
+    r.label("names");
     s.names = r.strlist();
+    r.label("workTimes");
     s.workTimes = Field<mapof<strz, WorkTime>>::read(r);
+    r.label("stops");
     s.stops = Field<mapof<strz, record<oee_shut_group, writeShutGroup, readShutGroup>>>::read(r);
     return s;
 }

@@ -117,11 +117,17 @@ void KZProtocolResolverPrivate::decodeMacTsfExchangeFile(uchar flag, Reader& r)
 {
     if (flag != Request) return;
     QMap<QString, QStringList> files;
+    r.label("fileCount");
     r.forEach(r.count16(), [&] {
+        r.label("key");
         const QString key = r.strz();
+        r.label("t1");
         r.strz(); // the first text does not reach the host
+        r.label("t2");
         const QString t2 = r.strz();
+        r.label("t3");
         const QString t3 = r.strz();
+        r.label("t4");
         const QString t4 = r.strz();
         if (!r.isShort()) files.insert(key, {t2, t3, t4}); // an entry cut off is none
     });
@@ -204,11 +210,17 @@ void KZProtocolResolverPrivate::decodeMacTsfFileContent(uchar flag, Reader& r)
 {
     if (flag == Reply) return take<Ints2>(r, cb.onLanMacTsfFileContentResultCB);
     if (flag != Request) return;
+    r.label("p");
     const int p = r.i32();
+    r.label("q");
     const int q = r.i32();
+    r.label("r");
     const int third = r.i32();
+    r.label("len");
     const int len = r.i32();
+    r.label("block");
     const QByteArray block = Field<blk16>::read(r);
+    r.label("data");
     const QByteArray data = r.bytes(len); // cut at the end of the data
     fire(cb.onLanMacTsfFileContentCB, p, q, third, len, block, data);
 }

@@ -23,15 +23,23 @@ void writeUser(Payload& p, const user_info& u, GroupNames g)
 user_info readUser(Reader& r, GroupNames g)
 {
     user_info u;
+    r.label("name");
     u.name = r.strz();
+    r.label("text2");
     u.text2 = r.strz();
+    r.label("text3");
     u.text3 = r.strz();
     if (g == GroupNames::InRecord) {
+        r.label("lv1Group");
         u.lv1Group = r.strz();
+        r.label("lv2Group");
         u.lv2Group = r.strz();
     }
+    r.label("flag");
     u.flag = r.flag8();
+    r.label("permission");
     u.permission = r.i32();
+    r.label("groupPermission");
     u.groupPermission = r.groupmap();
     return u;
 }
@@ -178,10 +186,15 @@ void KZProtocolResolverPrivate::decodeUserInfo(uchar flag, Reader& r)
 {
     if (flag != Request) return;
     QList<user_info> users;
+    r.label("lv1Count");
     r.forEach(r.count16(), [&] {
+        r.label("lv1");
         const QString lv1 = r.strz();
+        r.label("lv2Count");
         r.forEach(r.count16(), [&] {
+            r.label("lv2");
             const QString lv2 = r.strz();
+            r.label("userCount");
             r.forEach(r.count16(), [&] {
                 users.append(readUser(r, GroupNames::InTree));
                 users.last().lv1Group = lv1;

@@ -87,6 +87,7 @@ void KZProtocolResolverPrivate::decodeInitWorkshopData(uchar flag, Reader& r)
 {
     if (flag == Request) return take<Empty>(r, cb.onLanInitWorkshopDataCB);
     if (flag != Reply) return;
+    r.label("rows");
     const QList<QVariant> rows = r.list<QVariant>([&] { return readWorkshopRow(r); });
     fire(cb.onLanInitWorkshopDataResultCB, rows);
 }

@@ -69,11 +69,26 @@ Payload& Payload::operator<<(blob32 x)
 // Reader
 // ---------------------------------------------------------------------------
 
+void Reader::markShort()
+{
+    if (!short_ && root_) root_->append({"cut", offset(), QString(), nullptr});
+    short_ = true;
+}
+
+QString Reader::entryText(const QVector<TraceItem>& items)
+{
+    if (items.size() == 1 && !items[0].name) return items[0].value;
+    QStringList parts;
+    for (const TraceItem& t : items)
+        parts.append(t.name ? QLatin1String(t.name) + QLatin1Char(' ') + t.value : t.value);
+    return QLatin1Char('{') + parts.join(QStringLiteral(", ")) + QLatin1Char('}');
+}
+
 bool Reader::take(void* dst, int n)
 {
     if (remaining() < n) {
         std::memset(dst, 0, size_t(n));
-        short_ = true;
+        markShort();
         p_ = end_;
         return false;
     }
@@ -158,7 +173,7 @@ QString Reader::strz()
     const void* z = std::memchr(p_, 0, size_t(remaining()));
     const uchar* stop = z ? static_cast<const uchar*>(z) : end_;
     const QString s = QString::fromUtf8(reinterpret_cast<const char*>(p_), int(stop - p_));
-    if (!z) short_ = true;
+    if (!z) markShort();
     p_ = z ? stop + 1 : end_;
     if (trace_ && depth_ == 0) record("strz", at, QLatin1Char('"') + s + QLatin1Char('"'));
     return s;
@@ -229,7 +244,7 @@ QByteArray Reader::bytes(int n)
 {
     if (n <= 0) return QByteArray();
     if (n > remaining()) {
-        short_ = true;
+        markShort();
         n = remaining();
     }
     const int at = offset();
@@ -244,7 +259,7 @@ QByteArray Reader::blob32()
     const Quiet q(this, "blob32");
     const quint32 n = u32();
     // A count larger than the data is cut at the end of the data.
-    if (n > quint32(remaining())) short_ = true;
+    if (n > quint32(remaining())) markShort();
     const QByteArray b = bytes(int(qMin(n, quint32(remaining()))));
     q.done(QStringLiteral("[%1 bytes]").arg(b.size()));
     return b;

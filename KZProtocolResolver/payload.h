@@ -203,21 +203,31 @@ public:
         for (int i = 0; i < count && !atEnd(); ++i) entry();
     }
 
-    /// A list: a count16, then entries read by `one` (forEach rule).
+    /// A list: a count16, then entries read by `one` (forEach rule). Traced
+    /// as one item: the count, then the first entries with their fields.
     template <class T, class F>
     QList<T> list(F one)
     {
         QList<T> out;
         const Quiet q(this, "list");
-        forEach(count16(), [&] { out.append(one()); });
-        q.done(QStringLiteral("[%1]").arg(out.size()));
+        QStringList shown;
+        forEach(count16(), [&] { out.append(entry(one, shown)); });
+        if (out.size() > shown.size()) shown.append(QStringLiteral("..."));
+        q.done(QStringLiteral("[%1]").arg(out.size()) +
+               (shown.isEmpty() ? QString() : QLatin1Char(' ') + shown.join(QStringLiteral(", "))));
         return out;
     }
 
     /// Records every field read from here on into `sink` (for dump tools).
-    void setTrace(QVector<TraceItem>* sink) { trace_ = sink; }
-    /// Names the next field read (its trace item carries the name).
-    void label(const char* name) { label_ = name; }
+    /// A read that runs past the end of the data adds one item of kind
+    /// "cut" at the offset where the data ended inside a field.
+    void setTrace(QVector<TraceItem>* sink) { trace_ = root_ = sink; }
+    /// Names the next field read (its trace item carries the name). Inside
+    /// a composite traced as one item the name is not used.
+    void label(const char* name)
+    {
+        if (depth_ == 0) label_ = name;
+    }
 
     /// While one lives, inner reads are not traced one by one; the outer
     /// composite records itself as one item.
@@ -244,6 +254,26 @@ public:
 
 private:
     friend class Quiet;
+    static constexpr int kShownEntries = 8;
+
+    /// Reads one list entry. While a trace records the outermost list, the
+    /// entry's own fields are collected and shown as "{name value, ...}".
+    template <class F>
+    auto entry(F one, QStringList& shown) -> decltype(one())
+    {
+        if (!trace_ || depth_ != 1 || shown.size() >= kShownEntries) return one();
+        QVector<TraceItem> items;
+        QVector<TraceItem>* const outer = trace_;
+        trace_ = &items;
+        depth_ = 0;
+        auto v = one();
+        depth_ = 1;
+        trace_ = outer;
+        shown.append(entryText(items));
+        return v;
+    }
+    static QString entryText(const QVector<TraceItem>& items);
+    void markShort();
     bool take(void* dst, int n);
     const char* takeLabel()
     {
@@ -267,6 +297,7 @@ private:
     int depth_ = 0;
     const char* label_ = nullptr;
     QVector<TraceItem>* trace_ = nullptr;
+    QVector<TraceItem>* root_ = nullptr; // where "cut" goes, also from inside a list entry
 };
 
 } // namespace kz

@@ -191,6 +191,7 @@ public:
     }
 
     std::vector<Ev> events;
+    std::vector<uint32_t> seqs; // of the data events
     std::function<void(kz_event*)> hook;
 
 private:
@@ -201,6 +202,7 @@ private:
         if (e->type == KZ_EVENT_DATA) {
             EXPECT_NE(e->data, nullptr);
             ev.data.assign(static_cast<const char*>(e->data), e->length);
+            self->seqs.push_back(e->seq);
         } else if (e->type == KZ_EVENT_NOTICE) {
             EXPECT_NE(e->data, nullptr);
             EXPECT_STREQ(static_cast<const char*>(e->data), e->name);
@@ -481,6 +483,18 @@ INSTANTIATE_TEST_SUITE_P(AllModes, SplitModes,
 
 // ---------------------------------------------------------------------------
 // Receiving
+
+TEST(Receive, DataEventsCarryTheSequenceNumberOfTheFirstFrame)
+{
+    EnginePtr tx(kz_type_new(kz__protoiot, 0));
+    int seq = 41;
+    std::string stream = join(packMessage(tx.get(), 200, seq, "", randomBytes(900, 3)));
+    stream += join(packMessage(tx.get(), 2048, seq, "", "whole"));
+    ASSERT_EQ(seq, 48); // six pieces, one whole frame
+    Receiver rx;
+    rx.feed(stream);
+    EXPECT_EQ(rx.seqs, (std::vector<uint32_t>{41, 47}));
+}
 
 TEST(Receive, EverySplitOfTheStreamGivesTheSameEvents)
 {

@@ -222,9 +222,9 @@ TEST(Receive, EventsTheHandlerCannotUseAreLoggedAndSwallowed)
     void* bare = kz_type_new(kz__protoiot, 0);
     char notAnObject[64] = {};
     char byte = 0;
-    kz_event noData{KZ_EVENT_DATA, d->engine, "data", nullptr, 4, 1};
-    kz_event foreign{KZ_EVENT_DATA, notAnObject, "data", &byte, 1, 1};
-    kz_event orphan{KZ_EVENT_DATA, bare, "data", &byte, 1, 1};
+    kz_event noData{KZ_EVENT_DATA, d->engine, "data", nullptr, 4, 1, 0};
+    kz_event foreign{KZ_EVENT_DATA, notAnObject, "data", &byte, 1, 1, 0};
+    kz_event orphan{KZ_EVENT_DATA, bare, "data", &byte, 1, 1, 0};
     DebugCapture debug;
     EXPECT_EQ(KZProtocolResolverPrivate::eventHandler(&noData), 0);
     EXPECT_EQ(KZProtocolResolverPrivate::eventHandler(nullptr), 0);
@@ -261,7 +261,7 @@ TEST(Receive, QueuedEventsAreFreedOnTeardownWithoutCallbacks)
         rx.setLanLogoutCB(&onLogout);
         auto* d = KZProtocolResolverPrivate::get(&rx);
         QByteArray body = logoutBody(5);
-        kz_event e{KZ_EVENT_DATA, d->engine, "data", body.data(), body.size(), 1};
+        kz_event e{KZ_EVENT_DATA, d->engine, "data", body.data(), body.size(), 1, 0};
         KZProtocolResolverPrivate::eventHandler(&e);
         EXPECT_EQ(d->eventQueue.size(), 1);
     }

@@ -85,6 +85,13 @@ int main(int argc, char** argv)
         }
         capture = &captureFile;
     }
+    // --listen PORT: the server's port (default: any free one); --connect
+    // PORT: where the client connects (default: the server), e.g. through
+    // `kzdump --tap`.
+    const auto portOption = [&args](const char* name) {
+        const int i = args.indexOf(QLatin1String(name));
+        return i > 0 && i + 1 < args.size() ? quint16(args[i + 1].toUInt()) : quint16(0);
+    };
     Demo demo;
     addSessionSteps(demo); // login first, logout last
     addAccountsSteps(demo);
@@ -94,7 +101,7 @@ int main(int argc, char** argv)
     addPlanningSteps(demo);
 
     QTcpServer listener;
-    if (!listener.listen(QHostAddress::LocalHost, 0)) {
+    if (!listener.listen(QHostAddress::LocalHost, portOption("--listen"))) {
         std::printf("cannot listen on 127.0.0.1: %s\n", qPrintable(listener.errorString()));
         return 1;
     }
@@ -114,7 +121,8 @@ int main(int argc, char** argv)
         std::printf("[client] connected\n");
         demo.next();
     });
-    clientSocket.connectToHost(QHostAddress::LocalHost, listener.serverPort());
+    const quint16 via = portOption("--connect");
+    clientSocket.connectToHost(QHostAddress::LocalHost, via ? via : listener.serverPort());
 
     QTimer::singleShot(20000, [&] { demo.fail(QStringLiteral("timed out")); });
     const int rc = app.exec();

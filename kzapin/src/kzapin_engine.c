@@ -415,11 +415,11 @@ int kz_protocol_pack(void* engine, void* out, int capacity, int seq, const char*
 /* ------------------------------------------------------------------------ */
 
 static void raise_event(kz_engine* e, int type, const char* name, const void* data, size_t length,
-                        int length2)
+                        int length2, uint32_t seq)
 {
     /* The data is handed out read-only; the cast only fits the event
      * structure. */
-    kz_event ev = {type, e, name, (void*)(uintptr_t)data, (int)length, length2};
+    kz_event ev = {type, e, name, (void*)(uintptr_t)data, (int)length, length2, seq};
     e->recv.count++;
     kz_event_handler handler = e->obj.handler;
     if (handler) handler(&ev);
@@ -428,7 +428,7 @@ static void raise_event(kz_engine* e, int type, const char* name, const void* da
 static void notice(kz_engine* e, const char* why, int reason, size_t dropped)
 {
     if (dropped > INT_MAX) dropped = INT_MAX;
-    raise_event(e, KZ_EVENT_NOTICE, why, why, dropped, reason);
+    raise_event(e, KZ_EVENT_NOTICE, why, why, dropped, reason, 0);
 }
 
 /* "data" or "data,<attr>" into `dst` (room for 6 + attr_len bytes). */
@@ -550,7 +550,7 @@ static void on_piece(kz_engine* e, const kz_header* h, const unsigned char* attr
     a->have += (uint32_t)n;
     a->pieces++;
     if (a->have == a->total) {
-        raise_event(e, KZ_EVENT_DATA, a->name, a->buf, a->total, a->pieces);
+        raise_event(e, KZ_EVENT_DATA, a->name, a->buf, a->total, a->pieces, a->id);
         free_slot(rs, a);
     }
 }
@@ -570,7 +570,7 @@ static void on_whole(kz_engine* e, const kz_header* h, const unsigned char* attr
         rs->name_cap = need;
     }
     format_name(rs->name, attr, h->attr_len);
-    raise_event(e, KZ_EVENT_DATA, rs->name, data, h->data_len, 1);
+    raise_event(e, KZ_EVENT_DATA, rs->name, data, h->data_len, 1, h->seq);
 }
 
 enum { HEAD_NEED_MORE, HEAD_GARBAGE, HEAD_REJECTED, HEAD_TOO_LARGE, HEAD_OK };

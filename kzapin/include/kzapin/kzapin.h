@@ -130,7 +130,7 @@ enum {
     /** A complete message body: `data`/`length` hold the coded body exactly
      *  as it was given to kz_protocol_pack; `name` is "data" or
      *  "data,<attr>" when the sender gave an attr text; `length2` is the
-     *  number of frames the body arrived in. */
+     *  number of frames the body arrived in; `seq` its sequence number. */
     KZ_EVENT_DATA = 17,
 };
 
@@ -168,6 +168,10 @@ typedef struct kz_event
     void* data;
     int length;
     int length2;
+    /* KZ_EVENT_DATA: the sequence number of the frame, or for a body
+     * reassembled from pieces its message id (the first piece's sequence
+     * number). 0 for notices. */
+    uint32_t seq;
 } kz_event;
 
 /** The default handler installed in a new engine: accepts every event and
