@@ -228,7 +228,7 @@ TEST_F(Loopback, PeerClosingMidMessageLeavesNoSignal)
     EXPECT_EQ(server->pendingBytes(), 0);
 }
 
-/// A device that takes at most 100 bytes per pass of the event loop, like a
+/// A device that takes at most 16 bytes per pass of the event loop, like a
 /// slow serial line.
 class Trickle : public QBuffer
 {
@@ -241,7 +241,7 @@ protected:
             busy = false;
             emit bytesWritten(0);
         });
-        return QBuffer::writeData(data, qMin<qint64>(n, 100));
+        return QBuffer::writeData(data, qMin<qint64>(n, 16));
     }
     bool busy = false;
 };
@@ -253,6 +253,10 @@ TEST(Connection, WritesEveryByteToADeviceThatTakesPieces)
     conn.resolver()->lanAddUserResult(someUsers().first());
     const QByteArray expected =
         framesOf([](KZProtocolResolver& r) { r.lanAddUserResult(someUsers().first()); });
+    const QByteArray both = framesOf([](KZProtocolResolver& r) {
+        r.lanAddUserResult(someUsers().first());
+        r.lanLogout(3);
+    });
     EXPECT_EQ(conn.pendingBytes(), expected.size());
 
     Trickle device;
@@ -260,6 +264,12 @@ TEST(Connection, WritesEveryByteToADeviceThatTakesPieces)
     conn.setDevice(&device);
     ASSERT_TRUE(waitFor([&] { return conn.pendingBytes() == 0; }));
     EXPECT_TRUE(device.data() == expected);
+
+    QCoreApplication::processEvents(); // the device takes bytes again
+    conn.resolver()->lanLogout(3);
+    EXPECT_GT(conn.pendingBytes(), 0);
+    ASSERT_TRUE(waitFor([&] { return conn.pendingBytes() == 0; }));
+    EXPECT_TRUE(device.data() == both);
 }
 
 } // namespace
