@@ -78,10 +78,11 @@ public:
     ~KZConnection() override;
 
     /// Attaches the device to read from and write to, detaching the previous
-    /// one (deleted if it was Owned). Bytes already waiting on the device are
-    /// read at once; frames waiting for a device are written. The resolver
-    /// stays the same: attach a device to a new connection only, or at the
-    /// start of a fresh stream.
+    /// one (deleted if it was Owned). Frames waiting for a device are written
+    /// at once; bytes already waiting on the device are read on the next
+    /// pass of the event loop, after the caller has connected its slots.
+    /// The resolver stays the same: attach a device to a new connection
+    /// only, or at the start of a fresh stream.
     void setDevice(QIODevice* device, Ownership ownership = Ownership::Borrowed);
     /// The attached device, or null.
     QIODevice* device() const;
