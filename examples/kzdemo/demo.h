@@ -2,7 +2,7 @@
 #ifndef KZDEMO_DEMO_H
 #define KZDEMO_DEMO_H
 
-#include "kzprotocolresolver.h"
+#include "kzconnection.h"
 
 #include <QList>
 #include <QString>
@@ -12,12 +12,17 @@
 
 class Demo;
 
-/// One end of the connection: its resolver and its socket.
-struct Peer
+/// One end of the connection: a KZConnection on its socket. Families either
+/// connect to its signals or set resolver callbacks, whose context pointer is
+/// the connection, that is this peer.
+struct Peer : KZConnection
 {
+    Peer(const char* name, Demo* demo) : name(name), demo(demo) {}
+
     const char* name;
     Demo* demo;
-    KZProtocolResolver resolver;
+    /// The connection's resolver: its encoders send on the socket.
+    KZProtocolResolver& resolver = *KZConnection::resolver();
     QTcpSocket* socket = nullptr;
 
     /// Prints one handled message: "[server] <- AddUser name=..." .
@@ -27,15 +32,15 @@ struct Peer
 };
 
 /// The peer behind a callback's context pointer.
-inline Peer& peer(void* ctx) { return *static_cast<Peer*>(ctx); }
+inline Peer& peer(void* ctx) { return *static_cast<Peer*>(static_cast<KZConnection*>(ctx)); }
 
 class Demo
 {
 public:
     Demo();
 
-    Peer server{"server", this, KZProtocolResolver()};
-    Peer client{"client", this, KZProtocolResolver()};
+    Peer server{"server", this};
+    Peer client{"client", this};
 
     /// Steps the client runs one after the other once it is logged in; a
     /// step sends a request, and the reply's callback calls next().
@@ -53,8 +58,7 @@ void addAccountsSteps(Demo& demo);
 void addMachinesSteps(Demo& demo);
 void addFilesSteps(Demo& demo);
 
-/// Connects a peer's resolver to a socket: received bytes go to the
-/// resolver, its frames to the socket.
+/// Attaches a socket to a peer's connection.
 void wire(Peer& p, QTcpSocket* socket);
 void addLogsSteps(Demo& demo);
 void addPlanningSteps(Demo& demo);

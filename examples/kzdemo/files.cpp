@@ -350,8 +350,7 @@ struct DroppedLink
     Peer server;
     Peer client;
     explicit DroppedLink(Demo& demo)
-        : server{"server", &demo, KZProtocolResolver()}, client{"client (2nd connection)", &demo,
-                                                                KZProtocolResolver()}
+        : server{"server", &demo}, client{"client (2nd connection)", &demo}
     {}
 };
 

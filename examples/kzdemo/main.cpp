@@ -1,5 +1,6 @@
 // kzdemo: a LAN server and a management client in one process, each with its
-// own KZProtocolResolver, talking over a real TCP connection on 127.0.0.1.
+// own KZConnection (a resolver on a socket), talking over a real TCP
+// connection on 127.0.0.1.
 // Both sides print every message they handle.
 #include "demo.h"
 
@@ -10,21 +11,12 @@
 #include <QTimer>
 
 #include <cstdio>
-#include <cstdlib>
 
 namespace {
 
 // With --capture FILE, every frame either side sends is also written there,
 // in the order sent, for tools/kzdump to show.
 QFile* capture = nullptr;
-
-void writeFrame(void* ctx, char* bytes, int n)
-{
-    Peer& p = peer(ctx);
-    if (p.socket) p.socket->write(bytes, n);
-    if (capture) capture->write(bytes, n);
-    std::free(bytes);
-}
 
 } // namespace
 
@@ -37,10 +29,10 @@ void wire(Peer& p, QTcpSocket* socket)
     const auto lowDelay = [socket] { socket->setSocketOption(QAbstractSocket::LowDelayOption, 1); };
     if (socket->state() == QAbstractSocket::ConnectedState) lowDelay();
     QObject::connect(socket, &QTcpSocket::connected, lowDelay);
-    p.resolver.setReceiveData(&p);
-    p.resolver.setParsePackResult(&writeFrame);
-    QObject::connect(socket, &QTcpSocket::readyRead,
-                     [&p] { p.resolver.parseReceive(p.socket->readAll()); });
+    p.setDevice(socket); // received bytes go to the resolver, its frames to the socket
+    if (capture)
+        QObject::connect(&p, &KZConnection::frameSent,
+                         [](const QByteArray& frame) { capture->write(frame); });
 }
 
 void Peer::handled(const QString& what) const
@@ -109,7 +101,7 @@ int main(int argc, char** argv)
     QObject::connect(&listener, &QTcpServer::newConnection, [&] {
         QTcpSocket* s = listener.nextPendingConnection();
         wire(demo.server, s);
-        QObject::connect(s, &QTcpSocket::disconnected, [&] {
+        QObject::connect(&demo.server, &KZConnection::disconnected, [&] {
             std::printf("[server] client disconnected\n");
             QCoreApplication::exit(demo.failed || !demo.steps.isEmpty() ? 1 : 0);
         });

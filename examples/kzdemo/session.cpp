@@ -1,5 +1,6 @@
 // Session steps: the client logs in with an enciphered password, the server
-// checks it and answers; at the end the client logs out.
+// checks it and answers; at the end the client logs out. This family takes its
+// messages as the connection's signals.
 #include "demo.h"
 
 #include <QCoreApplication>
@@ -16,9 +17,8 @@ QString withoutPadding(QString s)
     return s;
 }
 
-void onLogin(void* ctx, const QString& account, const QString& password)
+void onLogin(Peer& p, const QString& account, const QString& password)
 {
-    Peer& p = peer(ctx);
     const bool ok = account == kAccount && withoutPadding(password) == kPassword;
     p.handled(QStringLiteral("Login account=%1 password=%2 (deciphered) -> %3")
                   .arg(account, withoutPadding(password),
@@ -28,9 +28,8 @@ void onLogin(void* ctx, const QString& account, const QString& password)
     p.sent(QStringLiteral("LoginResult ok=%1").arg(ok));
 }
 
-void onLoginResult(void* ctx, bool ok, int code, bool codeBit0, bool second)
+void onLoginResult(Peer& p, bool ok, int code, bool codeBit0, bool second)
 {
-    Peer& p = peer(ctx);
     p.handled(QStringLiteral("LoginResult ok=%1 code=%2 bit0=%3 second=%4")
                   .arg(ok)
                   .arg(code)
@@ -40,9 +39,8 @@ void onLoginResult(void* ctx, bool ok, int code, bool codeBit0, bool second)
     p.demo->next();
 }
 
-void onLogout(void* ctx, int value)
+void onLogout(Peer& p, int value)
 {
-    Peer& p = peer(ctx);
     p.handled(QStringLiteral("Logout value=%1").arg(value));
     p.socket->disconnectFromHost();
 }
@@ -51,9 +49,15 @@ void onLogout(void* ctx, int value)
 
 void addSessionSteps(Demo& demo)
 {
-    demo.server.resolver.setLanLoginCB(&onLogin);
-    demo.server.resolver.setLanLogoutCB(&onLogout);
-    demo.client.resolver.setLanLoginResultCB(&onLoginResult);
+    Peer& server = demo.server;
+    Peer& client = demo.client;
+    QObject::connect(&server, &KZConnection::login,
+                     [&server](const QString& a, const QString& p) { onLogin(server, a, p); });
+    QObject::connect(&server, &KZConnection::logout, [&server](int v) { onLogout(server, v); });
+    QObject::connect(&client, &KZConnection::loginResult,
+                     [&client](bool ok, int code, bool bit0, bool second) {
+                         onLoginResult(client, ok, code, bit0, second);
+                     });
 
     demo.steps.append([&demo] {
         demo.client.sent(QStringLiteral("Login account=%1").arg(kAccount));

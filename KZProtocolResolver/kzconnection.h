@@ -1,0 +1,121 @@
+/// \file kzconnection.h
+/// A protocol connection over a QIODevice, with one Qt signal per message.
+#ifndef KZRESOLVER_KZCONNECTION_H
+#define KZRESOLVER_KZCONNECTION_H
+
+#include "kzconnectionsignals.h"
+#include "kzprotocolresolver.h"
+#include "kzresolver_global.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+
+#include <memory>
+
+class QIODevice;
+class KZConnectionPrivate;
+
+/// One protocol connection over a QIODevice (a QTcpSocket, a QLocalSocket,
+/// a serial port, any device): the socket glue and the callbacks of a
+/// KZProtocolResolver, done once.
+///
+/// **Receiving.** Whatever the device reads is fed to the resolver, and every
+/// complete message is emitted as a signal named after it, with the
+/// callback's arguments (without the context pointer): `loginResult(bool,
+/// int, bool, bool)` for `LanLoginResultCB`, `deleteUser(QStringList)` for
+/// `LanDeleteUserCB`, and so on for every callback the resolver has. The
+/// signals are declared in KZConnectionSignals, generated from the
+/// resolver's callback table.
+///
+/// **Sending.** Call the encoders of resolver(): `conn->resolver()->lanLogin(…)`.
+/// Every frame they produce is written to the device. A device that takes
+/// only part of a frame (an unbuffered one) gets the rest as it reports
+/// `bytesWritten()`; buffered devices such as sockets take every frame whole
+/// and send it from their own write buffer (see `bytesToWrite()`), so a host
+/// that sends a lot should watch that, or pendingBytes(), before sending more.
+/// Frames produced while no device is attached wait for one; frames produced
+/// while the device is not writable (closed) are dropped.
+///
+/// **Threads.** The connection lives in the device's thread; its signals
+/// are emitted there. Connect across threads with queued connections: every
+/// argument type, records included, is a registered meta-type. Encoders may
+/// be called from another thread (one thread at a time, as for any
+/// resolver); their frames are then handed to the connection's thread and
+/// written there, in order.
+///
+/// **Context pointer.** The connection sets the resolver's context pointer,
+/// pack-result callback and every message callback. A host may still set
+/// one message callback on resolver() itself: it then replaces that
+/// message's signal, and its context pointer is this connection.
+///
+/// A slot connected directly may send replies, but must not delete the
+/// connection (use deleteLater()).
+///
+/// \code
+/// auto* conn = new KZConnection(socket, this);
+/// connect(conn, &KZConnection::loginResult, this, [](bool ok, int code, bool, bool) { … });
+/// connect(conn, &KZConnection::deleteUser, this, &Server::deleteUsers);
+/// conn->resolver()->lanLogin("operator", "secret");
+/// \endcode
+class KZRESOLVER_EXPORT KZConnection : public KZConnectionSignals
+{
+    Q_OBJECT
+
+public:
+    /// Whether the connection deletes its device.
+    enum class Ownership {
+        Borrowed, ///< the device belongs to the caller (the default)
+        Owned,    ///< deleted with the connection or when replaced
+    };
+
+    /// A connection over `device` (may be null: see setDevice()), with
+    /// frames of the resolver's default capacity.
+    explicit KZConnection(QIODevice* device = nullptr, QObject* parent = nullptr);
+    /// A connection whose resolver packs frames of at most `frameCapacity`
+    /// bytes (see KZProtocolResolver::KZProtocolResolver()).
+    KZConnection(QIODevice* device, int frameCapacity, QObject* parent = nullptr);
+    ~KZConnection() override;
+
+    /// Attaches the device to read from and write to, detaching the previous
+    /// one (deleted if it was Owned). Frames waiting for a device are written
+    /// at once; bytes already waiting on the device are read on the next
+    /// pass of the event loop, after the caller has connected its slots.
+    /// The resolver stays the same: attach a device to a new connection
+    /// only, or at the start of a fresh stream.
+    void setDevice(QIODevice* device, Ownership ownership = Ownership::Borrowed);
+    /// The attached device, or null.
+    QIODevice* device() const;
+
+    /// The resolver of this connection: call its encoders to send. It is
+    /// owned by the connection and lives as long as it.
+    KZProtocolResolver* resolver() const;
+
+    /// Bytes of frames produced but not yet accepted by the device (not
+    /// counting the device's own write buffer).
+    qint64 pendingBytes() const;
+
+Q_SIGNALS:
+    /// The device's peer went away: the device emitted `disconnected()`
+    /// (sockets) or, for a device without that signal, `readChannelFinished()`.
+    /// Whatever it had received before was decoded first.
+    void disconnected();
+    /// The device reported an error (`errorOccurred` of a socket) or refused
+    /// a write; `message` is the device's error string.
+    void errorOccurred(const QString& message);
+    /// A frame was handed to the device (or queued for it), in sending
+    /// order: for logs and captures. Emitted only when connected.
+    void frameSent(const QByteArray& frame);
+
+private Q_SLOTS:
+    void handleReadyRead();
+    void handleBytesWritten();
+    void handleDeviceClosed();
+    void handleDeviceError();
+
+private:
+    friend class KZConnectionPrivate;
+    std::unique_ptr<KZConnectionPrivate> d;
+};
+
+#endif // KZRESOLVER_KZCONNECTION_H

@@ -1,0 +1,275 @@
+// KZConnection over a real TCP pair on 127.0.0.1: messages arrive as signals
+// with their values, large messages cross in many frames, signals reach a
+// receiver in another thread by queued connection, a peer that vanishes
+// mid-message leaves nothing behind, and a device that takes frames a piece
+// at a time still gets every byte.
+#include "kzconnection.h"
+
+#include <gtest/gtest.h>
+
+#include <QBuffer>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QHostAddress>
+#include <QMetaMethod>
+#include <QMutex>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QThread>
+#include <QTimer>
+
+#include <cstdlib>
+#include <functional>
+#include <memory>
+
+namespace {
+
+void ensureApp()
+{
+    static int argc = 1;
+    static char name[] = "test_connection";
+    static char* argv[] = {name, nullptr};
+    static QCoreApplication* app = new QCoreApplication(argc, argv);
+    (void)app;
+}
+
+/// Runs the event loop until `done` holds or five seconds pass.
+bool waitFor(const std::function<bool()>& done)
+{
+    QElapsedTimer t;
+    t.start();
+    while (!done() && t.elapsed() < 5000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    return done();
+}
+
+/// The frames of one message, packed by a resolver of our own.
+template <class Send>
+QByteArray framesOf(Send send)
+{
+    QByteArray out;
+    KZProtocolResolver r;
+    r.setReceiveData(&out);
+    r.setParsePackResult([](void* ctx, char* bytes, int n) {
+        static_cast<QByteArray*>(ctx)->append(bytes, n);
+        std::free(bytes);
+    });
+    send(r);
+    return out;
+}
+
+QList<user_info> someUsers()
+{
+    user_info a;
+    a.name = QStringLiteral("anna");
+    a.text2 = QStringLiteral("Anna K.");
+    a.permission = 7;
+    a.flag = true;
+    a.lv1Group = QStringLiteral("plant");
+    a.lv2Group = QStringLiteral("hall 2");
+    user_info b = a;
+    b.name = QStringLiteral("bert");
+    b.permission = 1;
+    b.flag = false;
+    return {a, b};
+}
+
+/// A connected pair: `server` and `client` sockets, each under a connection.
+class Loopback : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ensureApp();
+        ASSERT_TRUE(listener.listen(QHostAddress::LocalHost, 0));
+        clientSocket.connectToHost(QHostAddress::LocalHost, listener.serverPort());
+        ASSERT_TRUE(waitFor([&] {
+            return listener.hasPendingConnections() &&
+                   clientSocket.state() == QAbstractSocket::ConnectedState;
+        }));
+        serverSocket.reset(listener.nextPendingConnection());
+        server = std::make_unique<KZConnection>(serverSocket.get());
+        client = std::make_unique<KZConnection>(&clientSocket);
+    }
+
+    QTcpServer listener;
+    QTcpSocket clientSocket;
+    std::unique_ptr<QTcpSocket> serverSocket;
+    std::unique_ptr<KZConnection> server;
+    std::unique_ptr<KZConnection> client;
+};
+
+TEST_F(Loopback, MessagesArriveAsSignalsWithTheirValues)
+{
+    QString account, password;
+    QList<int> result;
+    QList<user_info> users;
+    QByteArray screen;
+    QString screenMac;
+    int sentFrames = 0;
+    QObject::connect(server.get(), &KZConnection::login, [&](const QString& a, const QString& p) {
+        account = a;
+        password = p;
+        server->resolver()->lanLoginResult(true, 7, false); // a reply from inside the slot
+        server->resolver()->lanUserInfo(someUsers());
+    });
+    QObject::connect(client.get(), &KZConnection::loginResult,
+                     [&](bool ok, int code, bool bit0, bool second) {
+                         result = {ok, code, bit0, second};
+                     });
+    QObject::connect(client.get(), &KZConnection::userInfo,
+                     [&](const QList<user_info>& u) { users = u; });
+    QObject::connect(server.get(), &KZConnection::remoteUpdateScreenResult,
+                     [&](const QString& mac, const QByteArray& data) {
+                         screenMac = mac;
+                         screen = data;
+                     });
+    QObject::connect(client.get(), &KZConnection::frameSent, [&] { ++sentFrames; });
+
+    client->resolver()->lanLogin(QStringLiteral("operator"), QStringLiteral("secret"));
+    ASSERT_TRUE(waitFor([&] { return !users.isEmpty(); }));
+    EXPECT_EQ(account, QStringLiteral("operator"));
+    EXPECT_TRUE(password.startsWith(QStringLiteral("secret"))); // cipher padding follows
+    EXPECT_EQ(result, (QList<int>{1, 6, 1, 0}));                // bit 0 of the code apart
+    EXPECT_EQ(users, someUsers());
+
+    // 256 KiB travel in many frames and come out whole, once.
+    QByteArray pixels(256 * 1024, Qt::Uninitialized);
+    for (int i = 0; i < pixels.size(); ++i) pixels[i] = char(i * 131 + (i >> 9));
+    sentFrames = 0;
+    client->resolver()->lanRemoteUpdateScreenResponse(QStringLiteral("KZ-0001"), pixels);
+    EXPECT_GT(sentFrames, 100);
+    ASSERT_TRUE(waitFor([&] { return !screen.isEmpty(); }));
+    EXPECT_EQ(screenMac, QStringLiteral("KZ-0001"));
+    EXPECT_TRUE(screen == pixels);
+}
+
+/// Records, in its own thread, what queued signals bring.
+class Receiver : public QObject
+{
+public:
+    QMutex lock;
+    QList<user_info> users;
+    KZProtocolResolver::StopMap stops;
+    QThread* ranOn = nullptr;
+};
+
+TEST_F(Loopback, QueuedConnectionsCarryRecordsIntoAnotherThread)
+{
+    QThread worker;
+    Receiver receiver;
+    receiver.moveToThread(&worker);
+    worker.start();
+    QObject::connect(
+        client.get(), &KZConnection::userInfo, &receiver,
+        [&](const QList<user_info>& u) {
+            QMutexLocker hold(&receiver.lock);
+            receiver.users = u;
+            receiver.ranOn = QThread::currentThread();
+        },
+        Qt::QueuedConnection);
+    QObject::connect(
+        client.get(), &KZConnection::addPlanShutItem, &receiver,
+        [&](const QString&, const QString&, const KZProtocolResolver::StopMap& s,
+            const QStringList&) {
+            QMutexLocker hold(&receiver.lock);
+            receiver.stops = s;
+        },
+        Qt::QueuedConnection);
+
+    const KZProtocolResolver::StopMap stops{
+        {3, {QVariant(QStringLiteral("jam")), QVariant(QStringLiteral("belt")), QVariant(1.5)}}};
+    server->resolver()->lanUserInfo(someUsers());
+    server->resolver()->lanAddPlanShutItem(QStringLiteral("a"), QStringLiteral("b"), stops,
+                                           {QStringLiteral("n")});
+    const bool arrived = waitFor([&] {
+        QMutexLocker hold(&receiver.lock);
+        return !receiver.users.isEmpty() && !receiver.stops.isEmpty();
+    });
+    worker.quit();
+    worker.wait();
+    ASSERT_TRUE(arrived);
+    EXPECT_EQ(receiver.ranOn, &worker);
+    EXPECT_EQ(receiver.users, someUsers());
+    EXPECT_EQ(receiver.stops, stops);
+
+    // Every argument of every message signal is a registered meta-type, so
+    // connections by signature (SIGNAL/SLOT, QML) can queue them too.
+    const QMetaObject& mo = KZConnectionSignals::staticMetaObject;
+    for (int i = mo.methodOffset(); i < mo.methodCount(); ++i) {
+        const QMetaMethod m = mo.method(i);
+        for (int p = 0; p < m.parameterCount(); ++p)
+            EXPECT_NE(m.parameterType(p), int(QMetaType::UnknownType))
+                << m.methodSignature().constData() << " argument " << p;
+    }
+}
+
+TEST_F(Loopback, PeerClosingMidMessageLeavesNoSignal)
+{
+    int logins = 0, logouts = 0, disconnects = 0;
+    QObject::connect(server.get(), &KZConnection::login, [&] { ++logins; });
+    QObject::connect(server.get(), &KZConnection::logout, [&] { ++logouts; });
+    QObject::connect(server.get(), &KZConnection::disconnected, [&] { ++disconnects; });
+
+    // The client's own connection steps aside: the test writes raw bytes.
+    client.reset();
+    const QByteArray logout = framesOf([](KZProtocolResolver& r) { r.lanLogout(5); });
+    const QByteArray login = framesOf([](KZProtocolResolver& r) {
+        r.lanLogin(QStringLiteral("operator"), QStringLiteral("secret"));
+    });
+    clientSocket.write(logout + login.left(login.size() / 2));
+    clientSocket.flush();
+    ASSERT_TRUE(waitFor([&] { return logouts == 1; }));
+    clientSocket.disconnectFromHost();
+    ASSERT_TRUE(waitFor([&] { return disconnects == 1; }));
+    EXPECT_EQ(logins, 0);
+    server->resolver()->lanLogout(1); // after the peer left: dropped, no crash
+    QCoreApplication::processEvents();
+    EXPECT_EQ(server->pendingBytes(), 0);
+}
+
+/// A device that takes at most 16 bytes per pass of the event loop, like a
+/// slow serial line.
+class Trickle : public QBuffer
+{
+protected:
+    qint64 writeData(const char* data, qint64 n) override
+    {
+        if (busy) return 0; // full until the next pass of the event loop
+        busy = true;
+        QTimer::singleShot(0, this, [this] {
+            busy = false;
+            emit bytesWritten(0);
+        });
+        return QBuffer::writeData(data, qMin<qint64>(n, 16));
+    }
+    bool busy = false;
+};
+
+TEST(Connection, WritesEveryByteToADeviceThatTakesPieces)
+{
+    ensureApp();
+    KZConnection conn; // no device yet: frames wait for one
+    conn.resolver()->lanAddUserResult(someUsers().first());
+    const QByteArray expected =
+        framesOf([](KZProtocolResolver& r) { r.lanAddUserResult(someUsers().first()); });
+    const QByteArray both = framesOf([](KZProtocolResolver& r) {
+        r.lanAddUserResult(someUsers().first());
+        r.lanLogout(3);
+    });
+    EXPECT_EQ(conn.pendingBytes(), expected.size());
+
+    Trickle device;
+    device.open(QIODevice::WriteOnly);
+    conn.setDevice(&device);
+    ASSERT_TRUE(waitFor([&] { return conn.pendingBytes() == 0; }));
+    EXPECT_TRUE(device.data() == expected);
+
+    QCoreApplication::processEvents(); // the device takes bytes again
+    conn.resolver()->lanLogout(3);
+    EXPECT_GT(conn.pendingBytes(), 0);
+    ASSERT_TRUE(waitFor([&] { return conn.pendingBytes() == 0; }));
+    EXPECT_TRUE(device.data() == both);
+}
+
+} // namespace
