@@ -220,8 +220,12 @@ public:
     /// The password travels AES-128-CBC enciphered under a key the library
     /// derives at run time; the receiving resolver deciphers it.
     ///@{
+
+    /// Callback of setLanLoginCB(): called for a login request.
     using LanLoginCB = void (*)(void* ctx, const QString& account, const QString& password);
+    /// Callback of setLanLoginResultCB(): called for a login reply.
     using LanLoginResultCB = void (*)(void* ctx, bool first, int code, bool codeBit0, bool second);
+    /// Callback of setLanLogoutCB(): called for a logout.
     using LanLogoutCB = void (*)(void* ctx, int value);
 
     /// Sends a login request with the password enciphered.
@@ -244,26 +248,40 @@ public:
     /// The user accounts: adding, deleting and editing users, their
     /// permission value and visible groups, and the full user list.
     ///@{
+
+    /// Callback of setLanAddUserCB(): called for a request to add a user.
     using LanAddUserCB = void (*)(void* ctx, const QString& name, const QString& text2,
                                   const QString& text3, const QString& lv1Group,
                                   const QString& lv2Group, bool flag);
+    /// Callback of setLanAddUserResultCB(): called for an added user.
     using LanAddUserResultCB = void (*)(void* ctx, const user_info& user);
+    /// Callback of setLanDeleteUserCB(): called for a request to delete users.
     using LanDeleteUserCB = void (*)(void* ctx, const QStringList& names);
+    /// Callback of setLanDeleteUserResultCB(): called for a deletion reply.
     using LanDeleteUserResultCB = void (*)(void* ctx, bool ok, const QStringList& names);
+    /// Callback of setLanUpdateClientCB(): called for a request to update a client account.
     using LanUpdateClientCB = void (*)(void* ctx, const QString& s1, const QString& s2,
                                        const QString& s3, const QString& s4, const QString& s5,
                                        const QString& s6, bool b1, bool b2);
+    /// Callback of setLanUpdateClientResultCB(): called for a client update reply.
     using LanUpdateClientResultCB = void (*)(void* ctx, bool ok, const QString& s1,
                                              const QString& s2, const QString& s3,
                                              const QString& s4, const QString& s5,
                                              const QString& s6, bool b1, bool b2);
+    /// Callback of setLanUpdateUserPermissionCB(): called for a request to set a user's permission
+    /// value.
     using LanUpdateUserPermissionCB = void (*)(void* ctx, const QString& name, int permission);
+    /// Callback of setLanUpdateUserPermissionResultCB(): called for a permission change reply.
     using LanUpdateUserPermissionResultCB = void (*)(void* ctx, bool ok, const QString& name,
                                                      int permission);
+    /// Callback of setLanUpdateUserGroupPermissionCB(): called for a request to set a user's
+    /// visible groups.
     using LanUpdateUserGroupPermissionCB = void (*)(void* ctx, const QString& name,
                                                     const QMap<QString, QStringList>& groups);
+    /// Callback of setLanUpdateUserGroupPermissionResultCB(): called for a visible-groups reply.
     using LanUpdateUserGroupPermissionResultCB = void (*)(void* ctx, bool ok, const QString& name,
                                                           const QMap<QString, QStringList>& groups);
+    /// Callback of setLanUserInfoCB(): called for a user list, flattened back in payload order.
     using LanUserInfoCB = void (*)(void* ctx, const QList<user_info>& users);
 
     /// Asks to add a user to the group pair (lv1Group, lv2Group).
@@ -328,26 +346,42 @@ public:
     /// groups, reordering items, and moving users, machines and operators
     /// between groups.
     ///@{
+
+    /// Callback of setLanAddGroupCB(): called for a request to create groups.
     using LanAddGroupCB = void (*)(void* ctx, const QStringList& lv1Names,
                                    const QMap<QString, QStringList>& lv2ByLv1);
+    /// Callback of setLanAddGroupResultCB(): called for a group-creation acknowledgement.
     using LanAddGroupResultCB = void (*)(void* ctx);
+    /// Callback of setLanRemoveLv1GroupResultCB(): called for a removed first-level group.
     using LanRemoveLv1GroupResultCB = void (*)(void* ctx, const QString& a);
+    /// Callback of setLanRemoveLv2GroupResultCB(): called for a removed second-level group.
     using LanRemoveLv2GroupResultCB = void (*)(void* ctx, const QString& a, const QString& b);
+    /// Callback of setLanUpdateLv1GroupResultCB(): called for a renamed first-level group.
     using LanUpdateLv1GroupResultCB = void (*)(void* ctx, const QString& a, const QString& b);
+    /// Callback of setLanUpdateLv2GroupResultCB(): called for a renamed second-level group.
     using LanUpdateLv2GroupResultCB = void (*)(void* ctx, const QString& a, const QString& b,
                                                const QString& c);
+    /// Callback of setLanSortGroupResultCB(): called for reordered groups.
     using LanSortGroupResultCB = void (*)(void* ctx, const QString& a, const QStringList& items);
+    /// Callback of setLanSortItemCB(): called for a request to reorder items.
     using LanSortItemCB = void (*)(void* ctx, const QString& a, const QString& b,
                                    const QStringList& items);
+    /// Callback of setLanSortItemResultCB(): called for a reordering reply.
     using LanSortItemResultCB = void (*)(void* ctx, bool ok, const QString& a, const QString& b,
                                          const QStringList& items);
+    /// Callback of setLanMoveUserToGroupCB(): called for a request to move users.
     using LanMoveUserToGroupCB = void (*)(void* ctx, const QStringList& names, const QString& lv1,
                                           const QString& lv2);
+    /// Callback of setLanMoveUserToGroupResultCB(): called for a user move reply.
     using LanMoveUserToGroupResultCB = void (*)(void* ctx, bool ok, const QStringList& names,
                                                 const QString& lv1, const QString& lv2);
+    /// Callback of setLanMoveMacToGroupCB(): called for a request to move machines.
     using LanMoveMacToGroupCB = LanMoveUserToGroupCB;
+    /// Callback of setLanMoveMacToGroupResultCB(): called for a machine move reply.
     using LanMoveMacToGroupResultCB = LanMoveUserToGroupResultCB;
+    /// Callback of setLanMoveOperatorToGroupCB(): called for a request to move operators.
     using LanMoveOperatorToGroupCB = LanMoveUserToGroupCB;
+    /// Callback of setLanMoveOperatorToGroupResultCB(): called for an operator move reply.
     using LanMoveOperatorToGroupResultCB = LanMoveUserToGroupResultCB;
 
     /// Asks to create groups: the first-level names in order, each with the
@@ -423,24 +457,36 @@ public:
     /// The people who work at the machines: adding them one by one or in
     /// bulk, editing and deleting them, their login state, the full table.
     ///@{
+
+    /// Callback of setLanAddOperatorUserCB(): called for a request to add an operator.
     using LanAddOperatorUserCB = void (*)(void* ctx, const QString& s1, const QString& s2,
                                           const QString& s3, const QString& s4, const QString& s5);
+    /// Callback of setLanAddOperatorUserResultCB(): called for an added-operator reply.
     using LanAddOperatorUserResultCB = void (*)(void* ctx, bool ok, const QString& s1,
                                                 const QString& s2, const QString& s3,
                                                 const QString& s4, const QString& s5, bool b1,
                                                 bool b2);
+    /// Callback of setLanAddOperatorUsersCB(): called for a bulk addition.
     using LanAddOperatorUsersCB = void (*)(void* ctx, const QList<QVariant>& rows);
+    /// Callback of setLanAddOperatorUsersResultCB(): called for a bulk addition reply (rows as for
+    /// the request).
     using LanAddOperatorUsersResultCB = void (*)(void* ctx, bool ok, const QList<QVariant>& rows);
+    /// Callback of setLanUpdateOperatorCB(): called for a request to update an operator.
     using LanUpdateOperatorCB = void (*)(void* ctx, const QString& s1, const QString& s2,
                                          const QString& s3, const QString& s4, const QString& s5,
                                          bool b1, bool b2);
+    /// Callback of setLanUpdateOperatorResultCB(): called for an operator update reply.
     using LanUpdateOperatorResultCB = void (*)(void* ctx, bool ok, const QString& s1,
                                                const QString& s2, const QString& s3,
                                                const QString& s4, const QString& s5, bool b1,
                                                bool b2);
+    /// Callback of setLanUpdateOperatorUserLoginResultCB(): called for an operator's login state.
     using LanUpdateOperatorUserLoginResultCB = void (*)(void* ctx, const QString& name, bool state);
+    /// Callback of setLanDeleteOperatorUserCB(): called for a request to delete operators.
     using LanDeleteOperatorUserCB = void (*)(void* ctx, const QStringList& names);
+    /// Callback of setLanDeleteOperatorUserResultCB(): called for an operator deletion reply.
     using LanDeleteOperatorUserResultCB = void (*)(void* ctx, bool ok, const QStringList& names);
+    /// Callback of setLanOperatorUserInfoCB(): called for an operator table.
     using LanOperatorUserInfoCB = void (*)(void* ctx, const QStringList& order,
                                            const QMap<QString, operator_user>& table);
 
@@ -501,13 +547,21 @@ public:
     /// them, and the outcome of setting them. Power values are 32-bit words
     /// laid out as fctp_user2_power.
     ///@{
+
+    /// Callback of setLanQueryPermissionCB(): called for a permission query.
     using LanQueryPermissionCB = void (*)(void* ctx, const QStringList& keys);
+    /// Callback of setLanQueryPermissionResultCB(): called for a permission query reply.
     using LanQueryPermissionResultCB = void (*)(void* ctx, const QList<mac_user_power>& entries);
+    /// Callback of setLanAddPermissionCB(): called for a request to add a permission.
     using LanAddPermissionCB = void (*)(void* ctx, const QStringList& keys, const QString& target,
                                         unsigned int power);
+    /// Callback of setLanEditPermissionCB(): called for a request to edit a permission.
     using LanEditPermissionCB = void (*)(void* ctx, const QMap<QString, QStringList>& scope,
                                          const QString& target, unsigned int power);
+    /// Callback of setLanDelPermissionCB(): called for a request to delete permissions.
     using LanDelPermissionCB = void (*)(void* ctx, const QMap<QString, QStringList>& scope);
+    /// Callback of setLanSetPermissionResultCB(): called for the outcome of setting permissions,
+    /// whichever flag the peer sent it with.
     using LanSetPermissionResultCB = void (*)(void* ctx, bool ok, const QString& target,
                                               const QMap<QString, fctp_user2_power>& powers);
 
@@ -546,12 +600,21 @@ public:
     /// The machines known to the server, filed in the same two-level group
     /// tree as users; adding, editing, deleting and logging in machines.
     ///@{
+
+    /// Callback of setLanMacInfoCB(): called for a machine list, in payload order, repeated macs of
+    /// a group pair skipped.
     using LanMacInfoCB = void (*)(void* ctx, const QList<mac_info>& macs);
+    /// Callback of setLanMacInfoResultCB(): called for a machine-list acknowledgement.
     using LanMacInfoResultCB = void (*)(void* ctx);
+    /// Callback of setLanAddNewMacResultCB(): called for a new machine.
     using LanAddNewMacResultCB = void (*)(void* ctx, const mac_info& mac);
+    /// Callback of setLanEditMacCB(): called for a machine edit.
     using LanEditMacCB = void (*)(void* ctx, const QString& a, const QString& b);
+    /// Callback of setLanDeleteMacCB(): called for a deletion request.
     using LanDeleteMacCB = void (*)(void* ctx, const QStringList& macs);
+    /// Callback of setLanDeleteMacResultCB(): called for a deletion reply.
     using LanDeleteMacResultCB = void (*)(void* ctx, bool ok, const QStringList& macs);
+    /// Callback of setLanMacLoginResultCB(): called for a machine-login acknowledgement.
     using LanMacLoginResultCB = void (*)(void* ctx, const QString& mac);
 
     /// Sends the machine list grouped by (lv1Group, lv2Group) in order of
@@ -592,22 +655,33 @@ public:
     /// State, work log, alarm and abnormal-event counts, run times, daily
     /// totals, axis speed, bobbin thread and plan changes of machines.
     ///@{
+
+    /// Callback of setLanMacStateResultCB(): called for a state report.
     using LanMacStateResultCB = void (*)(void* ctx, const QString& a, const QString& b,
                                          unsigned char state, const QString& c);
+    /// Callback of setLanMacWorkLogCB(): called for a work log.
     using LanMacWorkLogCB = void (*)(void* ctx, const QString& a, const QString& b,
                                      const QString& c, const QList<work_log>& logs,
                                      const QMap<QString, int>& counts,
                                      const QMap<QString, oee_process_data>& processes);
+    /// Callback of setLanMacWorkLogResultCB(): called for a work-log acknowledgement.
     using LanMacWorkLogResultCB = void (*)(void* ctx);
+    /// Callback of setLanMacAbnormalResultCB(): called for abnormal-event counts.
     using LanMacAbnormalResultCB = void (*)(void* ctx, const QString& a, const QString& b,
                                             const QMap<int, int>& counts, const QString& c, int n);
+    /// Callback of setLanMacAlarmLogResultCB(): called for alarm counts.
     using LanMacAlarmLogResultCB = void (*)(void* ctx, const QString& a, const QString& b,
                                             const QMap<QString, int>& counts);
+    /// Callback of setLanMacDateTotalCB(): called for daily totals.
     using LanMacDateTotalCB = void (*)(void* ctx, const QMap<QString, int>& totals);
+    /// Callback of setLanMacRunTimeResultCB(): called for run times.
     using LanMacRunTimeResultCB = void (*)(void* ctx, const QString& a, const QString& b,
                                            const QMap<QString, int>& times);
+    /// Callback of setLanMacUpdateAxisSpeedResultCB(): called for an axis-speed report.
     using LanMacUpdateAxisSpeedResultCB = void (*)(void* ctx, const QString& mac, int speed);
+    /// Callback of setLanMacUpdateBobbinThreadResultCB(): called for a bobbin-thread report.
     using LanMacUpdateBobbinThreadResultCB = void (*)(void* ctx, const QString& mac, int x, int y);
+    /// Callback of setLanUpdateMacPlanResultCB(): called for a plan-change report.
     using LanUpdateMacPlanResultCB = void (*)(void* ctx, const QString& a, const QString& b, int n);
 
     /// Reports a machine's state (a raw byte, not a boolean).
@@ -667,16 +741,24 @@ public:
     /// opaque blocks. A block whose declared size exceeds the data received
     /// arrives cut at the end of the data.
     ///@{
+
+    /// Callback of setLanRemoteSetModeCB(): called for a mode switch.
     using LanRemoteSetModeCB = void (*)(void* ctx, const QString& mac, int mode);
+    /// Callback of setLanRemoteSetModeResultCB(): called for a mode-switch reply.
     using LanRemoteSetModeResultCB = void (*)(void* ctx, bool ok, const QString& mac, int valueA,
                                               int valueB, int valueC);
+    /// Callback of setLanRemoteScreenTouchCB(): called for a screen touch.
     using LanRemoteScreenTouchCB = void (*)(void* ctx, const QString& mac, unsigned char kind,
                                             unsigned short x, unsigned short y);
+    /// Callback of setLanRemoteUpdatePageResultCB(): called for a page report.
     using LanRemoteUpdatePageResultCB = void (*)(void* ctx, const QString& mac, unsigned int page);
+    /// Callback of setLanRemoteUpdateAttrResultCB(): called for attribute data.
     using LanRemoteUpdateAttrResultCB = void (*)(void* ctx, const QString& mac,
                                                  const QByteArray& data);
+    /// Callback of setLanRemoteUpdateImageResultCB(): called for an image.
     using LanRemoteUpdateImageResultCB = void (*)(void* ctx, const QString& mac,
                                                   const QByteArray& data);
+    /// Callback of setLanRemoteUpdateScreenResultCB(): called for screen contents.
     using LanRemoteUpdateScreenResultCB = void (*)(void* ctx, const QString& mac,
                                                    const QByteArray& data);
 
@@ -717,15 +799,23 @@ public:
     /// travel as text and arrive as six QStrings (values past the sixth are
     /// not sent; missing ones go out as empty text).
     ///@{
+
+    /// Callback of setLanInitPlanCB(): called for a plan-set request.
     using LanInitPlanCB = void (*)(void* ctx);
+    /// Callback of setLanInitPlanResultCB(): called for the plan set.
     using LanInitPlanResultCB = void (*)(void* ctx, const QStringList& names,
                                          const QList<QVariant>& plans);
+    /// Callback of setLanAddPlanCB(): called for an added plan.
     using LanAddPlanCB = void (*)(void* ctx, const QString& a, const QString& b,
                                   const QMap<QString, int>& map, int n);
+    /// Callback of setLanEditPlanCB(): called for an edited plan.
     using LanEditPlanCB = void (*)(void* ctx, const QString& a, const QString& b, const QString& c,
                                    int m, int n);
+    /// Callback of setLanDelPlanCB(): called for a deleted plan.
     using LanDelPlanCB = void (*)(void* ctx, const QString& a, const QString& b, const QString& c);
+    /// Callback of setLanGetDatePlanCB(): called for a request for the plans of a date.
     using LanGetDatePlanCB = void (*)(void* ctx, const QString& date);
+    /// Callback of setLanGetDatePlanResultCB(): called for the plans of a date.
     using LanGetDatePlanResultCB = void (*)(void* ctx, const QString& date,
                                             const QList<QVariant>& plans);
 
@@ -770,16 +860,24 @@ public:
     ///   map, count included: the receiver reads it right only in the last
     ///   row, so put rows with empty maps last.
     ///@{
+
+    /// Callback of setLanInitWorkshopDataCB(): called for a workshop-data request.
     using LanInitWorkshopDataCB = void (*)(void* ctx);
+    /// Callback of setLanInitWorkshopDataResultCB(): called for the workshop data set.
     using LanInitWorkshopDataResultCB = void (*)(void* ctx, const QList<QVariant>& rows);
+    /// Callback of setLanWorkshopQueryPlanCB(): called for a query of the plans of a key.
     using LanWorkshopQueryPlanCB = void (*)(void* ctx, const QString& key);
+    /// Callback of setLanWorkshopQueryPlanResultCB(): called for the plans of a key.
     using LanWorkshopQueryPlanResultCB = void (*)(void* ctx, const QString& key,
                                                   const QList<QVariant>& rows);
+    /// Callback of setLanWorkshopAddPlanCB(): called for an added workshop plan.
     using LanWorkshopAddPlanCB = void (*)(void* ctx, const QString& a, const QString& b,
                                           const QString& c, const QMap<QString, int>& map, int n);
+    /// Callback of setLanWorkshopEditPlanCB(): called for an edited workshop plan.
     using LanWorkshopEditPlanCB = void (*)(void* ctx, const QString& a, const QString& b,
                                            const QString& c, const QString& d, const QString& e,
                                            const QMap<QString, int>& map, int n);
+    /// Callback of setLanWorkshopDelPlanCB(): called for a deleted workshop plan.
     using LanWorkshopDelPlanCB = void (*)(void* ctx, const QString& a, const QString& b);
 
     /// Asks for the workshop data set (empty payload).
@@ -825,32 +923,51 @@ public:
     /// number a list of two texts and a number (QString, QString, double);
     /// numbers travel with six significant digits.
     ///@{
+
+    /// Stops by number, each a list of two texts and a number (QString, QString, double).
     using StopMap = QMap<int, QList<QVariant>>;
+    /// Callback of setLanOeeShutItemCB(): called for the pushed stop sets.
     using LanOeeShutItemCB = void (*)(void* ctx, const QList<oee_shut_item>& items);
+    /// Callback of setLanAddPlanShutItemCB(): called for an added stop set.
     using LanAddPlanShutItemCB = void (*)(void* ctx, const QString& a, const QString& b,
                                           const StopMap& stops, const QStringList& names);
+    /// Callback of setLanAddPlanShutItemResultCB(): called for the answer to an add.
     using LanAddPlanShutItemResultCB = void (*)(void* ctx, bool ok1, bool ok2, int n,
                                                 const QString& a, const QString& b,
                                                 const StopMap& stops, const QStringList& names);
+    /// Callback of setLanEditPlanShutItemCB(): called for an edited stop set.
     using LanEditPlanShutItemCB = void (*)(void* ctx, const QString& a, const QString& b,
                                            const QString& c, const StopMap& stops,
                                            const QStringList& names);
+    /// Callback of setLanEditPlanShutItemResultCB(): called for the answer to an edit.
     using LanEditPlanShutItemResultCB = void (*)(void* ctx, bool ok1, bool ok2, int n,
                                                  const QString& a, const QString& b,
                                                  const QString& c, const StopMap& stops,
                                                  const QStringList& names);
+    /// Callback of setLanDelPlanShutItemCB(): called for a delete by identifier.
     using LanDelPlanShutItemCB = void (*)(void* ctx, const QString& id);
+    /// Callback of setLanDelPlanShutItemResultCB(): called for the answer to a delete by
+    /// identifier.
     using LanDelPlanShutItemResultCB = void (*)(void* ctx, bool ok1, bool ok2, int n);
+    /// Callback of setLanDelPlanShutByDateCB(): called for a delete by date.
     using LanDelPlanShutByDateCB = void (*)(void* ctx, const QString& date);
+    /// Callback of setLanDelPlanShutByDateResultCB(): called for the answer to a delete by date.
     using LanDelPlanShutByDateResultCB = void (*)(void* ctx, bool ok1, bool ok2,
                                                   const QString& date);
+    /// Callback of setLanEditPlanWorkTimeCB(): called for a work-time edit.
     using LanEditPlanWorkTimeCB = void (*)(void* ctx, const QString& date,
                                            const QMap<int, oee_worktime_item>& times);
+    /// Callback of setLanEditPlanWorkTimeResultCB(): called for the answer to a work-time edit.
     using LanEditPlanWorkTimeResultCB = void (*)(void* ctx, bool ok1, bool ok2, const QString& date,
                                                  const QMap<int, oee_worktime_item>& times);
+    /// Callback of setLanDelPlanWorkTimeCB(): called for a work-time delete.
     using LanDelPlanWorkTimeCB = void (*)(void* ctx, const QString& date);
+    /// Callback of setLanDelPlanWorkTimeResultCB(): called for the answer to a work-time delete.
     using LanDelPlanWorkTimeResultCB = void (*)(void* ctx, bool ok1, bool ok2, const QString& date);
+    /// Callback of setLanEditPlanOutShutItemCB(): called for an out-of-plan stop edit.
     using LanEditPlanOutShutItemCB = void (*)(void* ctx, int n, const QMap<int, QString>& stops);
+    /// Callback of setLanEditPlanOutShutItemResultCB(): called for the answer to an out-of-plan
+    /// stop edit.
     using LanEditPlanOutShutItemResultCB = void (*)(void* ctx, bool ok1, bool ok2,
                                                     const QMap<int, QString>& stops);
 
@@ -933,13 +1050,19 @@ public:
     /// list, or a run-time list, of 32768 rows or more is cut as
     /// lanWorkshopQueryPlanResult cuts it.
     ///@{
+
+    /// Callback of setLanLoadOEEDataCB(): called for an OEE data request.
     using LanLoadOEEDataCB = void (*)(void* ctx, const QStringList& keys, const QString& a,
                                       const QString& b, int n);
+    /// Callback of setLanLoadOEEDataResultCB(): called for OEE data.
     using LanLoadOEEDataResultCB = void (*)(void* ctx, const QStringList& keys, const QString& a,
                                             const QString& b, int n,
                                             const QMap<QString, oee_date_data>& data);
+    /// Callback of setLanUpdateOEEMacRunTimeResultCB(): called for pushed run times.
     using LanUpdateOEEMacRunTimeResultCB = void (*)(void* ctx, const QList<QVariant>& rows);
+    /// Callback of setLanQueryDateOEEDataCB(): called for a date-range query.
     using LanQueryDateOEEDataCB = void (*)(void* ctx, const QDate& from, const QDate& to, int n);
+    /// Callback of setLanQueryDateOEEDataResultCB(): called for the OEE figures of a date range.
     using LanQueryDateOEEDataResultCB = void (*)(void* ctx, int n, const QList<QVariant>& figures,
                                                  const QList<QVariant>& breakdownA,
                                                  const QList<QVariant>& breakdownB);
@@ -979,15 +1102,24 @@ public:
     /// library keeps no state and leaves matching replies to requests to the
     /// host. Status bytes arrive as true unless the byte is 1.
     ///@{
+
+    /// Callback of setLanMacFilesCB(): called for a listing request.
     using LanMacFilesCB = void (*)(void* ctx, const QString& mac, const QString& path, int mode);
+    /// Callback of setLanMacFilesResultCB(): called for a listing.
     using LanMacFilesResultCB = void (*)(void* ctx, const QString& path, int value,
                                          const QStringList& files);
+    /// Callback of setLanMacRenameFileCB(): called for a rename request.
     using LanMacRenameFileCB = void (*)(void* ctx, const QString& mac, const QString& from,
                                         const QString& to);
+    /// Callback of setLanMacRenameFileResultCB(): called for a rename reply.
     using LanMacRenameFileResultCB = void (*)(void* ctx, bool ok);
+    /// Callback of setLanMacExecuteFileCB(): called for an execute request.
     using LanMacExecuteFileCB = void (*)(void* ctx, const QString& mac, const QString& file);
+    /// Callback of setLanMacExecuteFileResultCB(): called for an execute reply.
     using LanMacExecuteFileResultCB = void (*)(void* ctx, bool ok);
+    /// Callback of setLanMacDeleteFileCB(): called for a deletion request.
     using LanMacDeleteFileCB = void (*)(void* ctx, const QString& mac, const QStringList& files);
+    /// Callback of setLanMacDeleteFileResultCB(): called for a deletion reply.
     using LanMacDeleteFileResultCB = void (*)(void* ctx, bool ok);
 
     /// Asks for the files of a machine (most likely: a machine, a directory
@@ -1042,24 +1174,40 @@ public:
     /// padded with zero bytes if shorter; it arrives as those 16 bytes (fewer
     /// only when the data ends inside it).
     ///@{
+
+    /// Callback of setLanMacTsfExchangeFileCB(): called for a file table.
     using LanMacTsfExchangeFileCB = void (*)(void* ctx, const QMap<QString, QStringList>& files);
+    /// Callback of setLanMacTsfFileAddTaskCB(): called for an announced task.
     using LanMacTsfFileAddTaskCB = void (*)(void* ctx, bool b1, const QString& a, const QString& b,
                                             const QString& c, bool b2, const QStringList& list);
+    /// Callback of setLanMacTsfFileAddTaskUiCB(): called for the answer to an announced task.
     using LanMacTsfFileAddTaskUiCB = void (*)(void* ctx, bool ok, const QString& a,
                                               const QString& b, int n, const QString& c,
                                               const QString& d, const QString& e);
+    /// Callback of setLanMacTsfFileTaskStartCB(): called when tasks start.
     using LanMacTsfFileTaskStartCB = void (*)(void* ctx);
+    /// Callback of setLanMacTsfFileTaskBeginCB(): called when a transfer opens.
     using LanMacTsfFileTaskBeginCB = void (*)(void* ctx, int n, const QByteArray& block);
+    /// Callback of setLanMacTsfFileBeginResultCB(): called for the answer to TaskBegin.
     using LanMacTsfFileBeginResultCB = void (*)(void* ctx, int n1, int n2, int n3);
+    /// Callback of setLanMacTsfFileContentCB(): called for a chunk.
     using LanMacTsfFileContentCB = void (*)(void* ctx, int p, int q, int r, int len,
                                             const QByteArray& block, const QByteArray& data);
+    /// Callback of setLanMacTsfFileContentResultCB(): called for a chunk acknowledgement.
     using LanMacTsfFileContentResultCB = void (*)(void* ctx, int n1, int n2);
+    /// Callback of setLanMacTsfFileCloseCB(): called when a transfer closes.
     using LanMacTsfFileCloseCB = void (*)(void* ctx, int n1, int n2, const QByteArray& block);
+    /// Callback of setLanMacTsfFileEndCB(): called for the end of a transfer.
     using LanMacTsfFileEndCB = void (*)(void* ctx, int n, const QString& text, bool ok);
+    /// Callback of setLanMacTsfFilePercentCB(): called for a progress report (reply flag only).
     using LanMacTsfFilePercentCB = void (*)(void* ctx, int n1, int n2, int n3);
+    /// Callback of setLanMacTsfFileSpeedCB(): called for a speed report (request flag only).
     using LanMacTsfFileSpeedCB = void (*)(void* ctx, int n1, int n2, int n3);
+    /// Callback of setLanMacTsfFilePauseCB(): called for a pause request.
     using LanMacTsfFilePauseCB = void (*)(void* ctx, const QString& task, int n);
+    /// Callback of setLanMacTsfFileResumeCB(): called for a resume request.
     using LanMacTsfFileResumeCB = void (*)(void* ctx, const QString& task, int n);
+    /// Callback of setLanMacTsfFileCancelCB(): called for a cancel request.
     using LanMacTsfFileCancelCB = void (*)(void* ctx, const QString& task, int n);
 
     /// Sends a table of file entries, four texts per key. An entry whose
@@ -1142,13 +1290,20 @@ public:
     /// some of them. The two lists of a reply share one byte budget: a list
     /// cut short by it, or by the end of the data, ends early without error.
     ///@{
+
+    /// Callback of setLanLoadSharedFilesCB(): called for a shared-file request.
     using LanLoadSharedFilesCB = void (*)(void* ctx, int kind, const QString& path);
+    /// Callback of setLanLoadSharedFilesResultCB(): called for the shared-file lists.
     using LanLoadSharedFilesResultCB = void (*)(void* ctx, const QString& path,
                                                 const QStringList& first,
                                                 const QStringList& second);
+    /// Callback of setLanDownloadSharedFilesCB(): called for a download request.
     using LanDownloadSharedFilesCB = void (*)(void* ctx, int kind, const QString& path,
                                               const QStringList& first, const QStringList& second);
+    /// Callback of setLanAppLoadSharedFilesCB(): called for an app client's shared-file request.
     using LanAppLoadSharedFilesCB = void (*)(void* ctx, const QString& path);
+    /// Callback of setLanAppLoadSharedFilesResultCB(): called for the shared-file lists sent to an
+    /// app client.
     using LanAppLoadSharedFilesResultCB = void (*)(void* ctx, const QStringList& first,
                                                    const QStringList& second, const QString& path);
 
@@ -1187,33 +1342,51 @@ public:
     /// as text keep six significant digits; figures sent as whole numbers
     /// are rounded half to even (and held to the 32-bit range).
     ///@{
+
+    /// Callback of setLanQueryLogCB(): called for a log query.
     using LanQueryLogCB = void (*)(void* ctx, const QString& a, int k, const QString& b,
                                    const QString& c, bool f1, bool f2, bool f3, bool f4,
                                    const QStringList& list);
+    /// Callback of setLanQueryLogResultCB(): called for a log query's answer.
     using LanQueryLogResultCB = void (*)(void* ctx, const QString& text);
+    /// Callback of setLanQueryLogsByFilterCB(): called for a log query by filter.
     using LanQueryLogsByFilterCB = void (*)(void* ctx, bool f, const QString& a, const QString& b,
                                             const QString& c, const QStringList& list1,
                                             const QStringList& list2);
+    /// Callback of setLanQueryLog2CB(): called for a log query of the second generation.
     using LanQueryLog2CB = void (*)(void* ctx, const QString& a, const QString& b, const QString& c,
                                     const QStringList& list);
+    /// Callback of setLanQueryProcessResultCB(): called for processing logs.
     using LanQueryProcessResultCB = void (*)(void* ctx, const QString& text,
                                              const QList<kz_log_process>& logs);
+    /// Callback of setLanQueryRuntimeResultCB(): called for run-time logs.
     using LanQueryRuntimeResultCB = void (*)(void* ctx, const QString& text,
                                              const QList<kz_log_runtime>& logs);
+    /// Callback of setLanQueryAbnormalResultCB(): called for abnormal events.
     using LanQueryAbnormalResultCB = void (*)(void* ctx, const QString& text,
                                               const QList<kz_abnormal_info>& events);
+    /// Callback of setLanQueryAlarmResultCB(): called for alarm logs.
     using LanQueryAlarmResultCB = void (*)(void* ctx, const QString& text,
                                            const QList<kz_log_alarm>& logs);
+    /// Callback of setLanQueryProcessStopResultCB(): called for processing stops.
     using LanQueryProcessStopResultCB = void (*)(void* ctx, const QString& text,
                                                  const QList<kz_log_processstop>& stops);
+    /// Callback of setLanQueryShutdownResultCB(): called for shutdowns.
     using LanQueryShutdownResultCB = void (*)(void* ctx, const QString& text,
                                               const QList<kz_log_shutdown>& shutdowns);
+    /// Callback of setLanQueryProcess2ResultCB(): called for processing records of the second
+    /// generation.
     using LanQueryProcess2ResultCB = void (*)(void* ctx, const QString& text,
                                               const QList<kz_log_process_detail>& records);
+    /// Callback of setLanQueryRuntime2ResultCB(): called for run-time records of the second
+    /// generation.
     using LanQueryRuntime2ResultCB = void (*)(void* ctx, const QString& text,
                                               const QList<kz_log_runtime_info>& records);
+    /// Callback of setLanQueryAbnormal2ResultCB(): called for abnormal events of the second
+    /// generation.
     using LanQueryAbnormal2ResultCB = void (*)(void* ctx, const QString& text,
                                                const QList<kz_abnormal_info>& events);
+    /// Callback of setLanQueryAlarm2ResultCB(): called for alarm records of the second generation.
     using LanQueryAlarm2ResultCB = void (*)(void* ctx, const QString& text,
                                             const QList<kz_log_alarm_info>& records);
 
@@ -1284,26 +1457,40 @@ public:
     /// queries travel with the flags reversed: the query under the reply
     /// flag, its data under the request flag; peers expect it so.
     ///@{
+
+    /// Callback of setLanQueryMacDatasCB(): called for a machine-data query.
     using LanQueryMacDatasCB = void (*)(void* ctx, const QString& a, const QString& b);
+    /// Callback of setLanQueryProcessStatisticResultCB(): called for processing statistics.
     using LanQueryProcessStatisticResultCB = void (*)(void* ctx, const QString& text,
                                                       const MapQueryStatistic& statistic);
+    /// Callback of setLanQueryMacProcessCB(): called for a machine's processing records.
     using LanQueryMacProcessCB = void (*)(void* ctx, const QString& a, const QString& b,
                                           const QList<work_log>& logs);
+    /// Callback of setLanQueryMacStatisticCB(): called for a statistics query.
     using LanQueryMacStatisticCB = void (*)(void* ctx, const QString& s1, const QString& s2,
                                             const QString& s3, const QString& s4);
+    /// Callback of setLanQueryMacStatisticResultCB(): called for a statistics answer.
     using LanQueryMacStatisticResultCB = void (*)(
         void* ctx, const QString& start, const QString& end, const QStringList& names,
         const QMap<QString, int>& m1, const QMap<QString, int>& m2, const QMap<QString, int>& m3,
         const QMap<QString, int>& m4, const QMap<QString, int>& m5, const QMap<QString, int>& m6);
+    /// Callback of setLanAppQueryProcessLogsCB(): called for an app query of processing logs.
     using LanAppQueryProcessLogsCB = void (*)(void* ctx, const QString& a, const QString& b, bool f,
                                               const QString& c, const QStringList& list);
+    /// Callback of setLanAppQueryProcessLogsResultCB(): called for processing logs per key.
     using LanAppQueryProcessLogsResultCB = void (*)(void* ctx,
                                                     const QMap<QString, QList<work_log>>& logs);
+    /// Callback of setLanAppQueryRuntimeLogsCB(): called for an app query of run-time logs (arrives
+    /// with the reply flag).
     using LanAppQueryRuntimeLogsCB = void (*)(void* ctx, const QString& a, const QString& b,
                                               const QStringList& list);
+    /// Callback of setLanAppQueryRuntimeLogsResultCB(): called for machine starts per key.
     using LanAppQueryRuntimeLogsResultCB = void (*)(void* ctx,
                                                     const QMap<QString, QList<boot_record>>& boots);
+    /// Callback of setLanAppQueryAlarmLogsCB(): called for an app query of alarm logs (arrives with
+    /// the reply flag).
     using LanAppQueryAlarmLogsCB = LanAppQueryRuntimeLogsCB;
+    /// Callback of setLanAppQueryAlarmLogsResultCB(): called for alarms per key.
     using LanAppQueryAlarmLogsResultCB =
         void (*)(void* ctx, const QMap<QString, QList<alarm_log_info>>& alarms);
 
@@ -1375,24 +1562,39 @@ public:
     /// as text with six significant digits (0.30000000000000004 arrives as
     /// 0.3); an unreadable price arrives as 0.
     ///@{
+
+    /// Callback of setLanLoadFilePriceCB(): called for a request for the price table.
     using LanLoadFilePriceCB = void (*)(void* ctx);
+    /// Callback of setLanLoadFilePriceResultCB(): called for the price table.
     using LanLoadFilePriceResultCB = void (*)(void* ctx, const QStringList& files,
                                               const QMap<QString, double>& prices);
+    /// Callback of setLanAddFilePriceCB(): called for a request to add a price.
     using LanAddFilePriceCB = void (*)(void* ctx, const QString& file, const QString& price);
+    /// Callback of setLanAddFilePriceResultCB(): called for an added-price answer.
     using LanAddFilePriceResultCB = void (*)(void* ctx, bool ok, const QString& file,
                                              const QString& price);
+    /// Callback of setLanUpdateFilePriceCB(): called for a request to update a price.
     using LanUpdateFilePriceCB = void (*)(void* ctx, const QString& a, const QString& b,
                                           const QString& c);
+    /// Callback of setLanUpdateFilePriceResultCB(): called for a price-update answer.
     using LanUpdateFilePriceResultCB = void (*)(void* ctx, bool ok, const QString& a,
                                                 const QString& b, const QString& c);
+    /// Callback of setLanDeleteFilePriceCB(): called for a request to delete prices.
     using LanDeleteFilePriceCB = void (*)(void* ctx, const QStringList& files);
+    /// Callback of setLanDeleteFilePriceResultCB(): called for a price-deletion answer.
     using LanDeleteFilePriceResultCB = void (*)(void* ctx, bool ok, const QStringList& files);
+    /// Callback of setLanQueryFilePriceInfoCB(): called for price information.
     using LanQueryFilePriceInfoCB = void (*)(void* ctx, const QString& text,
                                              const QList<QVariant>& rows);
+    /// Callback of setLanQueryFilePriceCB(): called for a price query.
     using LanQueryFilePriceCB = void (*)(void* ctx, const QString& a, const QString& b,
                                          const QString& c, const QStringList& list);
+    /// Callback of setLanQueryFilePriceResultCB(): called for a price query's answer.
     using LanQueryFilePriceResultCB = void (*)(void* ctx, const QString& text);
+    /// Callback of setLanAddFilePricesCB(): called for a request to add many prices.
     using LanAddFilePricesCB = void (*)(void* ctx, const QMap<QString, double>& prices);
+    /// Callback of setLanAddFilePricesResultCB(): called for an answer to an addition of many
+    /// prices.
     using LanAddFilePricesResultCB = void (*)(void* ctx, bool ok,
                                               const QMap<QString, double>& prices);
 

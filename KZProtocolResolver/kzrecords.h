@@ -27,12 +27,14 @@ struct user_info
     QMap<QString, QStringList> groupPermission;
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const user_info& a, const user_info& b)
 {
     return a.name == b.name && a.text2 == b.text2 && a.text3 == b.text3 &&
            a.permission == b.permission && a.flag == b.flag && a.lv1Group == b.lv1Group &&
            a.lv2Group == b.lv2Group && a.groupPermission == b.groupPermission;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const user_info& a, const user_info& b) { return !(a == b); }
 
 /// One machine operator (a person working at the machines), kept apart from
@@ -48,11 +50,13 @@ struct operator_user
     bool flagB = false; ///< second operator flag
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const operator_user& a, const operator_user& b)
 {
     return a.name == b.name && a.text2 == b.text2 && a.text3 == b.text3 && a.text4 == b.text4 &&
            a.text5 == b.text5 && a.flagA == b.flagA && a.flagB == b.flagB;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const operator_user& a, const operator_user& b) { return !(a == b); }
 
 /// A permission word: nineteen one-bit flags (bits 0 to 18) and a 13-bit
@@ -106,7 +110,9 @@ struct fctp_user2_power
     }
 };
 
+/// Equal when the permission words are equal.
 inline bool operator==(fctp_user2_power a, fctp_user2_power b) { return a.word() == b.word(); }
+/// Equal when the permission words are equal.
 inline bool operator!=(fctp_user2_power a, fctp_user2_power b) { return !(a == b); }
 
 /// One per-machine permission entry.
@@ -118,10 +124,12 @@ struct mac_user_power
     fctp_user2_power power; ///< the entry's permission bits
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const mac_user_power& a, const mac_user_power& b)
 {
     return a.key1 == b.key1 && a.key2 == b.key2 && a.key3 == b.key3 && a.power == b.power;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const mac_user_power& a, const mac_user_power& b) { return !(a == b); }
 
 // -- machines ---------------------------------------------------------------
@@ -138,11 +146,13 @@ struct mac_info
     qint32 value7 = 0; ///< a numeric attribute carried only by the full listing (lanMacInfo)
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const mac_info& a, const mac_info& b)
 {
     return a.mac == b.mac && a.text2 == b.text2 && a.code == b.code && a.text4 == b.text4 &&
            a.lv1Group == b.lv1Group && a.lv2Group == b.lv2Group && a.value7 == b.value7;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const mac_info& a, const mac_info& b) { return !(a == b); }
 
 /// One entry of a machine's work log. lanMacWorkLog carries text1, text2,
@@ -160,12 +170,14 @@ struct work_log
     QString text8;     ///< fourth log string
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const work_log& a, const work_log& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2 && a.value3 == b.value3 &&
            a.value4 == b.value4 && a.text5 == b.text5 && a.value6 == b.value6 &&
            a.value7 == b.value7 && a.text8 == b.text8;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const work_log& a, const work_log& b) { return !(a == b); }
 
 /// Production figures of one process (the value of a map keyed by process
@@ -178,10 +190,12 @@ struct oee_process_data
     double figure2 = 0; ///< second figure
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const oee_process_data& a, const oee_process_data& b)
 {
     return a.figure1 == b.figure1 && a.count == b.count && a.figure2 == b.figure2;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const oee_process_data& a, const oee_process_data& b) { return !(a == b); }
 
 // Records of the planning and OEE messages.
@@ -194,10 +208,12 @@ struct oee_worktime_item
     QString second;    ///< second text of the span
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const oee_worktime_item& a, const oee_worktime_item& b)
 {
     return a.amount == b.amount && a.first == b.first && a.second == b.second;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const oee_worktime_item& a, const oee_worktime_item& b) { return !(a == b); }
 
 /// A group of planned stops, the value of oee_shut_item::stops. It has the
@@ -211,10 +227,12 @@ struct oee_shut_group
     QStringList names; ///< the group's names
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const oee_shut_group& a, const oee_shut_group& b)
 {
     return a.text == b.text && a.stops == b.stops && a.names == b.names;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const oee_shut_group& a, const oee_shut_group& b) { return !(a == b); }
 
 /// One date's set of planned stops, as lanOeeShutItemList pushes it.
@@ -228,11 +246,13 @@ struct oee_shut_item
     QMap<QString, oee_shut_group> stops;        ///< stop groups by key
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const oee_shut_item& a, const oee_shut_item& b)
 {
     return a.id == b.id && a.kind == b.kind && a.date == b.date && a.names == b.names &&
            a.workTimes == b.workTimes && a.stops == b.stops;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const oee_shut_item& a, const oee_shut_item& b) { return !(a == b); }
 
 /// One element of oee_date_data::items: a text and its number.
@@ -242,10 +262,12 @@ struct oee_date_item
     int value = 0; ///< the element's number
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const oee_date_item& a, const oee_date_item& b)
 {
     return a.text == b.text && a.value == b.value;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const oee_date_item& a, const oee_date_item& b) { return !(a == b); }
 
 /// The OEE data of one key (a date or a machine, as the asking side chose)
@@ -265,12 +287,14 @@ struct oee_date_data
     QMap<QString, double> values; ///< figures by name; six significant digits
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const oee_date_data& a, const oee_date_data& b)
 {
     return a.counts == b.counts && a.first == b.first && a.second == b.second &&
            a.amount == b.amount && a.process == b.process && a.items == b.items &&
            a.values == b.values;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const oee_date_data& a, const oee_date_data& b) { return !(a == b); }
 
 // Records of the log and statistics messages.
@@ -293,12 +317,14 @@ struct kz_log_process_entry
     qint32 value8 = 0; ///< seventh number
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const kz_log_process_entry& a, const kz_log_process_entry& b)
 {
     return a.text1 == b.text1 && a.value2 == b.value2 && a.value3 == b.value3 &&
            a.value4 == b.value4 && a.value5 == b.value5 && a.value6 == b.value6 &&
            a.value7 == b.value7 && a.value8 == b.value8;
 }
+/// Not equal: some field differs.
 inline bool operator!=(const kz_log_process_entry& a, const kz_log_process_entry& b)
 {
     return !(a == b);
@@ -313,10 +339,12 @@ struct kz_log_process
     QList<kz_log_process_entry> entries; ///< the job's entries, in order
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const kz_log_process& a, const kz_log_process& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.entries == b.entries;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const kz_log_process& a, const kz_log_process& b) { return !(a == b); }
 
 /// One entry of a run-time log: two texts and three numbers.
@@ -329,11 +357,13 @@ struct kz_log_runtime_entry
     qint32 value5 = 0; ///< third number
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const kz_log_runtime_entry& a, const kz_log_runtime_entry& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2 && a.value3 == b.value3 &&
            a.value4 == b.value4 && a.value5 == b.value5;
 }
+/// Not equal: some field differs.
 inline bool operator!=(const kz_log_runtime_entry& a, const kz_log_runtime_entry& b)
 {
     return !(a == b);
@@ -348,10 +378,12 @@ struct kz_log_runtime
     QList<kz_log_runtime_entry> entries; ///< the log's entries, in order
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const kz_log_runtime& a, const kz_log_runtime& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.entries == b.entries;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const kz_log_runtime& a, const kz_log_runtime& b) { return !(a == b); }
 
 /// One abnormal event. The data message of the first generation carries
@@ -370,12 +402,14 @@ struct kz_abnormal_info
     int value8 = 0;    ///< the event's number
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const kz_abnormal_info& a, const kz_abnormal_info& b)
 {
     return a.text0 == b.text0 && a.text1 == b.text1 && a.text2 == b.text2 &&
            a.reserved3 == b.reserved3 && a.text4 == b.text4 && a.text5 == b.text5 &&
            a.text6 == b.text6 && a.text7 == b.text7 && a.value8 == b.value8;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const kz_abnormal_info& a, const kz_abnormal_info& b) { return !(a == b); }
 
 /// One entry of an alarm log: three texts and a number.
@@ -387,10 +421,12 @@ struct kz_log_alarm_entry
     qint32 value4 = 0; ///< the alarm's number
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const kz_log_alarm_entry& a, const kz_log_alarm_entry& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.value4 == b.value4;
 }
+/// Not equal: some field differs.
 inline bool operator!=(const kz_log_alarm_entry& a, const kz_log_alarm_entry& b)
 {
     return !(a == b);
@@ -405,10 +441,12 @@ struct kz_log_alarm
     QList<kz_log_alarm_entry> entries; ///< the log's entries, in order
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const kz_log_alarm& a, const kz_log_alarm& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.entries == b.entries;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const kz_log_alarm& a, const kz_log_alarm& b) { return !(a == b); }
 
 /// One processing stop.
@@ -422,11 +460,13 @@ struct kz_log_processstop
     qint32 value6 = 0; ///< the stop's number
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const kz_log_processstop& a, const kz_log_processstop& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2 && a.code3 == b.code3 && a.text4 == b.text4 &&
            a.text5 == b.text5 && a.value6 == b.value6;
 }
+/// Not equal: some field differs.
 inline bool operator!=(const kz_log_processstop& a, const kz_log_processstop& b)
 {
     return !(a == b);
@@ -442,11 +482,13 @@ struct kz_log_shutdown
     qint32 value5 = 0; ///< the shutdown's number
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const kz_log_shutdown& a, const kz_log_shutdown& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.text4 == b.text4 &&
            a.value5 == b.value5;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const kz_log_shutdown& a, const kz_log_shutdown& b) { return !(a == b); }
 
 /// One processing record of the second generation. figure7 arrives rounded
@@ -472,6 +514,7 @@ struct kz_log_process_detail
     bool flag15 = false; ///< the record's flag
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const kz_log_process_detail& a, const kz_log_process_detail& b)
 {
     return a.text0 == b.text0 && a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 &&
@@ -480,6 +523,7 @@ inline bool operator==(const kz_log_process_detail& a, const kz_log_process_deta
            a.text10 == b.text10 && a.figure11 == b.figure11 && a.figure12 == b.figure12 &&
            a.text13 == b.text13 && a.figure14 == b.figure14 && a.flag15 == b.flag15;
 }
+/// Not equal: some field differs.
 inline bool operator!=(const kz_log_process_detail& a, const kz_log_process_detail& b)
 {
     return !(a == b);
@@ -498,12 +542,14 @@ struct kz_log_runtime_info
     int value7 = 0; ///< third number
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const kz_log_runtime_info& a, const kz_log_runtime_info& b)
 {
     return a.text0 == b.text0 && a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 &&
            a.text4 == b.text4 && a.value5 == b.value5 && a.value6 == b.value6 &&
            a.value7 == b.value7;
 }
+/// Not equal: some field differs.
 inline bool operator!=(const kz_log_runtime_info& a, const kz_log_runtime_info& b)
 {
     return !(a == b);
@@ -522,11 +568,13 @@ struct kz_log_alarm_info
     double figure6 = 0; ///< a figure sent as a whole number
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const kz_log_alarm_info& a, const kz_log_alarm_info& b)
 {
     return a.text0 == b.text0 && a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 &&
            a.text4 == b.text4 && a.text5 == b.text5 && a.figure6 == b.figure6;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const kz_log_alarm_info& a, const kz_log_alarm_info& b) { return !(a == b); }
 
 /// One machine start (the run-time logs of the app queries).
@@ -539,11 +587,13 @@ struct boot_record
     int value5 = 0;    ///< second number
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const boot_record& a, const boot_record& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2 && a.value3 == b.value3 &&
            a.reserved4 == b.reserved4 && a.value5 == b.value5;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const boot_record& a, const boot_record& b) { return !(a == b); }
 
 /// One alarm of the app queries' alarm logs.
@@ -553,10 +603,12 @@ struct alarm_log_info
     QString text2; ///< second text
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const alarm_log_info& a, const alarm_log_info& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2;
 }
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator!=(const alarm_log_info& a, const alarm_log_info& b) { return !(a == b); }
 
 /// One item of a processing statistic.
@@ -567,10 +619,12 @@ struct QueryStatisticItem
     QString text3;  ///< second text
 };
 
+/// Equal when every field is equal (lists and maps entry by entry).
 inline bool operator==(const QueryStatisticItem& a, const QueryStatisticItem& b)
 {
     return a.text1 == b.text1 && a.value2 == b.value2 && a.text3 == b.text3;
 }
+/// Not equal: some field differs.
 inline bool operator!=(const QueryStatisticItem& a, const QueryStatisticItem& b)
 {
     return !(a == b);

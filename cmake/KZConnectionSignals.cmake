@@ -176,10 +176,12 @@ function(kz_generate_connection_signals def header records outdir)
           "{\n"
           "    Q_OBJECT\n\n"
           "public:\n"
+          "    /// Destroys the signal base of a KZConnection.\n"
           "    ~KZConnectionSignals() override;\n\n"
           "Q_SIGNALS:\n"
           "${signals}\n"
           "protected:\n"
+          "    /// Only KZConnection derives from this class; `parent` is its QObject parent.\n"
           "    explicit KZConnectionSignals(QObject* parent);\n"
           "};\n\n"
           "#endif\n")
