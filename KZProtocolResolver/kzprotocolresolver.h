@@ -176,6 +176,7 @@ public:
         DropUnknownType,
         /// A method code that this library does not know.
         DropUnknownMethod,
+        /// The number of reasons (the size of Statistics::drops), not a reason.
         DropReasonCount
     };
 

@@ -1,3 +1,5 @@
+/// \file kzresolver_global.h
+/// The export macro of the library's public classes.
 #ifndef KZRESOLVER_GLOBAL_H
 #define KZRESOLVER_GLOBAL_H
 

@@ -6,6 +6,8 @@
  * S-box, round constants and key expansion are the ones FIPS-197 gives, and
  * the round steps carry the standard's names (AddRoundKey, SubBytes, ...).
  */
+/// \file qaesencryption.h
+/// The AES cipher class QAESEncryption, carried and exported by the kzresolver library.
 #ifndef KZCIPHER_QAESENCRYPTION_H
 #define KZCIPHER_QAESENCRYPTION_H
 
@@ -76,6 +78,12 @@ public:
     /// Key size. Any other value given to the constructor means AES_128.
     enum Aes { AES_128 = 0, AES_192 = 1, AES_256 = 2 };
     Q_ENUM(Aes)
+    /// \var QAESEncryption::AES_128
+    /// AES-128: 16-byte key, 10 rounds (the login exchange uses it).
+    /// \var QAESEncryption::AES_192
+    /// AES-192: 24-byte key, 12 rounds.
+    /// \var QAESEncryption::AES_256
+    /// AES-256: 32-byte key, 14 rounds.
 
     /// Mode of operation.
     enum Mode {
