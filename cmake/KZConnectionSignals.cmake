@@ -140,8 +140,14 @@ function(kz_generate_connection_signals def header records outdir)
       list(APPEND types "${type}")
     endforeach()
 
+    # The signal's doc line repeats what the callback type's doc says it is
+    # called for ("Callback of setLanXCB(): called for ..." or "called when ...").
+    set(what "for a `${cb}` message")
+    if(text MATCHES "/// Callback of set${cb}\\(\\): called ((for|when) [^;]*)\\. using ${cb} = ")
+      string(REPLACE "/// " "" what "${CMAKE_MATCH_1}")
+    endif()
     string(APPEND signals
-      "    /// A `${cb}` message arrived: see KZProtocolResolver::set${cb}().\n"
+      "    /// Emitted ${what}: see KZProtocolResolver::set${cb}().\n"
       "    void ${name}(${decl});\n")
     string(APPEND relays "KZ_RELAY(${cb}, ${name})\n")
   endforeach()
