@@ -1,0 +1,197 @@
+// The fast-path round trips: one resolver's pack-result callback feeding a
+// second resolver's parseReceive, frame by frame.
+//
+//   kzfastpath                      Google Benchmark: ns per round trip and
+//                                   per block byte, blocks 1 KiB .. 16 MiB
+//   kzfastpath --loop NAME N        N round trips of NAME in one function,
+//                                   roundTrips(), for callgrind to count
+//   kzfastpath --peak SIZE          one round trip of a SIZE-byte block;
+//                                   prints the peak memory it added
+//
+// The 16 MiB block is 32 bytes short of it, so that its body (block, text
+// and header) stays within the default receive limit.
+//
+// NAME is logout, delete, adduser or screen64k (bench/instructions.sh).
+#include "kzprotocolresolver.h"
+
+#include <benchmark/benchmark.h>
+
+#include <QByteArray>
+#include <QStringList>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <sys/resource.h>
+
+namespace {
+
+struct Pair
+{
+    KZProtocolResolver sender;
+    KZProtocolResolver receiver;
+    long delivered = 0;
+
+    Pair()
+    {
+        sender.setReceiveData(this);
+        sender.setParsePackResult([](void* ctx, char* bytes, int n) {
+            static_cast<Pair*>(ctx)->receiver.parseReceive(QByteArray::fromRawData(bytes, n));
+            std::free(bytes);
+        });
+        receiver.setReceiveData(this);
+        receiver.setLanLogoutCB([](void* ctx, int) { ++static_cast<Pair*>(ctx)->delivered; });
+        receiver.setLanDeleteUserCB(
+            [](void* ctx, const QStringList&) { ++static_cast<Pair*>(ctx)->delivered; });
+        receiver.setLanAddUserResultCB(
+            [](void* ctx, const user_info&) { ++static_cast<Pair*>(ctx)->delivered; });
+        receiver.setLanRemoteUpdateScreenResultCB(
+            [](void* ctx, const QString&, const QByteArray& data) {
+                if (!data.isEmpty()) ++static_cast<Pair*>(ctx)->delivered;
+            });
+    }
+};
+
+QByteArray block(int n)
+{
+    QByteArray b(n, Qt::Uninitialized);
+    quint32 x = 0x2545F491u;
+    for (int i = 0; i < n; ++i) {
+        x ^= x << 13;
+        x ^= x >> 17;
+        x ^= x << 5;
+        b[i] = char(x);
+    }
+    return b;
+}
+
+QStringList tenNames()
+{
+    QStringList names;
+    for (int i = 1; i <= 10; ++i) names << QStringLiteral("user%1").arg(i, 4, 10, QLatin1Char('0'));
+    return names;
+}
+
+user_info sampleUser()
+{
+    user_info u;
+    u.name = QStringLiteral("mchen_07");
+    u.text2 = QStringLiteral("Mei Chen");
+    u.text3 = QStringLiteral("night shift lead");
+    u.lv1Group = QStringLiteral("Weaving");
+    u.lv2Group = QStringLiteral("Line 3");
+    u.flag = true;
+    u.permission = 0x1f3;
+    const QStringList lines{QStringLiteral("Line 1"), QStringLiteral("Line 2"),
+                            QStringLiteral("Line 3")};
+    u.groupPermission.insert(QStringLiteral("Hall A"), lines);
+    u.groupPermission.insert(QStringLiteral("Hall B"), lines);
+    u.groupPermission.insert(QStringLiteral("Hall C"), lines);
+    return u;
+}
+
+const QString kMac = QStringLiteral("KZ-0001");
+
+void BM_FastLogout(benchmark::State& state)
+{
+    Pair p;
+    for (auto _ : state) p.sender.lanLogout(7);
+    if (p.delivered != long(state.iterations())) state.SkipWithError("a message was lost");
+}
+BENCHMARK(BM_FastLogout);
+
+void BM_FastDeleteTenUsers(benchmark::State& state)
+{
+    Pair p;
+    const QStringList names = tenNames();
+    for (auto _ : state) p.sender.lanDeleteUser(names);
+    if (p.delivered != long(state.iterations())) state.SkipWithError("a message was lost");
+}
+BENCHMARK(BM_FastDeleteTenUsers);
+
+void BM_FastAddUserResult(benchmark::State& state)
+{
+    Pair p;
+    const user_info user = sampleUser();
+    for (auto _ : state) p.sender.lanAddUserResult(user);
+    if (p.delivered != long(state.iterations())) state.SkipWithError("a message was lost");
+}
+BENCHMARK(BM_FastAddUserResult);
+
+void BM_FastBlock(benchmark::State& state)
+{
+    Pair p;
+    const QByteArray data = block(int(state.range(0)));
+    for (auto _ : state) p.sender.lanRemoteUpdateScreenResponse(kMac, data);
+    if (p.delivered != long(state.iterations())) state.SkipWithError("a message was lost");
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+    state.counters["ns/B"] =
+        benchmark::Counter(double(state.iterations()) * double(state.range(0)),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_FastBlock)
+    ->Arg(1 << 10)
+    ->Arg(16 << 10)
+    ->Arg(64 << 10)
+    ->Arg(1 << 20)
+    ->Arg((16 << 20) - 32);
+
+} // namespace
+
+// The function callgrind counts (--toggle-collect=roundTrips): everything
+// from the encoder call to the receiver's callback, N times.
+extern "C" __attribute__((noinline)) long roundTrips(Pair* p, const char* what, long n,
+                                                     const QStringList* names,
+                                                     const user_info* user, const QByteArray* data)
+{
+    const std::string w = what;
+    for (long i = 0; i < n; ++i) {
+        if (w == "logout")
+            p->sender.lanLogout(7);
+        else if (w == "delete")
+            p->sender.lanDeleteUser(*names);
+        else if (w == "adduser")
+            p->sender.lanAddUserResult(*user);
+        else
+            p->sender.lanRemoteUpdateScreenResponse(kMac, *data);
+    }
+    return p->delivered;
+}
+
+static long peakKiB()
+{
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    return u.ru_maxrss;
+}
+
+int main(int argc, char** argv)
+{
+    if (argc == 4 && std::strcmp(argv[1], "--loop") == 0) {
+        Pair p;
+        const QStringList names = tenNames();
+        const user_info user = sampleUser();
+        const QByteArray data = block(64 << 10);
+        const long n = std::atol(argv[3]);
+        roundTrips(&p, argv[2], 1, &names, &user, &data); // warm: first-use allocations
+        const long got = roundTrips(&p, argv[2], n, &names, &user, &data);
+        std::printf("%ld delivered\n", got);
+        return got == n + 1 ? 0 : 1;
+    }
+    if (argc == 3 && std::strcmp(argv[1], "--peak") == 0) {
+        const int size = std::atoi(argv[2]);
+        Pair p;
+        const QByteArray data = block(size);
+        p.sender.lanLogout(1); // first-use allocations out of the figure
+        const long before = peakKiB();
+        p.sender.lanRemoteUpdateScreenResponse(kMac, data);
+        const long after = peakKiB();
+        std::printf("block %d B: peak +%ld KiB = %.2f x the block\n", size, after - before,
+                    double(after - before) * 1024.0 / size);
+        return p.delivered == 2 ? 0 : 1;
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
