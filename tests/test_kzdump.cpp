@@ -127,7 +127,8 @@ TEST(Kzdump, HexStreamShowsWhatCannotBeDecodedAsSuch)
         "request Logout (0x0002), 1 frame, 9 bytes\n    value = 9  (i32 @0)\n",
         "6 messages, 1 drop notice\n",
     };
-    for (const char* e : expected) EXPECT_TRUE(out.contains(QString::fromUtf8(e))) << e << qPrintable(out);
+    for (const char* e : expected)
+        EXPECT_TRUE(out.contains(QString::fromUtf8(e))) << e << qPrintable(out);
 }
 
 TEST(Kzdump, JsonGivesOneObjectPerMessageWithTypedFields)

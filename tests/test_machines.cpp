@@ -259,7 +259,8 @@ TEST(Machines, DecodesHandBuiltAndCutPayloads)
         {unhex("01 11 06 06 6d 00 01 00 00 00 61 62"),
          arrives<Cb::LanRemoteUpdateScreenResultCB>(m, QByteArray("a"))},
     };
-    for (const auto& t : cases) EXPECT_EQ(dispatchBody(t.body), calls({t.arrival})) << qPrintable(hex(t.body));
+    for (const auto& t : cases)
+        EXPECT_EQ(dispatchBody(t.body), calls({t.arrival})) << qPrintable(hex(t.body));
     // The machine code travels as text: out of range keeps the low 8 bits, no number is 0.
     for (const auto& code : {std::make_pair("300", 44), {"-1", 255}, {"abc", 0}, {"", 0}}) {
         const QByteArray body = unhex("01 11 30 00") + "a" + '\0' + "t" + '\0' + code.first + '\0' +
