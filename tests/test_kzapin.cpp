@@ -61,7 +61,7 @@ void put(std::string& s, uint32_t v, int bytes)
     for (int i = 0; i < bytes; ++i) s += static_cast<char>((v >> (8 * i)) & 0xFF);
 }
 
-struct FrameSpec
+struct FrameFields
 {
     uint32_t seq = 0;
     std::string attr, data;
@@ -70,7 +70,7 @@ struct FrameSpec
     int64_t claimedLength = -1; // data length written in the header, -1 = real
 };
 
-std::string rawFrame(const FrameSpec& f)
+std::string rawFrame(const FrameFields& f)
 {
     std::string s = "KZ\x01";
     s += static_cast<char>(f.piece ? 1 : 0);
@@ -91,16 +91,16 @@ std::string rawFrame(const FrameSpec& f)
 
 std::string wholeFrame(uint32_t seq, const std::string& attr, const std::string& data)
 {
-    FrameSpec f;
+    FrameFields f;
     f.seq = seq;
     f.attr = attr;
     f.data = data;
     return rawFrame(f);
 }
 
-FrameSpec pieceSpec(uint32_t id, uint32_t total, uint32_t offset, const std::string& data)
+FrameFields pieceFields(uint32_t id, uint32_t total, uint32_t offset, const std::string& data)
 {
-    FrameSpec f;
+    FrameFields f;
     f.seq = id;
     f.data = data;
     f.piece = true;
@@ -112,11 +112,11 @@ FrameSpec pieceSpec(uint32_t id, uint32_t total, uint32_t offset, const std::str
 
 // Just the header and header CRC of a frame: all that a receiver reads
 // before it decides whether to wait for the rest.
-std::string headerOnly(const FrameSpec& f) { return rawFrame(f).substr(0, f.piece ? 30 : 18); }
+std::string headerOnly(const FrameFields& f) { return rawFrame(f).substr(0, f.piece ? 30 : 18); }
 
-FrameSpec claiming(int64_t length)
+FrameFields claiming(int64_t length)
 {
-    FrameSpec f;
+    FrameFields f;
     f.claimedLength = length;
     return f;
 }
@@ -429,7 +429,7 @@ TEST(Pack, CapacityAndArgumentLimits)
                   untouched.substr(static_cast<size_t>(r.written)));
         EXPECT_EQ(kz_protocol_pending(e)->count, r.pending);
         if (r.capacity == 0) { // the first piece, in the documented layout
-            EXPECT_EQ(out.substr(0, 100), rawFrame(pieceSpec(1, 300, 0, body.substr(0, 66))));
+            EXPECT_EQ(out.substr(0, 100), rawFrame(pieceFields(1, 300, 0, body.substr(0, 66))));
         }
         while (kz_list_node* node = kz_list_take_node(kz_protocol_pending(e),
                                                       kz_list_node_at(kz_protocol_pending(e), 0)))
@@ -605,7 +605,7 @@ TEST(Receive, TruncatedFrameDoesNotSwallowTheNextOnes)
 
 TEST(Receive, HugeClaimsAreDroppedWithoutAllocating)
 {
-    FrameSpec piece = pieceSpec(1, 0xFFFFFFFFu, 0, "");
+    FrameFields piece = pieceFields(1, 0xFFFFFFFFu, 0, "");
     piece.claimedLength = 10;
     Receiver rx;
     const size_t before = heapInUse();
@@ -678,10 +678,11 @@ TEST(Receive, BodyLimitAndPieceHeaderLimits)
 {
     // Pieces that are empty, run past their total, or carry an attr after
     // the first.
-    FrameSpec pastTotal = pieceSpec(1, 10, 5, "abcdef"), laterAttr = pieceSpec(1, 10, 3, "abc");
+    FrameFields pastTotal = pieceFields(1, 10, 5, "abcdef"),
+                laterAttr = pieceFields(1, 10, 3, "abc");
     laterAttr.attr = "x";
     Receiver rx(100);
-    rx.feed(rawFrame(pieceSpec(1, 10, 0, "")) + rawFrame(pastTotal) + rawFrame(laterAttr));
+    rx.feed(rawFrame(pieceFields(1, 10, 0, "")) + rawFrame(pastTotal) + rawFrame(laterAttr));
     EXPECT_EQ(rx.notices(), std::vector<std::string>(3, "frame header out of limits"));
 
     // The max-body option, on whole frames and on split bodies' totals.
@@ -787,8 +788,8 @@ TEST(Reassembly, PartialBodiesAreBoundedInNumberAndBytes)
     const std::string chunk = randomBytes(60000, 32);
     const size_t before = heapInUse();
     for (uint32_t id = 0; id < 100; ++id)
-        big.feed(rawFrame(pieceSpec(id, 1 << 20, 0, chunk)) +
-                 rawFrame(pieceSpec(id, 1 << 20, 60000, chunk)));
+        big.feed(rawFrame(pieceFields(id, 1 << 20, 0, chunk)) +
+                 rawFrame(pieceFields(id, 1 << 20, 60000, chunk)));
     EXPECT_LT(heapInUse() - before, (1u << 20) + 256u * 1024);
     EXPECT_EQ(big.noticeCount(), 96u);
 }
