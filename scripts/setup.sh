@@ -2,8 +2,11 @@
 # Installs what the build needs on a Debian machine, if it is missing.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ pkg-config ccache qtbase5-dev libgtest-dev libgmock-dev
-          libbenchmark-dev libssl-dev clang-14 libclang-rt-14-dev libfuzzer-14-dev)
+# qt6-base-dev for the Qt 6 build (-DQT_VERSION_MAJOR=6); dpkg-dev and file
+# for cpack's Debian packages (dpkg-shlibdeps).
+packages=(cmake ninja-build g++ pkg-config ccache qtbase5-dev qt6-base-dev libgtest-dev
+          libgmock-dev libbenchmark-dev libssl-dev clang-14 libclang-rt-14-dev libfuzzer-14-dev
+          dpkg-dev file)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -1,11 +1,39 @@
 #!/usr/bin/env bash
-# Installs the built library into a scratch prefix, then configures, builds
-# and runs a host project that finds it with find_package.
+# Builds and runs a host program against an installed kzresolver, once with
+# its CMake package and once with its pkg-config file.
+#
+#   run.sh QT_MAJOR BUILD_DIR   installs BUILD_DIR into a scratch prefix first
+#   run.sh QT_MAJOR --system    uses the copy installed on the machine (.deb)
 set -euo pipefail
-build="$1"; src="$(cd "$(dirname "$0")" && pwd)"
+major="$1"; where="$2"; src="$(cd "$(dirname "$0")" && pwd)"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
-cmake --install "$build" --prefix "$work/prefix" >/dev/null
-cmake -S "$src" -B "$work/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
-cmake --build "$work/consumer" >/dev/null
-LD_LIBRARY_PATH="$work/prefix/lib:$work/prefix/lib/x86_64-linux-gnu${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}" "$work/consumer/consumer"
+
+if [ "$where" = "--system" ]; then
+  prefix=/usr
+  cmake_prefix=()
+else
+  prefix="$work/prefix"
+  cmake --install "$where" --prefix "$prefix" >/dev/null
+  cmake_prefix=(-DCMAKE_PREFIX_PATH="$prefix")
+  libdirs=("$prefix"/lib "$prefix"/lib/*-linux-gnu "$prefix"/lib64)
+  pcdirs=()
+  for d in "${libdirs[@]}"; do [ -d "$d/pkgconfig" ] && pcdirs+=("$d/pkgconfig"); done
+  export PKG_CONFIG_PATH="$(IFS=:; echo "${pcdirs[*]}")${PKG_CONFIG_PATH:+:$PKG_CONFIG_PATH}"
+  export LD_LIBRARY_PATH="$(IFS=:; echo "${libdirs[*]}")${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
+  # The .pc file names the prefix the build was configured for; this copy
+  # went elsewhere.
+  for d in "${pcdirs[@]}"; do sed -i "s|^prefix=.*|prefix=$prefix|" "$d/kzresolver-qt$major.pc"; done
+fi
+
+echo "-- CMake: find_package(KZResolverQt$major)"
+cmake -S "$src" -B "$work/cmake" -G Ninja -DQT_VERSION_MAJOR="$major" "${cmake_prefix[@]}" >/dev/null
+cmake --build "$work/cmake" >/dev/null
+"$work/cmake/consumer"
+
+echo "-- pkg-config: kzresolver-qt$major"
+pc=(pkg-config kzresolver-qt"$major")
+# Qt asks for position-independent code in programs that use it.
+${CXX:-c++} -std=c++17 -fPIC -DKZ_EXPECT_QT="$major" "$src/consumer.cpp" -o "$work/pc-consumer" \
+  $("${pc[@]}" --cflags) $("${pc[@]}" --libs)
+"$work/pc-consumer"
