@@ -21,9 +21,6 @@ else
   for d in "${libdirs[@]}"; do [ -d "$d/pkgconfig" ] && pcdirs+=("$d/pkgconfig"); done
   export PKG_CONFIG_PATH="$(IFS=:; echo "${pcdirs[*]}")${PKG_CONFIG_PATH:+:$PKG_CONFIG_PATH}"
   export LD_LIBRARY_PATH="$(IFS=:; echo "${libdirs[*]}")${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
-  # The .pc file names the prefix the build was configured for; this copy
-  # went elsewhere.
-  for d in "${pcdirs[@]}"; do sed -i "s|^prefix=.*|prefix=$prefix|" "$d/kzresolver-qt$major.pc"; done
 fi
 
 echo "-- CMake: find_package(KZResolverQt$major)"
