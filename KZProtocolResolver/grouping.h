@@ -58,7 +58,7 @@ QVector<Lv1Group<T>> groupByPair(const QList<T>& records, QString T::*lv1, QStri
                 tree.append(Lv1Group<T>{id.first, {}});
             }
             QVector<Lv2Group<T>>& groups = tree[*l].groups;
-            p = pairs.insert(id, Pair{*l, groups.size(), {}});
+            p = pairs.insert(id, Pair{*l, int(groups.size()), {}});
             groups.append(Lv2Group<T>{id.second, {}});
         }
         const int before = p->keys.size();

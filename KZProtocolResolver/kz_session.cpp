@@ -47,7 +47,7 @@ void KZProtocolResolver::lanLogin(const QString& account, const QString& passwor
     const QByteArray cipher = encipher(password.toUtf8());
     d->send(Method::Login, Request,
             Payload() << str16{account} << count16(cipher.size())
-                      << raw{cipher.constData(), cipher.size()});
+                      << raw{cipher.constData(), int(cipher.size())});
 }
 
 void KZProtocolResolver::lanLoginResult(bool first, int code, bool second)

@@ -217,7 +217,7 @@ void KZProtocolResolver::lanQueryMacStatisticResult(
     // An invalid date gives -1: no day entries, and the receiver reads none.
     const qint64 n = from.isValid() && to.isValid() ? from.daysTo(to) + 1 : -1;
 
-    Payload p(32 + 16 * names.size() + 24 * int(qBound<qint64>(0, n + 1, 1 << 16)));
+    Payload p(32 + 16 * names.size() + 24 * int(qBound(qint64(0), n + 1, qint64(1) << 16)));
     p << strz{start} << strz{end} << count16(names.size());
     if (names.size() > 0xFFFF) p.noteLoss("statistics names beyond 16 bits", names.size());
     for (const QString& name : names) p << strz{name} << i32{m1.value(name)} << i32{m2.value(name)};

@@ -196,7 +196,7 @@ void KZProtocolResolver::lanMacTsfFileContent(int p, int q, int r, int len, cons
     Payload out(32 + data.size());
     out << i32{p} << i32{q} << i32{r} << i32{len};
     Field<blk16>::write(out, block);
-    out << raw{data.constData(), data.size()};
+    out << raw{data.constData(), int(data.size())};
     if (len != data.size()) out.noteLoss("content length unlike its data", len);
     d->send(Method::MacTsfFileContent, Request, out);
 }
