@@ -167,6 +167,8 @@ quint64 touch(const QList<T>& list)
     return h;
 }
 
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+// In Qt 6 QVector is QList, covered above.
 template <class T>
 quint64 touch(const QVector<T>& list)
 {
@@ -174,6 +176,7 @@ quint64 touch(const QVector<T>& list)
     for (const T& x : list) h = h * 31u + touch(x);
     return h;
 }
+#endif
 
 template <class K, class V>
 quint64 touch(const QMap<K, V>& map)

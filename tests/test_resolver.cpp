@@ -261,7 +261,7 @@ TEST(Receive, QueuedEventsAreFreedOnTeardownWithoutCallbacks)
         rx.setLanLogoutCB(&onLogout);
         auto* d = KZProtocolResolverPrivate::get(&rx);
         QByteArray body = logoutBody(5);
-        kz_event e{KZ_EVENT_DATA, d->engine, "data", body.data(), body.size(), 1, 0};
+        kz_event e{KZ_EVENT_DATA, d->engine, "data", body.data(), int(body.size()), 1, 0};
         KZProtocolResolverPrivate::eventHandler(&e);
         EXPECT_EQ(d->eventQueue.size(), 1);
     }
