@@ -154,10 +154,13 @@ inline quint64 touch(const QString& s) { return quint64(s.size()) * 31u + qHash(
 inline quint64 touch(const QByteArray& b) { return quint64(b.size()) * 31u + qHash(b); }
 inline quint64 touch(const QDate& d) { return quint64(d.toJulianDay()); }
 inline quint64 touch(const QVariant& v) { return quint64(v.userType()) + touch(v.toString()); }
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+// In Qt 6 QStringList is QList<QString>: this overload would call itself.
 inline quint64 touch(const QStringList& list)
 {
     return touch(static_cast<const QList<QString>&>(list));
 }
+#endif
 
 template <class T>
 quint64 touch(const QList<T>& list)
@@ -231,7 +234,9 @@ template <class K, class V>
 QString show(const QMap<K, V>& map);
 
 inline QString show(const QString& s) { return QLatin1Char('"') + s + QLatin1Char('"'); }
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
 inline QString show(const QStringList& l) { return show(static_cast<const QList<QString>&>(l)); }
+#endif
 inline QString show(const QByteArray& b) { return QString::fromLatin1(b.toHex(' ')); }
 inline QString show(const QDate& d) { return d.toString(Qt::ISODate); }
 inline QString show(const QVariant& v)
