@@ -138,7 +138,9 @@ inline quint64 touch(const QString& s);
 inline quint64 touch(const QByteArray& b);
 inline quint64 touch(const QDate& d);
 inline quint64 touch(const QVariant& v);
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
 inline quint64 touch(const QStringList& list);
+#endif
 template <class T>
 quint64 touch(const QList<T>& list);
 template <class T>
