@@ -33,6 +33,7 @@ bool Server::listen(const QHostAddress& address, quint16 port, QString* error)
         *error = QStringLiteral("cannot create the storage folder %1").arg(storageDir_);
         return false;
     }
+    removeStaleParts();
     if (listener_->listen(address, port)) return true;
     *error = listener_->errorString();
     return false;

@@ -73,6 +73,7 @@ public:
 private:
     friend class Client;
     void accept();
+    void removeStaleParts();
     void drop(Client* c);
 
     // One attach function per family, in a source file of its own.
