@@ -5,6 +5,7 @@
 #include "kzconnection.h"
 #include "server.h"
 #include "storage.h"
+#include "testdb.h"
 
 #include <gtest/gtest.h>
 
@@ -13,10 +14,8 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QSqlQuery>
 #include <QTcpSocket>
 #include <QTemporaryDir>
-#include <QUrl>
 
 #include <functional>
 #include <memory>
@@ -99,42 +98,12 @@ protected:
         ASSERT_TRUE(server->listen(QHostAddress::LocalHost, 0, &error)) << qPrintable(error);
     }
 
-    /// A fresh SQLite file, or the PostgreSQL database of KZ_TEST_DB,
-    /// emptied first.
-    QString database()
-    {
-        const QString url = qEnvironmentVariable("KZ_TEST_DB");
-        if (url.isEmpty()) return dir.filePath(QStringLiteral("server.sqlite"));
-        emptyPostgres(url);
-        return url;
-    }
-
-    static void emptyPostgres(const QString& url);
+    QString database() { return freshDatabase(dir); }
 
     QTemporaryDir dir;
     Storage storage;
     std::unique_ptr<Server> server;
 };
-
-void LanServer::emptyPostgres(const QString& url)
-{
-    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), QStringLiteral("wipe"));
-    {
-        const QUrl u(url);
-        db.setHostName(u.host());
-        db.setPort(u.port(5432));
-        db.setUserName(u.userName());
-        db.setPassword(u.password());
-        db.setDatabaseName(u.path().mid(1));
-        ASSERT_TRUE(db.open());
-        QSqlQuery q(db);
-        ASSERT_TRUE(q.exec(QStringLiteral("DROP SCHEMA public CASCADE")));
-        ASSERT_TRUE(q.exec(QStringLiteral("CREATE SCHEMA public")));
-        db.close();
-    }
-    db = QSqlDatabase();
-    QSqlDatabase::removeDatabase(QStringLiteral("wipe"));
-}
 
 TEST_F(LanServer, LoginPushesTheUserListAndRefusesWithoutSayingWhy)
 {
