@@ -108,6 +108,7 @@ private:
     QTcpServer* listener_ = nullptr;
     QSet<Client*> clients_;
     QHash<QString, Failures> failures_;
+    int lastTask_ = 0;
     QSet<QString> transfersInProgress_; ///< "<machine>/<name>" being received
 };
 
