@@ -46,10 +46,7 @@ void Server::shutdown()
 {
     listener_->close();
     const QSet<Client*> all = clients_;
-    for (Client* c : all) {
-        c->socket->disconnect(this);
-        drop(c);
-    }
+    for (Client* c : all) drop(c);
 }
 
 void Server::accept()

@@ -10,6 +10,8 @@
 #include <QFile>
 #include <QTcpSocket>
 
+#include <utility>
+
 /// One client: its socket, its connection (resolver) and its session.
 class Server::Client : public QObject
 {
