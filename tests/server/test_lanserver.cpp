@@ -17,6 +17,7 @@
 #include <QTcpSocket>
 #include <QTemporaryDir>
 
+#include <cstdlib>
 #include <functional>
 #include <memory>
 
@@ -240,6 +241,33 @@ TEST_F(LanServer, AnInterruptedTransferLeavesNoFileAndTheRepeatedOneIsKept)
     EXPECT_EQ(f.readAll(), file);
     EXPECT_EQ(storage.files(QStringLiteral("KZ-1")).value(0).md5,
               QString::fromLatin1(md5(file).toHex()));
+}
+
+TEST_F(LanServer, AClientThatAsksWithoutReadingIsCutOff)
+{
+    // Each request is answered with a year of daily entries; the client
+    // reads none of them.
+    QByteArray frames;
+    KZProtocolResolver encoder;
+    encoder.setReceiveData(&frames);
+    encoder.setParsePackResult([](void* ctx, char* bytes, int n) {
+        static_cast<QByteArray*>(ctx)->append(bytes, n);
+        std::free(bytes);
+    });
+    for (int i = 0; i < 4000; ++i)
+        encoder.lanQueryMacStatistic(QStringLiteral("KZ-1"), QStringLiteral("2024-01-01"),
+                                     QStringLiteral("2024-12-31"), QString());
+    QTcpSocket flood;
+    flood.setReadBufferSize(1);
+    flood.connectToHost(QHostAddress::LocalHost, server->port());
+    ASSERT_TRUE(flood.waitForConnected(5000));
+    flood.write(frames);
+    ASSERT_TRUE(waitFor([&] { return server->clientCount() == 1; }));
+    EXPECT_TRUE(waitFor([&] { return server->clientCount() == 0; }, 30000))
+        << "the unread replies would grow without bound";
+
+    Peer admin(server->port());
+    EXPECT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
 }
 
 } // namespace

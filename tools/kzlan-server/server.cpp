@@ -68,7 +68,9 @@ void Server::accept()
         // A client that asks without reading the answers is cut off before
         // its unread replies grow without bound.
         connect(c->conn, &KZConnection::frameSent, c, [this, c] {
-            if (c->socket->bytesToWrite() + c->conn->pendingBytes() <= kMaxUnreadBytes) return;
+            if (c->cutOff || c->socket->bytesToWrite() + c->conn->pendingBytes() <= kMaxUnreadBytes)
+                return;
+            c->cutOff = true;
             qCWarning(lcServer).noquote()
                 << c->peer << "leaves more than" << kMaxUnreadBytes << "bytes unread; disconnected";
             QMetaObject::invokeMethod(

@@ -27,7 +27,8 @@ public:
     bool loggedIn = false;
     bool admin = false;
     QString user;
-    bool loginPending = false; ///< a refusal is being delayed
+    bool loginPending = false; ///< a password is being checked, or a refusal delayed
+    bool cutOff = false;       ///< too much unread: being disconnected
 
     /// The file being received, if any.
     struct Incoming
