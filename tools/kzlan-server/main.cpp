@@ -109,7 +109,7 @@ int main(int argc, char** argv)
     Storage storage;
     QString error;
     if (!storage.open(location, &error)) {
-        fail(QStringLiteral("cannot open the database %1: %2").arg(location, error));
+        fail(QStringLiteral("cannot open the database %1: %2").arg(location, error.simplified()));
         return 1;
     }
     if (!storage.passwordOf(QStringLiteral("admin")).isNull()) {
