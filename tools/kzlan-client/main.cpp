@@ -14,8 +14,8 @@ namespace {
 const Command kCommands[] = {
     {"login", "", "log in and out: checks the server and the credentials", &cmdLogin},
     {"users list", "", "the users and their groups", &cmdUsersList},
-    {"users add", "NAME [--password PW] [--group LV1/LV2] [--text2 TEXT] [--text3 TEXT] [--flag]",
-     "adds a user", &cmdUsersAdd},
+    {"users add", "NAME --password PW [--group LV1/LV2] [--full-name TEXT] [--flag]",
+     "adds a user (group default: Default/Default)", &cmdUsersAdd},
     {"users delete", "NAME...", "deletes users", &cmdUsersDelete},
     {"users move", "NAME... --to LV1/LV2", "moves users to another group", &cmdUsersMove},
     {"machines list", "", "the machines and their groups", &cmdMachinesList},

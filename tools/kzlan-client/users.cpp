@@ -1,4 +1,6 @@
-// login and the users sub-commands.
+// login and the users sub-commands. An account carries its full name as its
+// second string and, when it is added, its password as the third; the server
+// stores only a hash of it and lists the third string empty.
 #include "commands.h"
 #include "output.h"
 
@@ -12,8 +14,7 @@ QJsonObject jsonOf(const user_info& u)
                        {QStringLiteral("lv2Group"), u.lv2Group},
                        {QStringLiteral("permission"), u.permission},
                        {QStringLiteral("flag"), u.flag},
-                       {QStringLiteral("text2"), u.text2},
-                       {QStringLiteral("text3"), u.text3},
+                       {QStringLiteral("fullName"), u.text2},
                        {QStringLiteral("groupPermission"), ::jsonOf(u.groupPermission)}};
 }
 
@@ -56,7 +57,7 @@ int cmdUsersList(Session& s, Args& a)
         printJson(rows);
     else
         printRows({QStringLiteral("name"), QStringLiteral("group"), QStringLiteral("permission"),
-                   QStringLiteral("flag"), QStringLiteral("text2"), QStringLiteral("text3")},
+                   QStringLiteral("flag"), QStringLiteral("fullName")},
                   rows);
     s.close();
     return ExitOk;
@@ -66,12 +67,12 @@ int cmdUsersAdd(Session& s, Args& a)
 {
     const QString password = a.option(QStringLiteral("password"));
     const QString group = a.option(QStringLiteral("group"), QStringLiteral("Default/Default"));
-    const QString text2 = a.option(QStringLiteral("text2"), password);
-    const QString text3 = a.option(QStringLiteral("text3"));
+    const QString fullName = a.option(QStringLiteral("full-name"));
     const bool flag = a.flag(QStringLiteral("flag"));
     QStringList rest;
     QString lv1, lv2;
     if (!a.positionals(&rest) || rest.size() != 1) return usageError();
+    if (password.isEmpty()) return usageError(QStringLiteral("a new user needs a --password"));
     if (!splitGroup(group, &lv1, &lv2)) return usageError(QStringLiteral("--group is LV1/LV2"));
     const QString name = rest[0];
     if (int rc = s.open()) return rc;
@@ -80,7 +81,8 @@ int cmdUsersAdd(Session& s, Args& a)
         added = u;
         s.finish();
     });
-    if (int rc = s.run([&] { s.lan().lanAddUser(name, text2, text3, lv1, lv2, flag); })) return rc;
+    if (int rc = s.run([&] { s.lan().lanAddUser(name, fullName, password, lv1, lv2, flag); }))
+        return rc;
     s.close();
     // The reply is the record as stored; another name (an empty one) means no.
     return report(
