@@ -3,10 +3,13 @@
 set -euo pipefail
 
 # qt6-base-dev for the Qt 6 build (-DQT_VERSION_MAJOR=6); dpkg-dev and file
-# for cpack's Debian packages (dpkg-shlibdeps).
+# for cpack's Debian packages (dpkg-shlibdeps). The Qt SQL drivers (SQLite,
+# PostgreSQL) of both majors for kzlan-server, and postgresql for its tests on
+# PostgreSQL (scripts/test-postgres.sh).
 packages=(cmake ninja-build g++ pkg-config ccache qtbase5-dev qt6-base-dev libgtest-dev
           libgmock-dev libbenchmark-dev libssl-dev clang-14 libclang-rt-14-dev libfuzzer-14-dev
-          dpkg-dev file)
+          dpkg-dev file libqt5sql5-sqlite libqt5sql5-psql libqt6sql6-sqlite libqt6sql6-psql
+          postgresql)
 
 missing=()
 for p in "${packages[@]}"; do

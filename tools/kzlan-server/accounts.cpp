@@ -1,0 +1,226 @@
+// Users, groups, operators and permissions.
+#include "server_p.h"
+
+namespace {
+
+// What the lists show of a user: never the password (text3).
+user_info shown(user_info u)
+{
+    u.text3.clear();
+    return u;
+}
+
+} // namespace
+
+void Server::attachAccounts(Client* c)
+{
+    KZConnection* k = c->conn;
+    KZProtocolResolver* r = c->r;
+
+    // -- users ---------------------------------------------------------------
+    connect(k, &KZConnection::addUser, c,
+            [=](const QString& name, const QString& text2, const QString& password,
+                const QString& lv1, const QString& lv2, bool flag) {
+                user_info u;
+                u.name = name;
+                u.text2 = text2;
+                u.lv1Group = lv1;
+                u.lv2Group = lv2;
+                u.flag = flag;
+                // The reply has no success flag: a refused user comes back
+                // with an empty name.
+                if (!allowed(c, "AddUser") || password.isEmpty() ||
+                    !storage_.addUser(u, Passwords::hash(password))) {
+                    qCInfo(lcServer).noquote() << c->peer << "could not add the user" << name;
+                    r->lanAddUserResult(user_info());
+                    return;
+                }
+                record(c, QString(), QStringLiteral("user added"), name);
+                r->lanAddUserResult(shown(*storage_.user(name)));
+                pushUsers(c);
+            });
+    connect(k, &KZConnection::deleteUser, c, [=](const QStringList& names) {
+        // The administrator account stays: without it nobody could log in
+        // to repair the server.
+        const bool ok = allowed(c, "DeleteUser") && !names.contains(QStringLiteral("admin")) &&
+                        storage_.deleteUsers(names);
+        if (ok) record(c, QString(), QStringLiteral("users deleted"), names.join(QLatin1Char(',')));
+        r->lanDeleteUserResponse(ok, names);
+        if (ok) pushUsers(c);
+    });
+    // UpdateClient: name, text2, new password (empty: unchanged), lv1, lv2,
+    // (unused), flag, (unused).
+    connect(k, &KZConnection::updateClient, c,
+            [=](const QString& name, const QString& text2, const QString& password,
+                const QString& lv1, const QString& lv2, const QString& s6, bool flag, bool b2) {
+                bool ok = allowed(c, "UpdateClient");
+                if (ok) {
+                    Storage::Transaction t(storage_);
+                    user_info u;
+                    u.name = name;
+                    u.text2 = text2;
+                    u.lv1Group = lv1;
+                    u.lv2Group = lv2;
+                    u.flag = flag;
+                    ok = storage_.updateUser(u) &&
+                         (password.isEmpty() ||
+                          storage_.setPassword(name, Passwords::hash(password))) &&
+                         t.commit();
+                }
+                if (ok) record(c, QString(), QStringLiteral("user updated"), name);
+                r->lanUpdateClientResponse(ok, name, text2, QString(), lv1, lv2, s6, flag, b2);
+                if (ok) pushUsers(c);
+            });
+    connect(k, &KZConnection::updateUserPermission, c, [=](const QString& name, int permission) {
+        const bool ok =
+            allowed(c, "UpdateUserPermission") && storage_.setUserPermission(name, permission);
+        r->lanUpdateUserPermissionResponse(ok, name, permission);
+        if (ok) pushUsers(c);
+    });
+    connect(k, &KZConnection::updateUserGroupPermission, c,
+            [=](const QString& name, const QMap<QString, QStringList>& groups) {
+                const bool ok = allowed(c, "UpdateUserGroupPermission") &&
+                                storage_.setUserGroupPermission(name, groups);
+                r->lanUpdateUserGroupPermissionResponse(ok, name, groups);
+                if (ok) pushUsers(c);
+            });
+
+    // -- groups --------------------------------------------------------------
+    connect(k, &KZConnection::addGroup, c,
+            [=](const QStringList& lv1Names, const QMap<QString, QStringList>& lv2ByLv1) {
+                if (!allowed(c, "AddGroup")) return; // the reply has no flag to say no
+                if (storage_.addGroups(lv1Names, lv2ByLv1))
+                    record(c, QString(), QStringLiteral("groups added"),
+                           lv1Names.join(QLatin1Char(',')));
+                r->lanAddGroupResponse();
+            });
+    connect(k, &KZConnection::sortItem, c,
+            [=](const QString& lv1, const QString& lv2, const QStringList& items) {
+                const bool ok = allowed(c, "SortItem") && storage_.sortItems(lv1, lv2, items);
+                r->lanSortItemResponse(ok, lv1, lv2, items);
+                if (ok) {
+                    pushUsers(c);
+                    pushMachines(c);
+                }
+            });
+    connect(
+        k, &KZConnection::moveUserToGroup, c,
+        [=](const QStringList& names, const QString& lv1, const QString& lv2) {
+            const bool ok = allowed(c, "MoveUserToGroup") && storage_.moveUsers(names, lv1, lv2);
+            if (ok)
+                record(c, QString(), QStringLiteral("users moved"),
+                       QStringLiteral("%1 to %2/%3").arg(names.join(QLatin1Char(',')), lv1, lv2));
+            r->lanMoveUserToGroupResponse(ok, names, lv1, lv2);
+            if (ok) pushUsers(c);
+        });
+    connect(k, &KZConnection::moveOperatorToGroup, c,
+            [=](const QStringList& names, const QString& lv1, const QString& lv2) {
+                const bool ok =
+                    allowed(c, "MoveOperatorToGroup") && storage_.moveOperators(names, lv1, lv2);
+                r->lanMoveOperatorToGroupResponse(ok, names, lv1, lv2);
+                if (ok) pushOperators(c);
+            });
+
+    // -- operators -------------------------------------------------------------
+    const auto operatorOf = [](const QString& s1, const QString& s2, const QString& s3,
+                               const QString& s4, const QString& s5, bool a, bool b) {
+        operator_user op;
+        op.name = s1;
+        op.text2 = s2;
+        op.text3 = s3;
+        op.text4 = s4;
+        op.text5 = s5;
+        op.flagA = a;
+        op.flagB = b;
+        return op;
+    };
+    connect(k, &KZConnection::addOperatorUser, c,
+            [=](const QString& s1, const QString& s2, const QString& s3, const QString& s4,
+                const QString& s5) {
+                const bool ok = allowed(c, "AddOperatorUser") &&
+                                storage_.addOperator(operatorOf(s1, s2, s3, s4, s5, false, false));
+                r->lanAddOperatorUserResponse(ok, s1, s2, s3, s4, s5, false, false);
+                if (ok) pushOperators(c);
+            });
+    connect(k, &KZConnection::addOperatorUsers, c, [=](const QList<QVariant>& rows) {
+        bool ok = allowed(c, "AddOperatorUsers");
+        if (ok) {
+            Storage::Transaction t(storage_);
+            for (const QVariant& row : rows) {
+                const QList<QVariant> v = row.toList();
+                ok = ok && storage_.addOperator(operatorOf(
+                               v.value(0).toString(), v.value(1).toString(), v.value(2).toString(),
+                               v.value(3).toString(), v.value(4).toString(), false, false));
+            }
+            ok = ok && t.commit();
+        }
+        r->lanAddOperatorUsersResponse(ok, rows);
+        if (ok) pushOperators(c);
+    });
+    connect(k, &KZConnection::updateOperator, c,
+            [=](const QString& s1, const QString& s2, const QString& s3, const QString& s4,
+                const QString& s5, bool a, bool b) {
+                const bool ok = allowed(c, "UpdateOperator") &&
+                                storage_.updateOperator(operatorOf(s1, s2, s3, s4, s5, a, b));
+                r->lanUpdateOperatorResponse(ok, s1, s2, s3, s4, s5, a, b);
+                if (ok) pushOperators(c);
+            });
+    connect(k, &KZConnection::deleteOperatorUser, c, [=](const QStringList& names) {
+        const bool ok = allowed(c, "DeleteOperatorUser") && storage_.deleteOperators(names);
+        r->lanDeleteOperatorUserResponse(ok, names);
+        if (ok) pushOperators(c);
+    });
+
+    // -- permissions -------------------------------------------------------------
+    // Entries are (user, first-level group or machine, second-level group).
+    // Add, edit and delete answer with the user's permissions as they now are.
+    const auto answerSet = [=](bool ok, const QString& target) {
+        QMap<QString, fctp_user2_power> powers;
+        for (const mac_user_power& e : storage_.permissions({target}))
+            powers.insert(e.key3.isEmpty() ? e.key2 : e.key2 + QLatin1Char('/') + e.key3, e.power);
+        r->lanSetPermissionResult(ok, target, powers);
+    };
+    connect(k, &KZConnection::queryPermission, c, [=](const QStringList& keys) {
+        r->lanQueryPermissionResult(allowed(c, "QueryPermission") ? storage_.permissions(keys)
+                                                                  : QList<mac_user_power>());
+    });
+    connect(k, &KZConnection::addPermission, c,
+            [=](const QStringList& keys, const QString& target, unsigned int power) {
+                bool ok = allowed(c, "AddPermission") && !target.isEmpty();
+                if (ok) {
+                    Storage::Transaction t(storage_);
+                    for (const QString& key : keys)
+                        ok = ok && storage_.setPermission(target, key, QString(), power);
+                    ok = ok && t.commit();
+                }
+                answerSet(ok, target);
+            });
+    connect(
+        k, &KZConnection::editPermission, c,
+        [=](const QMap<QString, QStringList>& scope, const QString& target, unsigned int power) {
+            bool ok = allowed(c, "EditPermission") && !target.isEmpty();
+            if (ok) {
+                Storage::Transaction t(storage_);
+                for (auto it = scope.cbegin(); it != scope.cend(); ++it) {
+                    if (it->isEmpty())
+                        ok = ok && storage_.setPermission(target, it.key(), QString(), power);
+                    for (const QString& lv2 : *it)
+                        ok = ok && storage_.setPermission(target, it.key(), lv2, power);
+                }
+                ok = ok && t.commit();
+            }
+            answerSet(ok, target);
+        });
+    connect(k, &KZConnection::delPermission, c, [=](const QMap<QString, QStringList>& scope) {
+        bool ok = allowed(c, "DelPermission");
+        if (ok) {
+            Storage::Transaction t(storage_);
+            for (auto it = scope.cbegin(); it != scope.cend(); ++it) {
+                if (it->isEmpty()) ok = ok && storage_.deletePermissions(it.key(), QString());
+                for (const QString& lv2 : *it) ok = ok && storage_.deletePermissions(it.key(), lv2);
+            }
+            ok = ok && t.commit();
+        }
+        answerSet(ok, QString());
+    });
+}

@@ -1,0 +1,93 @@
+// The machine registry, machine reports and the remote panel.
+#include "server_p.h"
+
+void Server::attachMachines(Client* c)
+{
+    KZConnection* k = c->conn;
+    KZProtocolResolver* r = c->r;
+
+    // A client (or a machine's gateway) sends its machines: they are
+    // registered or updated, announced as new to the others, and the list
+    // is pushed.
+    connect(k, &KZConnection::macInfo, c, [=](const QList<mac_info>& macs) {
+        if (!allowed(c, "MacInfo")) return;
+        QList<mac_info> added;
+        bool ok = true;
+        {
+            Storage::Transaction t(storage_);
+            for (const mac_info& m : macs) {
+                bool isNew = false;
+                ok = ok && storage_.putMachine(m, &isNew);
+                if (isNew) added.append(m);
+            }
+            ok = ok && t.commit();
+        }
+        r->lanMacInfoResponse();
+        if (!ok) return;
+        for (const mac_info& m : added) {
+            record(c, m.mac, QStringLiteral("machine added"), m.text2);
+            for (Client* other : std::as_const(clients_))
+                if (other != c && other->loggedIn) other->r->lanAddNewMacResponse(m);
+        }
+        pushMachines(c);
+    });
+    connect(k, &KZConnection::macInfoResult, c, [] {}); // a client's acknowledgement of a push
+    // EditMac has no reply: everyone, the sender included, gets the list.
+    connect(k, &KZConnection::editMac, c, [=](const QString& mac, const QString& text2) {
+        if (!allowed(c, "EditMac")) return;
+        if (!storage_.renameMachine(mac, text2)) {
+            qCInfo(lcServer).noquote() << c->peer << "edited the unknown machine" << mac;
+            return;
+        }
+        record(c, mac, QStringLiteral("machine edited"), text2);
+        pushMachines(nullptr);
+    });
+    connect(k, &KZConnection::deleteMac, c, [=](const QStringList& macs) {
+        const bool ok = allowed(c, "DeleteMac") && storage_.deleteMachines(macs);
+        if (ok)
+            record(c, QString(), QStringLiteral("machines deleted"), macs.join(QLatin1Char(',')));
+        r->lanDeleteMacResponse(ok, macs);
+        if (ok) pushMachines(c);
+    });
+    connect(k, &KZConnection::moveMacToGroup, c,
+            [=](const QStringList& macs, const QString& lv1, const QString& lv2) {
+                const bool ok =
+                    allowed(c, "MoveMacToGroup") && storage_.moveMachines(macs, lv1, lv2);
+                r->lanMoveMacToGroupResponse(ok, macs, lv1, lv2);
+                if (ok) pushMachines(c);
+            });
+
+    // Reports of a machine: kept in the event log.
+    connect(k, &KZConnection::macWorkLog, c,
+            [=](const QString& mac, const QString& date, const QString& text,
+                const QList<work_log>& logs, const QMap<QString, int>& counts,
+                const QMap<QString, oee_process_data>& processes) {
+                if (!allowed(c, "MacWorkLog")) return;
+                record(c, mac, QStringLiteral("work log"),
+                       QStringLiteral("%1 %2: %3 entries, %4 counts, %5 processes")
+                           .arg(date, text)
+                           .arg(logs.size())
+                           .arg(counts.size())
+                           .arg(processes.size()));
+                r->lanMacWorkLogResponse();
+            });
+    connect(k, &KZConnection::macDateTotal, c, [=](const QMap<QString, int>& totals) {
+        if (!allowed(c, "MacDateTotal")) return;
+        for (auto it = totals.cbegin(); it != totals.cend(); ++it)
+            record(c, it.key(), QStringLiteral("date total"), QString::number(*it));
+    });
+
+    // The server holds no link to a machine's panel: remote mode is refused.
+    connect(k, &KZConnection::remoteSetMode, c, [=](const QString& mac, int mode) {
+        if (allowed(c, "RemoteSetMode"))
+            qCInfo(lcServer).noquote()
+                << c->peer << "asked for remote mode" << mode << "on" << mac << "; no panel link";
+        r->lanRemoteSetModeResponse(false, mac, mode, 0, 0);
+    });
+    connect(k, &KZConnection::remoteScreenTouch, c,
+            [=](const QString& mac, unsigned char, unsigned short, unsigned short) {
+                if (allowed(c, "RemoteScreenTouch"))
+                    qCInfo(lcServer).noquote()
+                        << c->peer << "touched the panel of" << mac << "; no panel link";
+            });
+}

@@ -1,0 +1,243 @@
+// Accepting clients, their sessions, login and the pushes of lists.
+#include "server_p.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QTcpServer>
+#include <QTimer>
+
+#include <utility>
+
+Q_LOGGING_CATEGORY(lcServer, "kz.server")
+Q_LOGGING_CATEGORY(lcAuth, "kz.server.auth")
+
+Server::Client::Client(Server* server, QTcpSocket* socket)
+    : QObject(server), server(server), socket(socket), conn(new KZConnection(nullptr, this)),
+      r(conn->resolver()),
+      peer(QStringLiteral("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort()))
+{
+    conn->setDevice(socket, KZConnection::Ownership::Owned);
+}
+
+Server::Server(Storage& storage, const QString& storageDir, QObject* parent)
+    : QObject(parent), storage_(storage), storageDir_(storageDir), listener_(new QTcpServer(this))
+{
+    connect(listener_, &QTcpServer::newConnection, this, &Server::accept);
+}
+
+Server::~Server() { shutdown(); }
+
+bool Server::listen(const QHostAddress& address, quint16 port, QString* error)
+{
+    if (!QDir().mkpath(storageDir_)) {
+        *error = QStringLiteral("cannot create the storage folder %1").arg(storageDir_);
+        return false;
+    }
+    removeStaleParts();
+    if (listener_->listen(address, port)) return true;
+    *error = listener_->errorString();
+    return false;
+}
+
+QHostAddress Server::address() const { return listener_->serverAddress(); }
+quint16 Server::port() const { return listener_->serverPort(); }
+
+void Server::shutdown()
+{
+    listener_->close();
+    const QSet<Client*> all = clients_;
+    for (Client* c : all) {
+        c->socket->disconnect(this);
+        drop(c);
+    }
+}
+
+void Server::accept()
+{
+    while (QTcpSocket* socket = listener_->nextPendingConnection()) {
+        if (clients_.size() >= kMaxClients) {
+            qCWarning(lcServer) << "too many clients; closing the connection from"
+                                << socket->peerAddress().toString();
+            socket->abort();
+            socket->deleteLater();
+            continue;
+        }
+        socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        auto* c = new Client(this, socket);
+        clients_.insert(c);
+        qCInfo(lcServer).noquote() << c->peer << "connected;" << clients_.size() << "clients";
+        connect(c->conn, &KZConnection::disconnected, c, [this, c] { drop(c); });
+        // A client that asks without reading the answers is cut off before
+        // its unread replies grow without bound.
+        connect(c->conn, &KZConnection::frameSent, c, [this, c] {
+            if (c->socket->bytesToWrite() + c->conn->pendingBytes() <= kMaxUnreadBytes) return;
+            qCWarning(lcServer).noquote()
+                << c->peer << "leaves more than" << kMaxUnreadBytes << "bytes unread; disconnected";
+            QMetaObject::invokeMethod(
+                c, [c] { c->socket->abort(); }, Qt::QueuedConnection);
+        });
+        QTimer::singleShot(kLoginTimeoutMs, c, [c] {
+            if (c->loggedIn) return;
+            qCInfo(lcAuth).noquote() << c->peer << "did not log in in time; disconnected";
+            c->socket->abort();
+        });
+        attachSession(c);
+        attachAccounts(c);
+        attachMachines(c);
+        attachPlanning(c);
+        attachFiles(c);
+        attachLogs(c);
+    }
+}
+
+void Server::drop(Client* c)
+{
+    if (!clients_.remove(c)) return;
+    if (c->in.part.isOpen()) {
+        qCWarning(lcServer).noquote()
+            << c->peer << "left during the transfer of" << c->in.name << "after" << c->in.received
+            << "of" << c->in.size << "bytes; the partial file is deleted";
+        c->in.part.close();
+        c->in.part.remove();
+    }
+    transfersInProgress_.remove(c->in.key);
+    qCInfo(lcServer).noquote() << c->peer << "disconnected" << (c->loggedIn ? c->user : QString());
+    c->socket->abort();
+    c->deleteLater();
+}
+
+bool Server::allowed(Client* c, const char* what)
+{
+    if (c->loggedIn) return true;
+    qCInfo(lcAuth).noquote() << c->peer << "refused" << what << "before login";
+    return false;
+}
+
+void Server::record(Client* c, const QString& mac, const QString& kind, const QString& text)
+{
+    if (!storage_.addEvent(mac, kind, c ? c->user : QString(), text))
+        qCWarning(lcServer) << "could not log the event" << kind << text;
+}
+
+// -- login ---------------------------------------------------------------------
+
+int Server::loginDelayMs(int failures)
+{
+    if (failures <= 0) return 0;
+    return qMin(5000, 100 << qMin(failures - 1, 10));
+}
+
+int Server::failuresOf(const QString& key) const
+{
+    const auto it = failures_.constFind(key);
+    if (it == failures_.cend()) return 0;
+    // Forgotten a quarter of an hour after the last failure.
+    return QDateTime::currentMSecsSinceEpoch() - it->lastMs > 15 * 60 * 1000 ? 0 : it->count;
+}
+
+int Server::noteFailure(const QString& key)
+{
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    if (failures_.size() > 100000) { // bounded: old entries go first, then all
+        for (auto it = failures_.begin(); it != failures_.end();)
+            it = now - it->lastMs > 15 * 60 * 1000 ? failures_.erase(it) : std::next(it);
+        if (failures_.size() > 100000) failures_.clear();
+    }
+    Failures& f = failures_[key];
+    f.count = failuresOf(key) + 1;
+    f.lastMs = now;
+    return f.count;
+}
+
+void Server::attachSession(Client* c)
+{
+    connect(c->conn, &KZConnection::login, c, [this, c](const QString& account, const QString& pw) {
+        if (c->loginPending) {
+            qCInfo(lcAuth).noquote() << c->peer << "sent a login while its last one is pending";
+            return;
+        }
+        const QString password = Passwords::withoutPadding(pw);
+        const bool ok = Passwords::verify(password, storage_.passwordOf(account));
+        const QString byAddress = QStringLiteral("address ") + c->socket->peerAddress().toString();
+        const QString byName = QStringLiteral("name ") + account;
+        if (ok) {
+            failures_.remove(byAddress);
+            failures_.remove(byName);
+            c->loggedIn = true;
+            c->user = account;
+            c->admin = account == QLatin1String("admin");
+            c->r->setAccount(account);
+            qCInfo(lcAuth).noquote() << c->peer << "logged in as" << account;
+            record(c, QString(), QStringLiteral("login"), QStringLiteral("from ") + c->peer);
+            c->r->lanLoginResult(true, 0, c->admin);
+            sendLists(c);
+            return;
+        }
+        const int failures = qMax(noteFailure(byAddress), noteFailure(byName));
+        const int delay = loginDelayMs(failures);
+        qCWarning(lcAuth).noquote() << c->peer << "failed to log in as" << account << "(failure"
+                                    << failures << "), answering in" << delay << "ms";
+        record(nullptr, QString(), QStringLiteral("login refused"),
+               QStringLiteral("%1 from %2").arg(account, c->peer));
+        c->loggedIn = false;
+        c->loginPending = true;
+        QTimer::singleShot(delay, c, [c] {
+            c->loginPending = false;
+            c->r->lanLoginResult(false, 2, false);
+        });
+    });
+    connect(c->conn, &KZConnection::logout, c, [c](int) {
+        qCInfo(lcAuth).noquote() << c->peer << "logged out";
+        c->loggedIn = false;
+        c->socket->disconnectFromHost(); // after the replies already written
+    });
+}
+
+// -- pushes --------------------------------------------------------------------
+
+namespace {
+
+QStringList namesOf(const QList<operator_user>& ops)
+{
+    QStringList names;
+    for (const operator_user& op : ops) names.append(op.name);
+    return names;
+}
+
+QMap<QString, operator_user> tableOf(const QList<operator_user>& ops)
+{
+    QMap<QString, operator_user> table;
+    for (const operator_user& op : ops) table.insert(op.name, op);
+    return table;
+}
+
+} // namespace
+
+void Server::sendLists(Client* c)
+{
+    c->r->lanUserInfo(storage_.users());
+    c->r->lanMacInfo(storage_.machines());
+    const QList<operator_user> ops = storage_.operators();
+    c->r->lanOperatorUserInfo(namesOf(ops), tableOf(ops));
+}
+
+void Server::pushUsers(Client* except)
+{
+    const QList<user_info> users = storage_.users();
+    for (Client* c : std::as_const(clients_))
+        if (c != except && c->loggedIn) c->r->lanUserInfo(users);
+}
+
+void Server::pushMachines(Client* except)
+{
+    const QList<mac_info> macs = storage_.machines();
+    for (Client* c : std::as_const(clients_))
+        if (c != except && c->loggedIn) c->r->lanMacInfo(macs);
+}
+
+void Server::pushOperators(Client* except)
+{
+    const QList<operator_user> ops = storage_.operators();
+    for (Client* c : std::as_const(clients_))
+        if (c != except && c->loggedIn) c->r->lanOperatorUserInfo(namesOf(ops), tableOf(ops));
+}

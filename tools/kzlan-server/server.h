@@ -1,0 +1,114 @@
+// The LAN server: a QTcpServer with one KZConnection (one resolver) per
+// client, answering every request from the storage.
+//
+// What a client sees:
+// - Login: the reply is lanLoginResult(ok, code, admin) with code 0 when
+//   accepted and 2 when refused, whichever of name and password was wrong;
+//   failed attempts from one address or for one name slow down (100 ms,
+//   doubling up to 5 s). On success the server then pushes the user list
+//   (lanUserInfo), the machine list (lanMacInfo) and the operator table
+//   (lanOperatorUserInfo). Logout closes the connection.
+// - Before login every request is refused: replies that carry a success
+//   flag say no, requests without a reply are ignored.
+// - After a change to users or machines the new list is pushed to every
+//   other logged-in client (lanUserInfo, lanMacInfo; lanAddNewMacResponse
+//   for a machine that is new).
+// - A new user's password is the third string of lanAddUser (text3). Only
+//   its hash is stored; text3 is echoed and listed empty.
+// - File transfers follow the task sequence: add task, start, begin (size
+//   and MD5), chunks (each with its MD5, acknowledged with the bytes so
+//   far or -1), close (MD5 of the whole file), end. The file is written to
+//   <storage>/<machine>/<name>.part and renamed only when size and digests
+//   match; a dropped connection deletes the part.
+// - Log queries are answered from the server's event log (logins, changes,
+//   transfers, machine reports) as lanQueryAlarm2Result records, then
+//   lanQueryLogResponse("done").
+#ifndef KZLAN_SERVER_H
+#define KZLAN_SERVER_H
+
+#include <QHash>
+#include <QHostAddress>
+#include <QLoggingCategory>
+#include <QObject>
+#include <QSet>
+#include <QString>
+
+class QTcpServer;
+class Storage;
+
+Q_DECLARE_LOGGING_CATEGORY(lcServer)
+Q_DECLARE_LOGGING_CATEGORY(lcAuth)
+
+class Server : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// A client that leaves more than this many bytes of replies unread is
+    /// disconnected: a flood of requests cannot grow the server's memory.
+    static constexpr qint64 kMaxUnreadBytes = 8 * 1024 * 1024;
+    /// Connections beyond this number are closed at once.
+    static constexpr int kMaxClients = 1000;
+    /// A connection that has not logged in after this long is closed.
+    static constexpr int kLoginTimeoutMs = 60000;
+
+    /// A server over `storage`, keeping received files under `storageDir`.
+    Server(Storage& storage, const QString& storageDir, QObject* parent = nullptr);
+    ~Server() override;
+
+    bool listen(const QHostAddress& address, quint16 port, QString* error);
+    QHostAddress address() const;
+    quint16 port() const;
+    /// Stops listening and closes every connection (a transfer in progress
+    /// loses its part file).
+    void shutdown();
+    int clientCount() const { return clients_.size(); }
+
+    /// The delay before answering a failed login, in milliseconds, after
+    /// `failures` recent failures (the first one included).
+    static int loginDelayMs(int failures);
+
+    class Client;
+
+private:
+    friend class Client;
+    void accept();
+    void removeStaleParts();
+    void drop(Client* c);
+
+    // One attach function per family, in a source file of its own.
+    void attachSession(Client* c);
+    void attachAccounts(Client* c);
+    void attachMachines(Client* c);
+    void attachPlanning(Client* c);
+    void attachFiles(Client* c);
+    void attachLogs(Client* c);
+
+    /// False (and a log line) if `c` is not logged in.
+    bool allowed(Client* c, const char* what);
+    /// Records an event; failures are logged, never fatal to the request.
+    void record(Client* c, const QString& mac, const QString& kind, const QString& text);
+
+    // Pushes to every logged-in client but `except`.
+    void pushUsers(Client* except);
+    void pushMachines(Client* except);
+    void pushOperators(Client* except);
+    void sendLists(Client* c);
+
+    struct Failures
+    {
+        int count = 0;
+        qint64 lastMs = 0;
+    };
+    int noteFailure(const QString& key);
+    int failuresOf(const QString& key) const;
+
+    Storage& storage_;
+    QString storageDir_;
+    QTcpServer* listener_ = nullptr;
+    QSet<Client*> clients_;
+    QHash<QString, Failures> failures_;
+    QSet<QString> transfersInProgress_; ///< "<machine>/<name>" being received
+};
+
+#endif

@@ -1,0 +1,47 @@
+// Inside the server: the state of one connection.
+#ifndef KZLAN_SERVER_P_H
+#define KZLAN_SERVER_P_H
+
+#include "kzconnection.h"
+#include "server.h"
+#include "storage.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTcpSocket>
+
+/// One client: its socket, its connection (resolver) and its session.
+class Server::Client : public QObject
+{
+public:
+    Client(Server* server, QTcpSocket* socket);
+
+    Server* server;
+    QTcpSocket* socket;
+    KZConnection* conn;
+    KZProtocolResolver* r;
+    QString peer; ///< address:port, for the logs
+
+    bool loggedIn = false;
+    bool admin = false;
+    QString user;
+    bool loginPending = false; ///< a refusal is being delayed
+
+    /// The file being received, if any.
+    struct Incoming
+    {
+        QString mac;  ///< the machine named by the task; empty: shared
+        QString name; ///< the file's name, checked to be a plain name
+        QString key;  ///< "<machine>/<name>" in transfersInProgress_
+        int task = 0;
+        qint64 size = -1; ///< announced by the begin message
+        QByteArray digest;
+        QFile part;
+        qint64 received = 0;
+        int chunks = 0;
+        int lastTenth = 0;
+        QElapsedTimer clock;
+    } in;
+};
+
+#endif
