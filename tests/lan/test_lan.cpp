@@ -90,8 +90,8 @@ TEST_F(Lan, EverySubCommand)
         {"prices|set|tulip.dst|0.30000000000000004", 0, ""},
         {"prices|list", 0, "tulip.dst  0.3"},
         {"machines|list", 0, "mac"},
-        {"plans|2024-03-05", 0, "order"},
-        {"logs|KZ-0001|2024-05-06|2024-05-12", 0, "kind"},
+        {"plans|2024-03-05", 0, "date"},
+        {"logs|*|2000-01-01|2100-01-01", 0, "users moved"},
         {"users|delete|bob", 0, "deleted bob"},
         {"users|delete|nobody", 5, ""},
         {"users|move|nobody|--to|A/B", 5, ""},
@@ -174,17 +174,25 @@ TEST_F(Lan, InterruptedTransferThenRepeated)
 {
     QTemporaryDir dir;
     const QString path = makeFile(dir, QStringLiteral("rose.dst"), 3 * 1024 * 1024);
-    const QString kept = QDir(server.storage()).filePath(QStringLiteral("rose.dst"));
+    const QString shared = QDir(server.storage()).filePath(QStringLiteral("shared"));
+    const QString kept = QDir(shared).filePath(QStringLiteral("rose.dst"));
 
     // At 1 MiB/s the first progress report comes well before the end.
     auto slow = startClient(
         server, {QStringLiteral("send"), path, QStringLiteral("--limit"), QStringLiteral("1024")});
-    ASSERT_TRUE(waitFor([&] { return slow->readAllStandardError().contains('%'); }, 15000));
+    QByteArray progress;
+    ASSERT_TRUE(waitFor(
+        [&] {
+            progress += slow->readAllStandardError();
+            return progress.contains('%');
+        },
+        15000));
+    ASSERT_TRUE(QFile::exists(kept + QStringLiteral(".part"))); // under way
     ::kill(pid_t(slow->processId()), SIGKILL);
     slow->waitForFinished();
-    ASSERT_TRUE(
-        waitFor([&] { return QDir(server.storage()).entryList(QDir::Files).isEmpty(); }, 5000))
-        << QDir(server.storage()).entryList(QDir::Files).join(QLatin1Char(',')).toStdString();
+    // The server notices the closed connection and deletes the part.
+    ASSERT_TRUE(waitFor([&] { return QDir(shared).entryList(QDir::Files).isEmpty(); }, 5000))
+        << QDir(shared).entryList(QDir::Files).join(QLatin1Char(',')).toStdString();
     EXPECT_FALSE(QFile::exists(kept));
 
     const Outcome again = client(server, {QStringLiteral("send"), path});

@@ -119,7 +119,7 @@ int cmdPricesSet(Session& s, Args& a)
 
 int cmdSend(Session& s, Args& a)
 {
-    const QString mac = a.option(QStringLiteral("machine"), QStringLiteral("server"));
+    const QString mac = a.option(QStringLiteral("machine")); // none: a shared file
     const QString dir = a.option(QStringLiteral("dir"), QStringLiteral("/"));
     bool limitOk = true;
     const int limit = a.option(QStringLiteral("limit"), QStringLiteral("0")).toInt(&limitOk);

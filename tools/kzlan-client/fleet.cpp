@@ -4,9 +4,11 @@
 
 namespace {
 
-const QStringList kPlanColumns{QStringLiteral("order"),    QStringLiteral("product"),
-                               QStringLiteral("machine"),  QStringLiteral("shift"),
-                               QStringLiteral("quantity"), QStringLiteral("due")};
+// A plan row: one machine's quantity of a file on a date, a number and who
+// planned it.
+const QStringList kPlanColumns{QStringLiteral("date"),    QStringLiteral("file"),
+                               QStringLiteral("machine"), QStringLiteral("quantity"),
+                               QStringLiteral("n"),       QStringLiteral("author")};
 
 QJsonArray jsonOf(const QList<kz_log_process_entry>& entries)
 {
@@ -80,56 +82,52 @@ int cmdLogs(Session& s, Args& a)
     const int kind = a.option(QStringLiteral("kind"), QStringLiteral("0")).toInt(&kindOk);
     QStringList rest;
     if (!a.positionals(&rest) || rest.size() != 3 || !kindOk) return usageError();
-    const QString mac = rest[0], from = rest[1], to = rest[2];
+    // "*": every machine, and the server's own events.
+    const QString mac = rest[0] == QLatin1String("*") ? QString() : rest[0];
+    const QString from = rest[1], to = rest[2];
     if (int rc = s.open()) return rc;
 
     // The records come as data messages, one per log kind, and the closing
-    // answer ends them.
+    // answer ends them. Event records (the second generation of alarm
+    // records) have named columns; other kinds show their fields in one.
     QJsonArray rows;
-    const auto add = [&rows](const char* kind, const QString& text, QJsonValue fields) {
-        rows.append(QJsonObject{{QStringLiteral("kind"), QLatin1String(kind)},
-                                {QStringLiteral("text"), text},
+    const auto other = [&rows](const char* kind, const QString& mac, const QJsonArray& fields) {
+        rows.append(QJsonObject{{QStringLiteral("event"), QLatin1String(kind)},
+                                {QStringLiteral("machine"), mac},
+                                {QStringLiteral("text"), cellText(fields)},
                                 {QStringLiteral("fields"), fields}});
     };
     KZConnection& c = s.connection();
-    QObject::connect(
-        &c, &KZConnection::queryProcessResult, &s,
-        [&](const QString& t, const QList<kz_log_process>& list) {
-            for (const kz_log_process& r : list)
-                add("process", t, QJsonArray{r.text1, r.text2, r.text3, jsonOf(r.entries)});
-        });
-    QObject::connect(
-        &c, &KZConnection::queryRuntimeResult, &s,
-        [&](const QString& t, const QList<kz_log_runtime>& list) {
-            for (const kz_log_runtime& r : list) {
-                QJsonArray entries;
-                for (const kz_log_runtime_entry& e : r.entries)
-                    entries.append(QJsonArray{e.text1, e.text2, e.value3, e.value4, e.value5});
-                add("runtime", t, QJsonArray{r.text1, r.text2, r.text3, entries});
-            }
-        });
+    QObject::connect(&c, &KZConnection::queryAlarm2Result, &s,
+                     [&](const QString&, const QList<kz_log_alarm_info>& list) {
+                         for (const kz_log_alarm_info& r : list)
+                             rows.append(QJsonObject{{QStringLiteral("event"), r.text0},
+                                                     {QStringLiteral("machine"), r.text1},
+                                                     {QStringLiteral("date"), r.text2},
+                                                     {QStringLiteral("time"), r.text3},
+                                                     {QStringLiteral("text"), r.text4},
+                                                     {QStringLiteral("user"), r.text5},
+                                                     {QStringLiteral("id"), r.figure6}});
+                     });
+    QObject::connect(&c, &KZConnection::queryProcessResult, &s,
+                     [&](const QString& t, const QList<kz_log_process>& list) {
+                         for (const kz_log_process& r : list)
+                             other("process", t, {r.text1, r.text2, r.text3, jsonOf(r.entries)});
+                     });
     QObject::connect(&c, &KZConnection::queryAlarmResult, &s,
                      [&](const QString& t, const QList<kz_log_alarm>& list) {
                          for (const kz_log_alarm& r : list) {
                              QJsonArray entries;
                              for (const kz_log_alarm_entry& e : r.entries)
                                  entries.append(QJsonArray{e.text1, e.text2, e.text3, e.value4});
-                             add("alarm", t, QJsonArray{r.text1, r.text2, r.text3, entries});
+                             other("alarm", t, {r.text1, r.text2, r.text3, entries});
                          }
                      });
-    QObject::connect(
-        &c, &KZConnection::queryAlarm2Result, &s,
-        [&](const QString& t, const QList<kz_log_alarm_info>& list) {
-            for (const kz_log_alarm_info& r : list)
-                add("alarm", t,
-                    QJsonArray{r.text0, r.text1, r.text2, r.text3, r.text4, r.text5, r.figure6});
-        });
-    QObject::connect(
-        &c, &KZConnection::queryShutdownResult, &s,
-        [&](const QString& t, const QList<kz_log_shutdown>& list) {
-            for (const kz_log_shutdown& r : list)
-                add("shutdown", t, QJsonArray{r.text1, r.text2, r.text3, r.text4, r.value5});
-        });
+    QObject::connect(&c, &KZConnection::queryShutdownResult, &s,
+                     [&](const QString& t, const QList<kz_log_shutdown>& list) {
+                         for (const kz_log_shutdown& r : list)
+                             other("shutdown", t, {r.text1, r.text2, r.text3, r.text4, r.value5});
+                     });
     QString closing;
     QObject::connect(&c, &KZConnection::queryLogResult, &s, [&](const QString& t) {
         closing = t;
@@ -147,6 +145,8 @@ int cmdLogs(Session& s, Args& a)
                               {QStringLiteral("records"), rows},
                               {QStringLiteral("end"), closing}});
     else
-        printRows({QStringLiteral("kind"), QStringLiteral("text"), QStringLiteral("fields")}, rows);
+        printRows({QStringLiteral("date"), QStringLiteral("time"), QStringLiteral("machine"),
+                   QStringLiteral("event"), QStringLiteral("text"), QStringLiteral("user")},
+                  rows);
     return ExitOk;
 }

@@ -23,8 +23,11 @@ const Command kCommands[] = {
     {"prices list", "", "the price of every file", &cmdPricesList},
     {"prices set", "FILE PRICE", "sets the price of a file", &cmdPricesSet},
     {"send", "FILE [--machine MAC] [--dir DIR] [--limit KIB_PER_S]",
-     "sends a file to the server as a transfer task, with its progress on stderr", &cmdSend},
-    {"logs", "MACHINE FROM TO [--kind N]", "the logs of a machine between two dates", &cmdLogs},
+     "sends a file to the server for a machine (default: shared) as a transfer task,\n"
+     "      with its progress on stderr",
+     &cmdSend},
+    {"logs", "MACHINE FROM TO [--kind N]",
+     "the logs of a machine (* for all) from one date to another", &cmdLogs},
 };
 
 const Command* g_running = nullptr;
