@@ -54,21 +54,36 @@ echo "== kzlan-server on 127.0.0.1:$port (database $work/kzlan.sqlite), kzdump -
 head -c 102400 /dev/urandom >"$work/rose.dst"
 
 shown=0 # bytes of the tap's output already printed
+# After the first step, the login exchange and the lists the server sends
+# after it are shown as one line per message; a step that asks for one of
+# those lists passes its name (show=UserInfo) to see it whole.
+quiet=""
+show=""
 step() {
+  local words=() a
+  for a in "$@"; do
+    if [[ "$a" =~ ^[A-Za-z0-9_./:=-]+$ ]]; then words+=("$a"); else words+=("'$a'"); fi
+  done
   echo
-  echo "\$ kzlan-client $*"
+  echo "\$ kzlan-client ${words[*]}"
   local rc=0
   "$client" --port "$tap_port" "$@" 2>&1 || rc=$?
   # Let the tap print the last replies, then show what it decoded.
-  local size
   for _ in $(seq 50); do
+    tail -c +$((shown + 1)) "$work/tap.txt" | grep -q -- '^-- connection closed' && break
     sleep 0.1
-    size=$(stat -c %s "$work/tap.txt")
-    grep -q -- '-- connection closed' <(tail -c +$((shown + 1)) "$work/tap.txt") && break
   done
+  local size hide="$quiet"
   size=$(stat -c %s "$work/tap.txt")
-  tail -c +$((shown + 1)) "$work/tap.txt" | head -c $((size - shown)) | sed 's/^/    /'
+  [ -n "$show" ] && hide="$(sed "s/|$show//; s/($show|/(/" <<<"$hide")"
+  head -c "$size" "$work/tap.txt" | tail -c +$((shown + 1)) |
+    awk -v hide="$hide" '
+      /^#[0-9]+ / { quiet = hide != "" && $0 ~ hide }
+      /^-- / { quiet = 0 }
+      !quiet || /^#[0-9]+ / { print "    " $0 }'
   shown=$size
+  quiet=' (Login|UserInfo|MacInfo|OperatorUserInfo) \('
+  show=""
   if [ "$rc" -ne 0 ]; then
     echo "session: 'kzlan-client $*' failed with exit code $rc" >&2
     exit 1
@@ -77,15 +92,15 @@ step() {
 
 step login
 step users add carol --password carol-pw --full-name "Carol Meyer" --group "Plant A/Line 1"
-step users list
+show=UserInfo step users list
 step users move carol --to "Plant B/Line 3"
 step users delete carol
-step machines list
+show=MacInfo step machines list
 step plans 2024-03-05
 step prices set rose.dst 12.5
 step prices list
 step send "$work/rose.dst"
-step logs "" 2000-01-01 2100-01-01
+step logs '*' 2000-01-01 2100-01-01
 
 echo
 kill -TERM "$server_pid"
