@@ -105,11 +105,9 @@ TEST_F(Lan, EverySubCommand)
         const Outcome r = client(server, words(step.args));
         EXPECT_EQ(r.code, step.code) << r.err.constData();
         EXPECT_TRUE(r.out.contains(step.out)) << r.out.constData();
-        // A refusal is one line on stderr; a usage error adds the usage line.
-        if (step.code == 5) {
+        // Whatever went wrong is one line on stderr.
+        if (step.code != 0) {
             EXPECT_EQ(r.err.count('\n'), 1) << r.err.constData();
-        } else if (step.code == 1) {
-            EXPECT_GE(r.err.count('\n'), 1);
         }
     }
     EXPECT_EQ(userNames(server), QStringList{QStringLiteral("admin")});

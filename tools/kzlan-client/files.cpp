@@ -23,25 +23,30 @@ class Progress
 public:
     explicit Progress(QString name) : name_(std::move(name)), tty_(isatty(fileno(stderr))) {}
 
+    /// A percent report (with the bytes so far); on a terminal the bar moves
+    /// at once, otherwise the line waits for the speed report that follows.
     void percent(int percent, qint64 bytes)
     {
         percent_ = qBound(0, percent, 100);
         bytes_ = bytes;
-        show();
+        pending_ = true;
+        if (tty_) show();
     }
     void speed(int kibPerSecond)
     {
         speed_ = kibPerSecond;
-        if (tty_) show();
+        show();
     }
     void end()
     {
+        if (pending_) show();
         if (tty_ && drawn_) std::fputc('\n', stderr);
     }
 
 private:
     void show()
     {
+        pending_ = false;
         const QString figures =
             QStringLiteral("%1% %2 KiB, %3 KiB/s").arg(percent_, 3).arg(bytes_ / 1024).arg(speed_);
         if (tty_) {
@@ -62,6 +67,7 @@ private:
     QString name_;
     bool tty_;
     bool drawn_ = false;
+    bool pending_ = false; ///< a percent not shown yet
     int percent_ = 0;
     int lastTenth_ = 0;
     qint64 bytes_ = 0;

@@ -57,12 +57,13 @@ void usage(FILE* to)
 
 int usageError(const QString& why)
 {
-    if (!why.isEmpty()) printError(why);
-    if (g_running)
-        std::fprintf(stderr, "usage: kzlan-client [options] %s %s\n", g_running->name,
-                     g_running->args);
-    else
-        std::fprintf(stderr, "usage: kzlan-client [options] <sub-command> [args]; see --help\n");
+    const QString usage =
+        g_running
+            ? QStringLiteral("usage: kzlan-client [options] %1 %2")
+                  .arg(QLatin1String(g_running->name), QLatin1String(g_running->args))
+                  .trimmed()
+            : QStringLiteral("usage: kzlan-client [options] <sub-command> [args]; see --help");
+    printError(why.isEmpty() ? usage : QStringLiteral("%1 (%2)").arg(why, usage));
     return ExitUsage;
 }
 
