@@ -64,6 +64,14 @@ QString makeFile(const QTemporaryDir& dir, const QString& name, int bytes)
     return path;
 }
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kAddressSanitizer = true;
+#elif defined(__has_feature)
+constexpr bool kAddressSanitizer = __has_feature(address_sanitizer);
+#else
+constexpr bool kAddressSanitizer = false;
+#endif
+
 class Lan : public ::testing::Test
 {
 protected:
@@ -330,8 +338,13 @@ TEST_F(Lan, FiftyClientsAtOnce)
                 "[ figures  ] server RSS %ld KiB before, after each round (KiB): %s\n",
                 kClients, kRounds, qPrintable(seconds.join(QStringLiteral(", "))), before,
                 qPrintable(figures.join(QStringLiteral(", "))));
-    EXPECT_LE(rss.last() - rss.first(), kBoundKiB)
-        << qPrintable(figures.join(QStringLiteral(", ")));
+    // Under AddressSanitizer freed memory waits in quarantine and the resident
+    // size grows regardless; its leak check at the server's exit stands in.
+    if (!kAddressSanitizer) {
+        EXPECT_LE(rss.last() - rss.first(), kBoundKiB)
+            << qPrintable(figures.join(QStringLiteral(", ")));
+    }
+    EXPECT_EQ(server.terminate(), 0); // with no leak reported, under the sanitizers
 }
 
 } // namespace
