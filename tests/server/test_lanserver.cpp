@@ -5,6 +5,7 @@
 #include "kzconnection.h"
 #include "server.h"
 #include "storage.h"
+#include "testdb.h"
 
 #include <gtest/gtest.h>
 
@@ -13,11 +14,10 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QSqlQuery>
 #include <QTcpSocket>
 #include <QTemporaryDir>
-#include <QUrl>
 
+#include <cstdlib>
 #include <functional>
 #include <memory>
 
@@ -54,6 +54,11 @@ struct Peer
     bool loginOk = false;
     int loginCode = -1;
     QList<QList<user_info>> userLists;
+    QList<bool> deleteResults;
+    int task = 0; ///< as the server numbered the last task
+    QList<int> beginStatus;
+    QList<int> acknowledged; ///< bytes so far per chunk, -1 for a refused one
+    QList<bool> ends;
 
     explicit Peer(quint16 port)
     {
@@ -64,6 +69,17 @@ struct Peer
         });
         QObject::connect(&conn, &KZConnection::userInfo,
                          [this](const QList<user_info>& users) { userLists.append(users); });
+        QObject::connect(&conn, &KZConnection::deleteUserResult,
+                         [this](bool ok, const QStringList&) { deleteResults.append(ok); });
+        QObject::connect(&conn, &KZConnection::macTsfFileAddTaskUi,
+                         [this](bool, const QString&, const QString&, int n, const QString&,
+                                const QString&, const QString&) { task = n; });
+        QObject::connect(&conn, &KZConnection::macTsfFileBeginResult,
+                         [this](int, int status, int) { beginStatus.append(status); });
+        QObject::connect(&conn, &KZConnection::macTsfFileContentResult,
+                         [this](int, int received) { acknowledged.append(received); });
+        QObject::connect(&conn, &KZConnection::macTsfFileEnd,
+                         [this](int, const QString&, bool ok) { ends.append(ok); });
         socket.connectToHost(QHostAddress::LocalHost, port);
     }
     bool login(const QString& name, const QString& password)
@@ -99,42 +115,12 @@ protected:
         ASSERT_TRUE(server->listen(QHostAddress::LocalHost, 0, &error)) << qPrintable(error);
     }
 
-    /// A fresh SQLite file, or the PostgreSQL database of KZ_TEST_DB,
-    /// emptied first.
-    QString database()
-    {
-        const QString url = qEnvironmentVariable("KZ_TEST_DB");
-        if (url.isEmpty()) return dir.filePath(QStringLiteral("server.sqlite"));
-        emptyPostgres(url);
-        return url;
-    }
-
-    static void emptyPostgres(const QString& url);
+    QString database() { return freshDatabase(dir); }
 
     QTemporaryDir dir;
     Storage storage;
     std::unique_ptr<Server> server;
 };
-
-void LanServer::emptyPostgres(const QString& url)
-{
-    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), QStringLiteral("wipe"));
-    {
-        const QUrl u(url);
-        db.setHostName(u.host());
-        db.setPort(u.port(5432));
-        db.setUserName(u.userName());
-        db.setPassword(u.password());
-        db.setDatabaseName(u.path().mid(1));
-        ASSERT_TRUE(db.open());
-        QSqlQuery q(db);
-        ASSERT_TRUE(q.exec(QStringLiteral("DROP SCHEMA public CASCADE")));
-        ASSERT_TRUE(q.exec(QStringLiteral("CREATE SCHEMA public")));
-        db.close();
-    }
-    db = QSqlDatabase();
-    QSqlDatabase::removeDatabase(QStringLiteral("wipe"));
-}
 
 TEST_F(LanServer, LoginPushesTheUserListAndRefusesWithoutSayingWhy)
 {
@@ -150,6 +136,138 @@ TEST_F(LanServer, LoginPushesTheUserListAndRefusesWithoutSayingWhy)
     ASSERT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
     ASSERT_TRUE(waitFor([&] { return !admin.userLists.isEmpty(); }));
     EXPECT_EQ(namesOf(admin.userLists.last()), QStringList{QStringLiteral("admin")});
+}
+
+TEST_F(LanServer, AChangeIsPushedToTheOthersAndNothingIsDoneBeforeLogin)
+{
+    Peer stranger(server->port());
+    ASSERT_TRUE(
+        waitFor([&] { return stranger.socket.state() == QAbstractSocket::ConnectedState; }));
+    stranger.r.lanDeleteUser({QStringLiteral("admin")});
+    ASSERT_TRUE(waitFor([&] { return !stranger.deleteResults.isEmpty(); }));
+    EXPECT_FALSE(stranger.deleteResults[0]);
+    stranger.r.lanAddUser(QStringLiteral("mallory"), QString(), QStringLiteral("pw"), QString(),
+                          QString(), false);
+
+    Peer admin(server->port());
+    Peer watcher(server->port());
+    ASSERT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+    ASSERT_TRUE(watcher.login(QStringLiteral("admin"), kAdminPassword));
+    ASSERT_TRUE(waitFor([&] { return watcher.userLists.size() == 1; }));
+    EXPECT_EQ(storage.userCount(), 1) << "nothing was added before login";
+
+    // A new user, whose password is the third string, can log in; the
+    // others see the new list.
+    user_info added;
+    QObject::connect(&admin.conn, &KZConnection::addUserResult,
+                     [&](const user_info& u) { added = u; });
+    admin.r.lanAddUser(QStringLiteral("carol"), QStringLiteral("Carol"), QStringLiteral("c-pw"),
+                       QStringLiteral("plant"), QStringLiteral("hall 1"), true);
+    ASSERT_TRUE(waitFor([&] { return watcher.userLists.size() == 2; }));
+    EXPECT_EQ(added.name, QStringLiteral("carol"));
+    EXPECT_TRUE(added.text3.isEmpty()) << "the password is not echoed";
+    EXPECT_EQ(namesOf(watcher.userLists.last()),
+              (QStringList{QStringLiteral("admin"), QStringLiteral("carol")}));
+    Peer carol(server->port());
+    EXPECT_TRUE(carol.login(QStringLiteral("carol"), QStringLiteral("c-pw")));
+
+    admin.r.lanDeleteUser({QStringLiteral("carol")});
+    ASSERT_TRUE(waitFor([&] { return watcher.userLists.size() >= 3; }));
+    EXPECT_EQ(admin.deleteResults, QList<bool>{true});
+    EXPECT_EQ(namesOf(watcher.userLists.last()), QStringList{QStringLiteral("admin")});
+}
+
+TEST_F(LanServer, GarbageIsDroppedAndTheServerGoesOn)
+{
+    QTcpSocket garbage;
+    garbage.connectToHost(QHostAddress::LocalHost, server->port());
+    ASSERT_TRUE(garbage.waitForConnected(5000));
+    QByteArray noise(256 * 1024, '\0');
+    quint32 x = 2463534242u;
+    for (char& ch : noise) {
+        x ^= x << 13;
+        x ^= x >> 17;
+        x ^= x << 5;
+        ch = char(x);
+    }
+    garbage.write(noise);
+    Peer admin(server->port());
+    EXPECT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+    EXPECT_EQ(server->clientCount(), 2);
+}
+
+TEST_F(LanServer, AnInterruptedTransferLeavesNoFileAndTheRepeatedOneIsKept)
+{
+    QByteArray file(300 * 1024, '\0');
+    for (int i = 0; i < file.size(); ++i) file[i] = char(i * 7 + i / 1000);
+    const QString kept = dir.filePath(QStringLiteral("files/machines/KZ-1/rose.dst"));
+    const auto announce = [&](Peer& p) {
+        p.r.lanMacTsfFileAddTask(true, QStringLiteral("KZ-1"), QStringLiteral("job"),
+                                 QStringLiteral("/"), true, {QStringLiteral("rose.dst")});
+        p.r.lanMacTsfFileTaskStart();
+        p.r.lanMacTsfFileTaskBegin(file.size(), md5(file));
+        return waitFor([&] { return !p.beginStatus.isEmpty(); }) && p.beginStatus[0] == 0;
+    };
+    const auto sendChunk = [&](Peer& p, int i, const QByteArray& digestOverride = QByteArray()) {
+        const QByteArray chunk = file.mid(i * 65536, 65536);
+        const int before = p.acknowledged.size();
+        p.r.lanMacTsfFileContent(p.task, i, i * 65536, chunk.size(),
+                                 digestOverride.isEmpty() ? md5(chunk) : digestOverride, chunk);
+        return waitFor([&] { return p.acknowledged.size() > before; }) ? p.acknowledged.last() : -2;
+    };
+    {
+        auto cut = std::make_unique<Peer>(server->port());
+        ASSERT_TRUE(cut->login(QStringLiteral("admin"), kAdminPassword));
+        ASSERT_TRUE(announce(*cut));
+        EXPECT_EQ(sendChunk(*cut, 0), 65536);
+        EXPECT_EQ(sendChunk(*cut, 1, QByteArray(16, 'x')), -1) << "a chunk whose digest is wrong";
+        EXPECT_EQ(sendChunk(*cut, 1), 2 * 65536) << "sent again, taken";
+        ASSERT_TRUE(QFile::exists(kept + QStringLiteral(".part")));
+        cut->socket.abort();
+    }
+    ASSERT_TRUE(waitFor([&] { return server->clientCount() == 0; }));
+    EXPECT_FALSE(QFile::exists(kept + QStringLiteral(".part")));
+    EXPECT_FALSE(QFile::exists(kept));
+
+    Peer whole(server->port());
+    ASSERT_TRUE(whole.login(QStringLiteral("admin"), kAdminPassword));
+    ASSERT_TRUE(announce(whole));
+    for (int i = 0; i * 65536 < file.size(); ++i) ASSERT_GT(sendChunk(whole, i), 0);
+    whole.r.lanMacTsfFileClose(whole.task, 5, md5(file));
+    ASSERT_TRUE(waitFor([&] { return !whole.ends.isEmpty(); }));
+    EXPECT_TRUE(whole.ends[0]);
+    QFile f(kept);
+    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+    EXPECT_EQ(f.readAll(), file);
+    EXPECT_EQ(storage.files(QStringLiteral("KZ-1")).value(0).md5,
+              QString::fromLatin1(md5(file).toHex()));
+}
+
+TEST_F(LanServer, AClientThatAsksWithoutReadingIsCutOff)
+{
+    // Each request is answered with a year of daily entries; the client
+    // reads none of them.
+    QByteArray frames;
+    KZProtocolResolver encoder;
+    encoder.setReceiveData(&frames);
+    encoder.setParsePackResult([](void* ctx, char* bytes, int n) {
+        static_cast<QByteArray*>(ctx)->append(bytes, n);
+        std::free(bytes);
+    });
+    for (int i = 0; i < 4000; ++i)
+        encoder.lanQueryMacStatistic(QStringLiteral("KZ-1"), QStringLiteral("2024-01-01"),
+                                     QStringLiteral("2024-12-31"), QString());
+    QTcpSocket flood;
+    flood.setReadBufferSize(1);
+    flood.connectToHost(QHostAddress::LocalHost, server->port());
+    ASSERT_TRUE(flood.waitForConnected(5000));
+    flood.write(frames);
+    ASSERT_TRUE(waitFor([&] { return server->clientCount() == 1; }));
+    EXPECT_TRUE(waitFor([&] { return server->clientCount() == 0; }, 30000))
+        << "the unread replies would grow without bound";
+
+    Peer admin(server->port());
+    EXPECT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
 }
 
 } // namespace

@@ -71,7 +71,6 @@ void Server::attachFiles(Client* c)
     connect(k, &KZConnection::macTsfFileAddTask, c,
             [=, &in](bool upload, const QString& mac, const QString& task, const QString& dir,
                      bool overwrite, const QStringList& files) {
-                static int lastTask = 0;
                 const QString name = files.value(0);
                 const QString key = mac + QLatin1Char('/') + name;
                 QString refusal;
@@ -97,7 +96,7 @@ void Server::attachFiles(Client* c)
                 in.mac = mac;
                 in.name = name;
                 in.key = key;
-                in.task = ++lastTask;
+                in.task = ++lastTask_;
                 in.size = -1;
                 transfersInProgress_.insert(key);
                 r->lanMacTsfFileAddTaskUi(true, mac, name, in.task, dir, QStringLiteral("queued"),

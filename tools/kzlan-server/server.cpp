@@ -3,6 +3,7 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QPointer>
 #include <QTcpServer>
 #include <QTimer>
 
@@ -46,10 +47,7 @@ void Server::shutdown()
 {
     listener_->close();
     const QSet<Client*> all = clients_;
-    for (Client* c : all) {
-        c->socket->disconnect(this);
-        drop(c);
-    }
+    for (Client* c : all) drop(c);
 }
 
 void Server::accept()
@@ -70,7 +68,9 @@ void Server::accept()
         // A client that asks without reading the answers is cut off before
         // its unread replies grow without bound.
         connect(c->conn, &KZConnection::frameSent, c, [this, c] {
-            if (c->socket->bytesToWrite() + c->conn->pendingBytes() <= kMaxUnreadBytes) return;
+            if (c->cutOff || c->socket->bytesToWrite() + c->conn->pendingBytes() <= kMaxUnreadBytes)
+                return;
+            c->cutOff = true;
             qCWarning(lcServer).noquote()
                 << c->peer << "leaves more than" << kMaxUnreadBytes << "bytes unread; disconnected";
             QMetaObject::invokeMethod(
@@ -156,40 +156,57 @@ void Server::attachSession(Client* c)
             qCInfo(lcAuth).noquote() << c->peer << "sent a login while its last one is pending";
             return;
         }
-        const QString password = Passwords::withoutPadding(pw);
-        const bool ok = Passwords::verify(password, storage_.passwordOf(account));
-        const QString byAddress = QStringLiteral("address ") + c->socket->peerAddress().toString();
-        const QString byName = QStringLiteral("name ") + account;
-        if (ok) {
-            failures_.remove(byAddress);
-            failures_.remove(byName);
-            c->loggedIn = true;
-            c->user = account;
-            c->admin = account == QLatin1String("admin");
-            c->r->setAccount(account);
-            qCInfo(lcAuth).noquote() << c->peer << "logged in as" << account;
-            record(c, QString(), QStringLiteral("login"), QStringLiteral("from ") + c->peer);
-            c->r->lanLoginResult(true, 0, c->admin);
-            sendLists(c);
-            return;
-        }
-        const int failures = qMax(noteFailure(byAddress), noteFailure(byName));
-        const int delay = loginDelayMs(failures);
-        qCWarning(lcAuth).noquote() << c->peer << "failed to log in as" << account << "(failure"
-                                    << failures << "), answering in" << delay << "ms";
-        record(nullptr, QString(), QStringLiteral("login refused"),
-               QStringLiteral("%1 from %2").arg(account, c->peer));
-        c->loggedIn = false;
+        // The hash is worked out on the pool, so that other clients are
+        // served meanwhile; the answer comes back to this thread.
         c->loginPending = true;
-        QTimer::singleShot(delay, c, [c] {
-            c->loginPending = false;
-            c->r->lanLoginResult(false, 2, false);
+        const PasswordHash stored = storage_.passwordOf(account);
+        const QString password = Passwords::withoutPadding(pw);
+        const QPointer<Client> guard(c);
+        hashing_.start([this, guard, account, password, stored] {
+            const bool ok = Passwords::verify(password, stored);
+            QMetaObject::invokeMethod(
+                this,
+                [this, guard, account, ok] {
+                    if (guard) finishLogin(guard, account, ok);
+                },
+                Qt::QueuedConnection);
         });
     });
     connect(c->conn, &KZConnection::logout, c, [c](int) {
         qCInfo(lcAuth).noquote() << c->peer << "logged out";
         c->loggedIn = false;
         c->socket->disconnectFromHost(); // after the replies already written
+    });
+}
+
+void Server::finishLogin(Client* c, const QString& account, bool ok)
+{
+    const QString byAddress = QStringLiteral("address ") + c->socket->peerAddress().toString();
+    const QString byName = QStringLiteral("name ") + account;
+    if (ok) {
+        failures_.remove(byAddress);
+        failures_.remove(byName);
+        c->loginPending = false;
+        c->loggedIn = true;
+        c->user = account;
+        c->admin = account == QLatin1String("admin");
+        c->r->setAccount(account);
+        qCInfo(lcAuth).noquote() << c->peer << "logged in as" << account;
+        record(c, QString(), QStringLiteral("login"), QStringLiteral("from ") + c->peer);
+        c->r->lanLoginResult(true, 0, c->admin);
+        sendLists(c);
+        return;
+    }
+    const int failures = qMax(noteFailure(byAddress), noteFailure(byName));
+    const int delay = loginDelayMs(failures);
+    qCWarning(lcAuth).noquote() << c->peer << "failed to log in as" << account << "(failure"
+                                << failures << "), answering in" << delay << "ms";
+    record(nullptr, QString(), QStringLiteral("login refused"),
+           QStringLiteral("%1 from %2").arg(account, c->peer));
+    c->loggedIn = false;
+    QTimer::singleShot(delay, c, [c] {
+        c->loginPending = false;
+        c->r->lanLoginResult(false, 2, false);
     });
 }
 

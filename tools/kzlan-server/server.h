@@ -32,6 +32,7 @@
 #include <QObject>
 #include <QSet>
 #include <QString>
+#include <QThreadPool>
 
 class QTcpServer;
 class Storage;
@@ -78,6 +79,7 @@ private:
 
     // One attach function per family, in a source file of its own.
     void attachSession(Client* c);
+    void finishLogin(Client* c, const QString& account, bool ok);
     void attachAccounts(Client* c);
     void attachMachines(Client* c);
     void attachPlanning(Client* c);
@@ -108,7 +110,9 @@ private:
     QTcpServer* listener_ = nullptr;
     QSet<Client*> clients_;
     QHash<QString, Failures> failures_;
+    int lastTask_ = 0;
     QSet<QString> transfersInProgress_; ///< "<machine>/<name>" being received
+    QThreadPool hashing_;               ///< password checks; last, so that it waits for them first
 };
 
 #endif

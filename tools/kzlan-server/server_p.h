@@ -10,6 +10,8 @@
 #include <QFile>
 #include <QTcpSocket>
 
+#include <utility>
+
 /// One client: its socket, its connection (resolver) and its session.
 class Server::Client : public QObject
 {
@@ -25,7 +27,8 @@ public:
     bool loggedIn = false;
     bool admin = false;
     QString user;
-    bool loginPending = false; ///< a refusal is being delayed
+    bool loginPending = false; ///< a password is being checked, or a refusal delayed
+    bool cutOff = false;       ///< too much unread: being disconnected
 
     /// The file being received, if any.
     struct Incoming

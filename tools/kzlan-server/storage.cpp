@@ -178,15 +178,21 @@ bool Storage::migrate(int upTo, QString* error)
 Storage::Query::Query(Storage& s, const QString& sql, std::initializer_list<QVariant> binds)
     : s_(s), q_(s.db_)
 {
-    ok_ = q_.prepare(sql);
-    for (QVariant v : binds) {
-        // A null QString would be bound as SQL NULL; every text column holds
-        // empty text instead.
-        if (v.userType() == QMetaType::QString && v.toString().isNull())
-            v = QVariant(QString::fromLatin1(""));
-        q_.addBindValue(v);
+    // PostgreSQL prepares no schema statements: those without values run
+    // as they are.
+    if (binds.size() == 0) {
+        ok_ = q_.exec(sql);
+    } else {
+        ok_ = q_.prepare(sql);
+        for (QVariant v : binds) {
+            // A null QString would be bound as SQL NULL; every text column holds
+            // empty text instead.
+            if (v.userType() == QMetaType::QString && v.toString().isNull())
+                v = QVariant(QString::fromLatin1(""));
+            q_.addBindValue(v);
+        }
+        ok_ = ok_ && q_.exec();
     }
-    ok_ = ok_ && q_.exec();
     if (!ok_) {
         qCWarning(lcStorage).noquote() << "query failed:" << sql << "-" << q_.lastError().text();
         s_.failed_ = true;
