@@ -278,7 +278,7 @@ TEST_F(Lan, KilledAndRestartedKeepsData)
 // rounds.
 TEST_F(Lan, FiftyClientsAtOnce)
 {
-    constexpr int kClients = 50, kRounds = 3;
+    constexpr int kClients = 50, kRounds = 4;
     // Growth allowed from the first round to the last: what the allocator
     // keeps after the first rounds, far less than a connection's state left
     // behind per client (tens of KiB each, over 100 connections).
