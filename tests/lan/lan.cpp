@@ -27,9 +27,12 @@ Server::Server() = default;
 Server::~Server()
 {
     if (running()) terminate();
-    // A failing test shows what the server logged.
-    if (::testing::Test::HasFailure() && !log().isEmpty())
-        std::fprintf(stderr, "--- kzlan-server log ---\n%s--- end ---\n", log().constData());
+    // A failing test shows the end of what the server logged.
+    if (::testing::Test::HasFailure() && !log().isEmpty()) {
+        const QList<QByteArray> lines = log().split('\n');
+        std::fprintf(stderr, "--- kzlan-server log, last lines ---\n%s\n--- end ---\n",
+                     lines.mid(qMax(0, int(lines.size()) - 40)).join('\n').constData());
+    }
 }
 
 bool Server::start()
