@@ -131,6 +131,12 @@ TEST_F(LanServer, LoginPushesTheUserListAndRefusesWithoutSayingWhy)
     // One answer for both: nothing tells the name from the password.
     EXPECT_EQ(wrongPassword.loginCode, wrongName.loginCode);
     EXPECT_TRUE(wrongPassword.userLists.isEmpty());
+    // Each failure from the address makes the next answer wait longer: the
+    // third waits at least 400 ms.
+    QElapsedTimer third;
+    third.start();
+    EXPECT_FALSE(wrongPassword.login(QStringLiteral("admin"), QStringLiteral("nope2")));
+    EXPECT_GE(third.elapsed(), 400);
 
     Peer admin(server->port());
     ASSERT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));

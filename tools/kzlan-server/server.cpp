@@ -101,7 +101,10 @@ void Server::drop(Client* c)
         c->in.part.remove();
     }
     transfersInProgress_.remove(c->in.key);
-    qCInfo(lcServer).noquote() << c->peer << "disconnected" << (c->loggedIn ? c->user : QString());
+    if (c->loggedIn)
+        qCInfo(lcServer).noquote() << c->peer << "disconnected; was" << c->user;
+    else
+        qCInfo(lcServer).noquote() << c->peer << "disconnected";
     c->socket->abort();
     c->deleteLater();
 }

@@ -178,20 +178,27 @@ bool Storage::migrate(int upTo, QString* error)
 Storage::Query::Query(Storage& s, const QString& sql, std::initializer_list<QVariant> binds)
     : s_(s), q_(s.db_)
 {
-    // PostgreSQL prepares no schema statements: those without values run
-    // as they are.
-    if (binds.size() == 0) {
-        ok_ = q_.exec(sql);
-    } else {
-        ok_ = q_.prepare(sql);
+    const auto run = [&] {
+        // PostgreSQL prepares no schema statements: those without values
+        // run as they are.
+        if (binds.size() == 0) return q_.exec(sql);
+        bool ok = q_.prepare(sql);
         for (QVariant v : binds) {
-            // A null QString would be bound as SQL NULL; every text column holds
-            // empty text instead.
+            // A null QString would be bound as SQL NULL; every text column
+            // holds empty text instead.
             if (v.userType() == QMetaType::QString && v.toString().isNull())
                 v = QVariant(QString::fromLatin1(""));
             q_.addBindValue(v);
         }
-        ok_ = ok_ && q_.exec();
+        return ok && q_.exec();
+    };
+    ok_ = run();
+    // Outside a transaction a lost connection is opened again and the
+    // statement repeated once; inside one, the transaction fails.
+    if (!ok_ && s_.depth_ == 0 && s_.isPostgres() &&
+        !QSqlQuery(s_.db_).exec(QStringLiteral("SELECT 1")) && s_.reconnect()) {
+        q_ = QSqlQuery(s_.db_);
+        ok_ = run();
     }
     if (!ok_) {
         qCWarning(lcStorage).noquote() << "query failed:" << sql << "-" << q_.lastError().text();
@@ -199,11 +206,21 @@ Storage::Query::Query(Storage& s, const QString& sql, std::initializer_list<QVar
     }
 }
 
+bool Storage::reconnect()
+{
+    if (!isPostgres()) return false; // a file does not go away
+    qCWarning(lcStorage) << "the connection to the database is lost; connecting again";
+    db_.close();
+    if (db_.open()) return true;
+    qCWarning(lcStorage).noquote() << "cannot connect again:" << db_.lastError().text();
+    return false;
+}
+
 bool Storage::begin()
 {
     if (depth_++ > 0) return true;
     failed_ = false;
-    if (db_.transaction()) return true;
+    if (db_.transaction() || (reconnect() && db_.transaction())) return true;
     qCWarning(lcStorage).noquote() << "cannot begin a transaction:" << db_.lastError().text();
     depth_ = 0;
     return false;

@@ -210,6 +210,8 @@ private:
     class Query;
     bool migrate(int upTo, QString* error);
     bool begin();
+    /// Opens a lost PostgreSQL connection again; false for SQLite.
+    bool reconnect();
     bool commit();
     void rollback();
     template <typename Fn>
