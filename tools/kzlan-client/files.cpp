@@ -10,6 +10,7 @@
 #include <QThread>
 
 #include <cstdio>
+#include <limits>
 #include <unistd.h>
 
 namespace {
