@@ -1,0 +1,97 @@
+// kzlan-client's connection to the server: a KZConnection on a TCP socket,
+// the login, and a synchronous way to send a request and wait for what
+// answers it.
+#ifndef KZLAN_CLIENT_SESSION_H
+#define KZLAN_CLIENT_SESSION_H
+
+#include "kzconnection.h"
+
+#include <QEventLoop>
+#include <QJsonValue>
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <QTcpSocket>
+#include <QTimer>
+
+#include <functional>
+
+/// Exit codes of kzlan-client; scripts rely on them.
+enum Exit {
+    ExitOk = 0,
+    ExitUsage = 1,       ///< bad command line
+    ExitUnreachable = 2, ///< no connection to the server, or it was lost
+    ExitLoginRefused = 3,
+    ExitTimeout = 4, ///< the server did not answer in time
+    ExitRefused = 5, ///< the server answered no
+};
+
+/// The global options, taken from the command line before the sub-command.
+struct Options
+{
+    QString host = QStringLiteral("127.0.0.1");
+    quint16 port = 7600;
+    QString user = QStringLiteral("admin");
+    QString password;
+    bool json = false;
+    int timeoutSeconds = 10;
+};
+
+/// One session with the server. A sub-command opens it (connect and log in),
+/// then sends its requests with run(), whose slots call finish() or fail()
+/// once the answer is there, and closes it (log out).
+///
+/// The lists that the server pushes after the login (users, machines) are
+/// kept as they arrive, whenever that is.
+class Session : public QObject
+{
+public:
+    explicit Session(const Options& options);
+    ~Session() override;
+
+    const Options& options() const { return options_; }
+    KZConnection& connection() { return conn_; }
+    /// The encoders: `s.lan().lanGetDatePlan(date)`.
+    KZProtocolResolver& lan() { return *conn_.resolver(); }
+
+    /// Connects and logs in. Returns ExitOk or the exit code of the failure
+    /// (its message already printed).
+    int open();
+    /// Logs out and closes the connection, letting the last bytes go out.
+    void close();
+
+    /// Calls `send` (may be empty), then runs until a slot calls finish() or
+    /// fail(), until `done` holds (checked after every block received), until
+    /// the connection is lost (ExitUnreachable) or until nothing has arrived
+    /// for the time-out (ExitTimeout). Returns the exit code.
+    int run(const std::function<void()>& send, const std::function<bool()>& done = {});
+    /// Ends the current run() with `code`.
+    void finish(int code = ExitOk);
+    /// Prints `message` as the error line and ends the current run() with `code`.
+    void fail(int code, const QString& message);
+
+    /// What the server pushed: the user list, the machine list.
+    QList<user_info> users;
+    bool haveUsers = false;
+    QList<mac_info> macs;
+    bool haveMacs = false;
+
+private:
+    void received();
+
+    Options options_;
+    QTcpSocket socket_;
+    KZConnection conn_;
+    QEventLoop* loop_ = nullptr;
+    QTimer idle_;
+    std::function<bool()> done_;
+    int result_ = ExitOk;
+    bool finished_ = false;
+    bool reached_ = false; ///< the socket was connected once
+    bool loggedIn_ = false;
+};
+
+/// Prints one error line on stderr: "kzlan-client: <message>".
+void printError(const QString& message);
+
+#endif
