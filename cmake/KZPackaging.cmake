@@ -2,7 +2,7 @@
 #
 #   libkzresolver-qtN-0      the shared library (runtime)
 #   libkzresolver-qtN-dev    headers, .so link, CMake package, pkg-config file
-#   kzresolver-qtN-tools     kzdump and kzdemo
+#   kzresolver-qtN-tools     kzdump, kzdemo, kzlan-server, kzlan-client
 #
 # N is QT_VERSION_MAJOR, so the runtime and development packages of both Qt
 # majors install side by side. The tools of the two majors are the same
@@ -13,9 +13,11 @@ set(KZ_DEB_TOOLS ${KZ_NAME}-tools)
 if(QT_VERSION_MAJOR STREQUAL "5")
   set(KZ_DEB_QT_DEV "qtbase5-dev (>= 5.15)")
   set(KZ_DEB_OTHER_TOOLS kzresolver-qt6-tools)
+  set(KZ_DEB_SQL libqt5sql5)
 else()
   set(KZ_DEB_QT_DEV "qt6-base-dev (>= 6.2)")
   set(KZ_DEB_OTHER_TOOLS kzresolver-qt5-tools)
+  set(KZ_DEB_SQL libqt6sql6)
 endif()
 
 set(CPACK_PACKAGE_NAME ${KZ_NAME})
@@ -54,11 +56,14 @@ set(CPACK_COMPONENT_DEV_DESCRIPTION
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${KZ_DEB_TOOLS})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${KZ_DEB_RUNTIME} (= ${PROJECT_VERSION})")
+# kzlan-server loads its database driver as a Qt plugin, which
+# dpkg-shlibdeps cannot see: SQLite is its default, PostgreSQL an option.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${KZ_DEB_RUNTIME} (= ${PROJECT_VERSION}), ${KZ_DEB_SQL}-sqlite")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "${KZ_DEB_SQL}-psql")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_CONFLICTS ${KZ_DEB_OTHER_TOOLS})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_REPLACES ${KZ_DEB_OTHER_TOOLS})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_PROVIDES kzresolver-tools)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-  "LAN protocol resolver for the machine fleet: kzdump (wire dump and tap relay) and kzdemo")
+  "LAN protocol resolver for the machine fleet: kzdump (wire dump and tap relay), kzdemo, and the reference LAN server and client kzlan-server, kzlan-client")
 
 include(CPack)

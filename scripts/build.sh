@@ -5,4 +5,5 @@ root="$(cd "$(dirname "$0")/.." && pwd)"
 bash "$root/scripts/setup.sh"
 dir="${KZ_BUILD_DIR:-$root/build}"
 cmake -S "$root" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE="${KZ_BUILD_TYPE:-RelWithDebInfo}" "$@" >/dev/null
-cmake --build "$dir" -j "${KZ_JOBS:-2}" ${KZ_TARGET:+--target "$KZ_TARGET"}
+# KZ_TARGET: one target or several, separated by spaces (default: all).
+cmake --build "$dir" -j "${KZ_JOBS:-2}" ${KZ_TARGET:+--target $KZ_TARGET}

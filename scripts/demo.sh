@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Builds the demo and runs it: a server and a client, each with its own
-# resolver, talking over TCP on 127.0.0.1.
+# Builds the reference LAN server, client and wire dump, then runs a whole
+# session on 127.0.0.1: kzlan-server on a fresh database, kzdump --tap in
+# front of it, a scripted kzlan-client session through the tap, every
+# message printed field by field (scripts/session.sh).
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
-KZ_TARGET=kzdemo bash "$root/scripts/build.sh"
-exec "${KZ_BUILD_DIR:-$root/build}/examples/kzdemo" "$@"
+KZ_TARGET="kzlan-server kzlan-client kzdump" bash "$root/scripts/build.sh"
+exec bash "$root/scripts/session.sh" "$@"
