@@ -18,15 +18,21 @@ void Server::attachAccounts(Client* c)
     KZProtocolResolver* r = c->r;
 
     // -- users ---------------------------------------------------------------
+    // The account as AddUser and UpdateClient carry it (the password apart).
+    const auto userOf = [](const QString& name, const QString& text2, const QString& lv1,
+                           const QString& lv2, bool flag) {
+        user_info u;
+        u.name = name;
+        u.text2 = text2;
+        u.lv1Group = lv1;
+        u.lv2Group = lv2;
+        u.flag = flag;
+        return u;
+    };
     connect(k, &KZConnection::addUser, c,
             [=](const QString& name, const QString& text2, const QString& password,
                 const QString& lv1, const QString& lv2, bool flag) {
-                user_info u;
-                u.name = name;
-                u.text2 = text2;
-                u.lv1Group = lv1;
-                u.lv2Group = lv2;
-                u.flag = flag;
+                const user_info u = userOf(name, text2, lv1, lv2, flag);
                 // The reply has no success flag: a refused user comes back
                 // with an empty name.
                 if (!allowed(c, "AddUser") || password.isEmpty() ||
@@ -56,13 +62,7 @@ void Server::attachAccounts(Client* c)
                 bool ok = allowed(c, "UpdateClient");
                 if (ok) {
                     Storage::Transaction t(storage_);
-                    user_info u;
-                    u.name = name;
-                    u.text2 = text2;
-                    u.lv1Group = lv1;
-                    u.lv2Group = lv2;
-                    u.flag = flag;
-                    ok = storage_.updateUser(u) &&
+                    ok = storage_.updateUser(userOf(name, text2, lv1, lv2, flag)) &&
                          (password.isEmpty() ||
                           storage_.setPassword(name, Passwords::hash(password))) &&
                          t.commit();
