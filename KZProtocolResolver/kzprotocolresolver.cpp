@@ -8,6 +8,7 @@
 #include <QThread>
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -230,18 +231,117 @@ void KZProtocolResolverPrivate::emitFrame(char* buffer, int length)
     std::free(buffer);
 }
 
+namespace {
+
+// A message body as it is sent, without building it: the four header bytes
+// (flag, type, method code), the payload and `zeros` terminating zero bytes.
+struct BodyParts
+{
+    uchar head[4];
+    const char* payload;
+    qint64 payloadLength;
+    qint64 zeros;
+
+    qint64 length() const { return 4 + payloadLength + zeros; }
+
+    // Writes the body bytes [offset, offset + n) to `dst`, coded: every byte
+    // but the first of the body is coded as one run that starts at byte 1.
+    void write(uchar* dst, qint64 offset, qint64 n) const
+    {
+        uchar* p = dst;
+        qint64 at = offset;
+        qint64 left = n;
+        if (at < 4 && left > 0) {
+            const qint64 k = qMin<qint64>(4 - at, left);
+            std::memcpy(p, head + at, size_t(k));
+            p += k, at += k, left -= k;
+        }
+        if (at < 4 + payloadLength && left > 0) {
+            const qint64 k = qMin<qint64>(4 + payloadLength - at, left);
+            std::memcpy(p, payload + (at - 4), size_t(k));
+            p += k, at += k, left -= k;
+        }
+        if (left > 0) std::memset(p, 0, size_t(left));
+        if (offset == 0)
+            kz_coding_code_at(dst + 1, dst + 1, int(n - 1), 0);
+        else
+            kz_coding_code_at(dst, dst, int(n), offset - 1);
+    }
+};
+
+} // namespace
+
 void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type, ushort method,
                                          QByteArray data, uint datalen)
 {
     const CallScope scope(this); // the pack-result callback may delete the resolver
     // Body: flag, type, method code, then the payload and its zero byte
     // (an empty payload is `datalen` zero bytes).
+    const BodyParts body{{flag, type, uchar(method & 0xFF), uchar(method >> 8)},
+                         data.constData(),
+                         data.size(),
+                         data.isEmpty() ? qint64(qMin<uint>(datalen, 0x10000)) : 1};
+    // Messages carry no attr text; a body too long to count in an int
+    // cannot be framed. Both go the general way.
+    if (!attr.isEmpty() || body.length() > INT_MAX) {
+        packSendGeneral(attr, body.head, data, datalen);
+        return;
+    }
+    const int length = int(body.length());
+    const int capacity = frameCapacity;
+    const int seq = sequence++;
+
+    // One frame: the body is written and coded straight into the buffer the
+    // host gets, sized to the frame.
+    if (KZ_FRAME_OVERHEAD + qint64(length) <= capacity) {
+        const size_t size = size_t(KZ_FRAME_OVERHEAD + length);
+        auto* out = static_cast<uchar*>(std::malloc(size));
+        int written = 0;
+        if (out) {
+            uchar* at = out + KZ_FRAME_DATA_AT(0);
+            body.write(at, 0, length);
+            written = kz_protocol_pack(engine, out, int(size), seq, "", at, length);
+        }
+        emitFrame(reinterpret_cast<char*>(out), written);
+        drainPending();
+        return;
+    }
+
+    // Split: the first piece carries capacity - 34 bytes and so does every
+    // later one; each is packed as soon as it is written. Pieces take fresh
+    // sequence numbers unless the engine keeps the message's own.
+    const qint64 step = qint64(capacity) - KZ_PIECE_OVERHEAD;
+    if (step < 1 || !engine) {
+        // Nothing can be sent: the host still gets a buffer to free.
+        emitFrame(static_cast<char*>(std::malloc(1)), 0);
+        return;
+    }
+    const bool freshSeq = kz_protocol_option(engine, KZ_OPT_PIECES) == KZ_PIECES_FRESH_SEQ;
+    for (qint64 offset = 0; offset < length && !retired();) {
+        const int n = int(qMin<qint64>(step, length - offset));
+        auto* out = static_cast<uchar*>(std::malloc(size_t(KZ_PIECE_OVERHEAD + n)));
+        if (!out) {
+            offset += n;
+            continue;
+        }
+        uchar* at = out + KZ_PIECE_DATA_AT(0);
+        body.write(at, offset, n);
+        const int pieceSeq = offset == 0 || !freshSeq ? seq : sequence++;
+        const int written =
+            kz_protocol_pack_piece(engine, out, KZ_PIECE_OVERHEAD + n, pieceSeq, uint32_t(seq),
+                                   uint32_t(length), uint32_t(offset), at, n);
+        emitFrame(reinterpret_cast<char*>(out), written);
+        offset += n;
+    }
+    drainPending();
+}
+
+void KZProtocolResolverPrivate::packSendGeneral(const QByteArray& attr, const uchar* head,
+                                                const QByteArray& data, uint datalen)
+{
     QByteArray body;
     body.reserve(4 + data.size() + 1);
-    body.append(char(flag));
-    body.append(char(type));
-    body.append(char(method & 0xFF));
-    body.append(char(method >> 8));
+    body.append(reinterpret_cast<const char*>(head), 4);
     if (data.isEmpty()) {
         body.append(QByteArray(int(qMin<uint>(datalen, 0x10000)), '\0'));
     } else {
@@ -251,39 +351,46 @@ void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type
     const int length = body.size();
 
     // Everything but the flag byte is coded.
-    QByteArray coded(length, Qt::Uninitialized);
-    coded[0] = body[0];
-    kz_coding_encrypt_fast(coded.data() + 1, body.constData() + 1, length - 1);
+    kz_coding_encrypt_fast(body.data() + 1, body.constData() + 1, length - 1);
 
     const QByteArray attrText = attr + '\0';
     char* out = static_cast<char*>(std::calloc(size_t(frameCapacity), 1));
     const int seq = sequence++;
     const int written = out ? kz_protocol_pack(engine, out, frameCapacity, seq,
-                                               attrText.constData(), coded.constData(), length)
+                                               attrText.constData(), body.constData(), length)
                             : 0;
     emitFrame(out, written);
+    drainPending();
+}
 
+void KZProtocolResolverPrivate::drainPending()
+{
     // A body that did not fit left its other pieces in the engine. They are
     // drained whatever the body's size, so no piece is ever left behind.
     // Once the host deleted the resolver, the pieces left are freed with
     // the engine.
     kz_list* pending = kz_protocol_pending(engine);
-    while (!retired()) {
+    while (pending && pending->count > 0 && !retired()) {
         kz_list_node* node = kz_list_take_node(pending, kz_list_node_at(pending, 0));
         if (!node) break;
-        char* buffer = static_cast<char*>(std::calloc(size_t(frameCapacity), 1));
         const int textLength = int(std::strlen(node->bytes));
         const int dataLength = node->total - textLength - 1;
+        char* buffer = nullptr;
         int n = 0;
-        if (!buffer) {
-            n = 0;
-        } else if (!(node->flags & KZ_NODE_PACKED)) {
+        if (!(node->flags & KZ_NODE_PACKED)) {
+            buffer = static_cast<char*>(std::malloc(size_t(qMax(frameCapacity, 1))));
             const int pieceSeq = (node->flags & KZ_NODE_OWN_SEQ) ? node->seq : sequence++;
-            n = kz_protocol_pack(engine, buffer, frameCapacity, pieceSeq, node->bytes,
-                                 kz_strnxt(node->bytes), dataLength);
-        } else if (dataLength <= frameCapacity) {
-            std::memcpy(buffer, kz_strnxt(node->bytes), size_t(qMax(dataLength, 0)));
-            n = dataLength;
+            if (buffer)
+                n = kz_protocol_pack(engine, buffer, frameCapacity, pieceSeq, node->bytes,
+                                     kz_strnxt(node->bytes), dataLength);
+            else
+                --sequence; // nothing packed, no number used
+        } else {
+            buffer = static_cast<char*>(std::malloc(size_t(qMax(dataLength, 1))));
+            if (buffer && dataLength <= frameCapacity) {
+                std::memcpy(buffer, kz_strnxt(node->bytes), size_t(qMax(dataLength, 0)));
+                n = dataLength;
+            }
         }
         emitFrame(buffer, n);
         kz_list_node_destroy(node);

@@ -173,6 +173,12 @@ public:
 
 private:
     void emitFrame(char* buffer, int length);
+    // packSend for an attr text or a body too long for the fast way: the
+    // body built whole and packed (split) by the engine.
+    void packSendGeneral(const QByteArray& attr, const uchar* head, const QByteArray& data,
+                         uint datalen);
+    // Packs and hands out the pieces the engine left in its pending list.
+    void drainPending();
 
     // Bytes handed to parseReceive from inside a callback: fed to the engine
     // once the current drain is over. Only the draining thread touches it.

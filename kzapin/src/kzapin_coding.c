@@ -32,13 +32,21 @@ static inline uint64_t key_word_in_memory(uint64_t index)
     return k;
 }
 
-static void code_run(void* dst, const void* src, int n)
+/* Codes `n` bytes that start `position` bytes into the run. */
+static void code_run_at(void* dst, const void* src, int n, uint64_t position)
 {
     if (n <= 0 || !dst || !src) return;
     unsigned char* d = dst;
     const unsigned char* s = src;
     size_t len = (size_t)n;
-    uint64_t index = 0;
+    uint64_t index = position / 8;
+    unsigned skip = (unsigned)(position % 8);
+    if (skip) {
+        /* The rest of a keystream word the run started before. */
+        uint64_t k = key_word(index++);
+        for (; skip < 8 && len; ++skip, --len)
+            *d++ = (unsigned char)(*s++ ^ (unsigned char)(k >> (8 * skip)));
+    }
     for (; len >= 8; len -= 8, d += 8, s += 8, ++index) {
         uint64_t w;
         memcpy(&w, s, 8);
@@ -52,9 +60,15 @@ static void code_run(void* dst, const void* src, int n)
     }
 }
 
-void kz_coding_encrypt_fast(void* dst, const void* src, int n) { code_run(dst, src, n); }
+void kz_coding_encrypt_fast(void* dst, const void* src, int n) { code_run_at(dst, src, n, 0); }
 
-void kz_coding_decrypt_fast(void* dst, const void* src, int n) { code_run(dst, src, n); }
+void kz_coding_decrypt_fast(void* dst, const void* src, int n) { code_run_at(dst, src, n, 0); }
+
+void kz_coding_code_at(void* dst, const void* src, int n, int64_t position)
+{
+    if (position < 0) return;
+    code_run_at(dst, src, n, (uint64_t)position);
+}
 
 /* CRC-32 as zlib computes it (reflected polynomial 0xEDB88320, initial and
  * final XOR 0xFFFFFFFF), eight bytes per step. kz_crc_table[0] is the plain

@@ -247,7 +247,8 @@ static size_t write_frame(unsigned char* out, uint32_t seq, const kz_piece_info*
     size_t pos = head + 4;
     if (attr_len) memcpy(out + pos, attr, attr_len);
     pos += attr_len;
-    if (n) memcpy(out + pos, data, n);
+    /* A body the caller already placed at its position is not moved. */
+    if (n && data != out + pos) memcpy(out + pos, data, n);
     pos += n;
     kz_put32(out + pos, kz_crc32(0, out, pos));
     return pos + 4;
@@ -550,6 +551,8 @@ static void on_piece(kz_engine* e, const kz_header* h, const unsigned char* attr
     a->have += (uint32_t)n;
     a->pieces++;
     if (a->have == a->total) {
+        /* The handler may change the body in place: it is ours and freed
+         * right after. */
         raise_event(e, KZ_EVENT_DATA, a->name, a->buf, a->total, a->pieces, a->id);
         free_slot(rs, a);
     }
@@ -817,6 +820,35 @@ static int engine_input(void* engine, const void* bytes, int length)
     }
     rs->busy = 0;
     return rs->count;
+}
+
+int kz_protocol_option(void* engine, int selector)
+{
+    kz_engine* e = engine_of(engine);
+    if (!e) return -1;
+    switch (selector) {
+    case KZ_OPT_CAPACITY:
+        return e->capacity;
+    case KZ_OPT_MAX_BODY:
+        return (int)e->max_body;
+    case KZ_OPT_PIECES:
+        return e->pieces;
+    default:
+        return -1;
+    }
+}
+
+int kz_protocol_pack_piece(void* engine, void* out, int capacity, int seq, uint32_t id,
+                           uint32_t total, uint32_t offset, const void* data, int length)
+{
+    kz_engine* e = engine_of(engine);
+    if (!e || !out || length <= 0 || !data) return 0;
+    if (capacity <= 0) capacity = e->capacity;
+    size_t n = (size_t)length;
+    if ((uint64_t)offset + n > total) return 0;
+    if ((size_t)capacity < KZ_PIECE_OVERHEAD + n) return 0;
+    kz_piece_info piece = {id, total, offset};
+    return (int)write_frame(out, (uint32_t)seq, &piece, "", 0, data, n);
 }
 
 const kz_protoiot_ops kz_protoiot_engine = {engine_reset, engine_input};
