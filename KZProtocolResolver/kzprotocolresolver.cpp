@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 using namespace kz;
 
@@ -401,6 +402,8 @@ void KZProtocolResolverPrivate::drainPending()
 // Receiving
 // ---------------------------------------------------------------------------
 
+static KZProtocolResolver::DropReason reasonOfNotice(int code);
+
 void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
 {
     if (drainingThread.load() == QThread::currentThreadId()) {
@@ -413,27 +416,37 @@ void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
     QByteArray input = bytes;
     do {
         counters.add(counters.bytesReceived, quint64(input.size()));
-        if (engine && !input.isEmpty()) {
+        QMutexLocker lock(&eventLock);
+        drainingThread.store(QThread::currentThreadId());
+        // Events queued before (by input fed to the engine elsewhere) come
+        // first; those of this input are handled as the engine raises them.
+        drainQueue();
+        if (engine && !input.isEmpty() && !retired()) {
+            handleAtOnce = true;
             kz_protoiot_engine.input(engine, input.constData(), input.size());
+            handleAtOnce = false;
             kz_rx_stats rx{};
             if (kz_protocol_rx_stats(engine, &rx) == 0) {
                 counters.framesAccepted.store(rx.frames, std::memory_order_relaxed);
                 counters.garbageBytes.store(rx.skipped, std::memory_order_relaxed);
             }
         }
-        QMutexLocker lock(&eventLock);
-        drainingThread.store(QThread::currentThreadId());
-        while (!eventQueue.isEmpty() && !retired()) {
-            ReceivedEvent* record = eventQueue.takeFirst();
-            if (!record) continue;
-            parseReadEvent(record);
-            delete record;
-        }
+        drainQueue();
         drainingThread.store(nullptr);
         input.clear();
         if (retired()) break; // the rest is freed with the object
         input.swap(deferredInput);
     } while (!input.isEmpty());
+}
+
+void KZProtocolResolverPrivate::drainQueue()
+{
+    while (!eventQueue.isEmpty() && !retired()) {
+        ReceivedEvent* record = eventQueue.takeFirst();
+        if (!record) continue;
+        parseReadEvent(record);
+        delete record;
+    }
 }
 
 int KZProtocolResolverPrivate::eventHandler(kz_event* e)
@@ -455,11 +468,27 @@ int KZProtocolResolverPrivate::eventHandler(kz_event* e)
     }
     if (e->type != KZ_EVENT_DATA && e->type != KZ_EVENT_NOTICE) return kz_protoiot_event_handler(e);
 
+    if (self->handleAtOnce) {
+        // Raised inside parseReceive, which holds the event lock on this
+        // thread and has drained the queue: handle the event now, from the
+        // engine's bytes, in the order the engine raises them.
+        if (self->retired()) {
+            kz_protoiot_engine.reset(self->engine); // nothing more is wanted
+            return 0;
+        }
+        if (e->type == KZ_EVENT_NOTICE) {
+            self->drop(reasonOfNotice(e->length2), e->length);
+            return kz_protoiot_event_handler(e);
+        }
+        // A reassembled body is the engine's own and may be decoded in place.
+        self->handleBody(static_cast<uchar*>(e->data), e->length, e->length2 > 1);
+        return 0;
+    }
+
     auto* record = new ReceivedEvent;
     record->type = e->type;
     record->length = e->length;
     record->length2 = e->length2;
-    if (e->name) record->name = QString::fromLocal8Bit(e->name);
     if (e->type == KZ_EVENT_DATA && e->length > 0)
         record->data = QByteArray(static_cast<const char*>(e->data), e->length);
     {
@@ -499,17 +528,33 @@ void KZProtocolResolverPrivate::parseReadEvent(ReceivedEvent* record)
         return;
     }
     if (record->type != KZ_EVENT_DATA) return;
-    if (record->data.isNull() || record->length == 0) {
+    handleBody(reinterpret_cast<uchar*>(record->data.data()), record->data.size(), true);
+}
+
+void KZProtocolResolverPrivate::handleBody(uchar* data, int length, bool writable)
+{
+    if (!data || length <= 0) {
         debugLine() << "data==nullptr || data_len ==0 and ready to return "
-                    << static_cast<const void*>(record->data.isEmpty() ? nullptr
-                                                                       : record->data.constData())
-                    << record->length;
+                    << static_cast<const void*>(nullptr) << 0;
         drop(KZProtocolResolver::DropEmptyBody, 0);
         return;
     }
-    uchar* body = reinterpret_cast<uchar*>(record->data.data());
-    const int length = record->data.size();
-    kz_coding_decrypt_fast(body + 1, body + 1, length - 1);
+    // Decoded in place when the bytes may be changed, otherwise into the
+    // scratch buffer kept from one message to the next.
+    uchar* body = data;
+    if (!writable) {
+        if (scratchSize < length) {
+            scratch.reset(new (std::nothrow) uchar[size_t(length)]);
+            scratchSize = scratch ? length : 0;
+            if (!scratch) {
+                drop(KZProtocolResolver::DropOutOfMemory, length);
+                return;
+            }
+        }
+        body = scratch.get();
+        body[0] = data[0];
+    }
+    kz_coding_decrypt_fast(body + 1, data + 1, length - 1);
     // The event name may carry the peer's attr text after a comma; no
     // message uses it.
     if (length < 4)
@@ -518,6 +563,11 @@ void KZProtocolResolverPrivate::parseReadEvent(ReceivedEvent* record)
         drop(KZProtocolResolver::DropUnknownType, length, body[1]);
     else
         dispatch(body, length - 4);
+    if (scratchSize > kScratchKeep) {
+        // One large whole frame does not pin its memory.
+        scratch.reset();
+        scratchSize = 0;
+    }
 }
 
 // ---------------------------------------------------------------------------

@@ -27,7 +27,6 @@ struct ReceivedEvent
     int type = 0;
     int length = 0;
     int length2 = 0;
-    QString name;
     QByteArray data; // a copy of the body for data events; null otherwise
 };
 
@@ -120,6 +119,8 @@ public:
     void parseReceive(const QByteArray& bytes);
     static int eventHandler(kz_event* e);
     void parseReadEvent(ReceivedEvent* record);
+    /// Decodes one received body (`writable`: in place) and dispatches it.
+    void handleBody(uchar* data, int length, bool writable);
 
     /// Routes a restored body to the decoder of its method code. `dataLength`
     /// counts the bytes from offset 4 to the end. Unknown codes are dropped.
@@ -177,6 +178,15 @@ private:
     // body built whole and packed (split) by the engine.
     void packSendGeneral(const QByteArray& attr, const uchar* head, const QByteArray& data,
                          uint datalen);
+    // Handles the queued events, under the event lock.
+    void drainQueue();
+    // Set while parseReceive feeds the engine: its events are handled at once.
+    bool handleAtOnce = false;
+    // Where bodies that lie in read-only bytes are decoded; a buffer larger
+    // than kScratchKeep is released after its message.
+    static constexpr int kScratchKeep = 64 * 1024;
+    std::unique_ptr<uchar[]> scratch;
+    int scratchSize = 0;
     // Packs and hands out the pieces the engine left in its pending list.
     void drainPending();
 
