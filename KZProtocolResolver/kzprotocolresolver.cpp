@@ -106,7 +106,15 @@ const char* KZProtocolResolver::dropReasonText(DropReason reason)
 
 Q_LOGGING_CATEGORY(lcResolver, "kz.resolver", QtWarningMsg)
 
-static thread_local CallScope* openScopes = nullptr;
+// Read twice per encoder call and per parseReceive: in the static TLS block
+// (one pointer), not through the dynamic TLS lookup a shared library
+// otherwise uses.
+#if defined(__GNUC__) && defined(__ELF__)
+#define KZ_FAST_TLS __attribute__((tls_model("initial-exec")))
+#else
+#define KZ_FAST_TLS
+#endif
+static thread_local CallScope* openScopes KZ_FAST_TLS = nullptr;
 
 CallScope::CallScope(KZProtocolResolverPrivate* d) : d_(d), outer_(openScopes)
 {
@@ -156,6 +164,7 @@ KZProtocolResolverPrivate::KZProtocolResolverPrivate(KZProtocolResolver* owner, 
         obj->user = this;
         obj->handler = &KZProtocolResolverPrivate::eventHandler;
     }
+    pendingList = kz_protocol_pending(engine);
 }
 
 KZProtocolResolverPrivate::~KZProtocolResolverPrivate()
@@ -217,7 +226,11 @@ void KZProtocolResolverPrivate::send(Method method, uchar flag, const Payload& p
     const qint64 bodyLength = 4 + qint64(payload.size()) + 1;
     if (bodyLength > KZ_DEFAULT_MAX_BODY)
         warnLoss(method, flag, "body over the receive limit, bytes:", bodyLength);
-    packSend(QByteArray(), flag, kMessageType, ushort(method), payload.bytes(), 1);
+    // packSend(empty attr, flag, 17, method, payload, 1) without flattening
+    // the payload into one array first.
+    const uchar head[4] = {flag, kMessageType, uchar(quint16(method) & 0xFF),
+                           uchar(quint16(method) >> 8)};
+    packBody(head, payload, 1);
 }
 
 void KZProtocolResolverPrivate::emitFrame(char* buffer, int length)
@@ -239,34 +252,81 @@ namespace {
 struct BodyParts
 {
     uchar head[4];
-    const char* payload;
-    qint64 payloadLength;
+    const Payload& payload;
     qint64 zeros;
 
-    qint64 length() const { return 4 + payloadLength + zeros; }
+    // Runs this short are copied and then coded in place; longer ones are
+    // coded on their way from the payload into the frame.
+    static constexpr qint64 kCopyThenCode = 256;
+
+    qint64 length() const { return 4 + payload.size() + zeros; }
+
+    // Calls fn(src, n, at) for the runs of body bytes [offset, offset + n)
+    // in order: `at` is the body offset of the run, `src` its bytes (null
+    // for the terminating zeros).
+    template <class F>
+    void runs(qint64 offset, qint64 n, F fn) const
+    {
+        const qint64 end = offset + n;
+        if (offset < 4 && offset < end) {
+            const qint64 k = qMin<qint64>(4, end) - offset;
+            fn(reinterpret_cast<const char*>(head) + offset, k, offset);
+            offset += k;
+        }
+        const qint64 payloadEnd = 4 + payload.size();
+        if (offset < payloadEnd && offset < end) {
+            const qint64 k = qMin(payloadEnd, end) - offset;
+            qint64 at = offset;
+            payload.forEachRun(size_t(offset - 4), size_t(k), [&](const char* p, size_t len) {
+                fn(p, qint64(len), at);
+                at += qint64(len);
+            });
+            offset += k;
+        }
+        if (offset < end) fn(nullptr, end - offset, offset);
+    }
 
     // Writes the body bytes [offset, offset + n) to `dst`, coded: every byte
     // but the first of the body is coded as one run that starts at byte 1.
     void write(uchar* dst, qint64 offset, qint64 n) const
     {
-        uchar* p = dst;
-        qint64 at = offset;
-        qint64 left = n;
-        if (at < 4 && left > 0) {
-            const qint64 k = qMin<qint64>(4 - at, left);
-            std::memcpy(p, head + at, size_t(k));
-            p += k, at += k, left -= k;
-        }
-        if (at < 4 + payloadLength && left > 0) {
-            const qint64 k = qMin<qint64>(4 + payloadLength - at, left);
-            std::memcpy(p, payload + (at - 4), size_t(k));
-            p += k, at += k, left -= k;
-        }
-        if (left > 0) std::memset(p, 0, size_t(left));
-        if (offset == 0)
+        const char* plain = payload.contiguous();
+        if (offset == 0 && n == length() && n <= kCopyThenCode && plain) {
+            // A small body in one frame: header, payload, zeros, coded.
+            const size_t k = size_t(payload.size());
+            std::memcpy(dst, head, 4);
+            std::memcpy(dst + 4, plain, k);
+            std::memset(dst + 4 + k, 0, size_t(zeros));
             kz_coding_code_at(dst + 1, dst + 1, int(n - 1), 0);
-        else
-            kz_coding_code_at(dst, dst, int(n), offset - 1);
+            return;
+        }
+        if (n <= kCopyThenCode) {
+            runs(offset, n, [&](const char* src, qint64 k, qint64 at) {
+                uchar* d = dst + (at - offset);
+                if (src)
+                    std::memcpy(d, src, size_t(k));
+                else
+                    std::memset(d, 0, size_t(k));
+            });
+            if (offset == 0)
+                kz_coding_code_at(dst + 1, dst + 1, int(n - 1), 0);
+            else
+                kz_coding_code_at(dst, dst, int(n), offset - 1);
+            return;
+        }
+        runs(offset, n, [&](const char* src, qint64 k, qint64 at) {
+            uchar* d = dst + (at - offset);
+            if (!src) {
+                std::memset(d, 0, size_t(k));
+                src = reinterpret_cast<const char*>(d);
+            }
+            if (at == 0) { // the flag byte stays as it is
+                d[0] = uchar(src[0]);
+                kz_coding_code_at(d + 1, src + 1, int(k - 1), 0);
+            } else {
+                kz_coding_code_at(d, src, int(k), at - 1);
+            }
+        });
     }
 };
 
@@ -275,22 +335,32 @@ struct BodyParts
 void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type, ushort method,
                                          QByteArray data, uint datalen)
 {
+    const uchar head[4] = {flag, type, uchar(method & 0xFF), uchar(method >> 8)};
+    // Messages carry no attr text: that goes the general way.
+    if (!attr.isEmpty()) {
+        const CallScope scope(this); // the pack-result callback may delete the resolver
+        packSendGeneral(attr, head, data, datalen);
+        return;
+    }
+    Payload payload;
+    payload << rawbytes{data};
+    // An empty payload is `datalen` zero bytes.
+    packBody(head, payload, data.isEmpty() ? qint64(qMin<uint>(datalen, 0x10000)) : 1);
+}
+
+void KZProtocolResolverPrivate::packBody(const uchar* head, const Payload& payload, qint64 zeros)
+{
     const CallScope scope(this); // the pack-result callback may delete the resolver
-    // Body: flag, type, method code, then the payload and its zero byte
-    // (an empty payload is `datalen` zero bytes).
-    const BodyParts body{{flag, type, uchar(method & 0xFF), uchar(method >> 8)},
-                         data.constData(),
-                         data.size(),
-                         data.isEmpty() ? qint64(qMin<uint>(datalen, 0x10000)) : 1};
-    // Messages carry no attr text; a body too long to count in an int
-    // cannot be framed. Both go the general way.
-    if (!attr.isEmpty() || body.length() > INT_MAX) {
-        packSendGeneral(attr, body.head, data, datalen);
+    const BodyParts body{{head[0], head[1], head[2], head[3]}, payload, zeros};
+    const int capacity = frameCapacity;
+    const int seq = sequence++;
+    if (body.length() > INT_MAX) {
+        // Too long to count in an int: it cannot be framed. The host still
+        // gets a buffer to free.
+        emitFrame(static_cast<char*>(std::malloc(1)), 0);
         return;
     }
     const int length = int(body.length());
-    const int capacity = frameCapacity;
-    const int seq = sequence++;
 
     // One frame: the body is written and coded straight into the buffer the
     // host gets, sized to the frame.
@@ -366,6 +436,8 @@ void KZProtocolResolverPrivate::packSendGeneral(const QByteArray& attr, const uc
 
 void KZProtocolResolverPrivate::drainPending()
 {
+    // Cheap when, as after every body packed here, nothing is pending.
+    if (!pendingList || pendingList->count == 0) return;
     // A body that did not fit left its other pieces in the engine. They are
     // drained whatever the body's size, so no piece is ever left behind.
     // Once the host deleted the resolver, the pieces left are freed with
@@ -406,24 +478,27 @@ static KZProtocolResolver::DropReason reasonOfNotice(int code);
 
 void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
 {
-    if (drainingThread.load() == QThread::currentThreadId()) {
+    // Only this thread ever finds its own id here, so relaxed order will do.
+    const Qt::HANDLE self = QThread::currentThreadId();
+    if (drainingThread.load(std::memory_order_relaxed) == self) {
         // Called from one of our callbacks: the event lock is held by this
         // very thread, so take the bytes after the current drain.
         deferredInput.append(bytes);
         return;
     }
     const CallScope scope(this); // a message callback may delete the resolver
-    QByteArray input = bytes;
-    do {
-        counters.add(counters.bytesReceived, quint64(input.size()));
+    const QByteArray* input = &bytes;
+    QByteArray deferred;
+    for (;;) {
+        counters.add(counters.bytesReceived, quint64(input->size()));
         QMutexLocker lock(&eventLock);
-        drainingThread.store(QThread::currentThreadId());
+        drainingThread.store(self, std::memory_order_relaxed);
         // Events queued before (by input fed to the engine elsewhere) come
         // first; those of this input are handled as the engine raises them.
-        drainQueue();
-        if (engine && !input.isEmpty() && !retired()) {
+        if (!eventQueue.isEmpty()) drainQueue();
+        if (engine && !input->isEmpty() && !retired()) {
             handleAtOnce = true;
-            kz_protoiot_engine.input(engine, input.constData(), input.size());
+            kz_protoiot_engine.input(engine, input->constData(), input->size());
             handleAtOnce = false;
             kz_rx_stats rx{};
             if (kz_protocol_rx_stats(engine, &rx) == 0) {
@@ -431,12 +506,14 @@ void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
                 counters.garbageBytes.store(rx.skipped, std::memory_order_relaxed);
             }
         }
-        drainQueue();
-        drainingThread.store(nullptr);
-        input.clear();
-        if (retired()) break; // the rest is freed with the object
-        input.swap(deferredInput);
-    } while (!input.isEmpty());
+        if (!eventQueue.isEmpty()) drainQueue();
+        drainingThread.store(nullptr, std::memory_order_relaxed);
+        // Once retired, the rest is freed with the object.
+        if (retired() || deferredInput.isEmpty()) break;
+        deferred.clear();
+        deferred.swap(deferredInput);
+        input = &deferred;
+    }
 }
 
 void KZProtocolResolverPrivate::drainQueue()
@@ -542,6 +619,18 @@ void KZProtocolResolverPrivate::handleBody(uchar* data, int length, bool writabl
     // Decoded in place when the bytes may be changed, otherwise into the
     // scratch buffer kept from one message to the next.
     uchar* body = data;
+    if (writable && length >= kDecodeLazilyFrom) {
+        // A large body in a buffer of its own: only its header is decoded
+        // now, the rest as the decoder reads it.
+        kz_coding_decrypt_fast(body + 1, body + 1, qMin(length, 4) - 1);
+        if (length < 4)
+            drop(KZProtocolResolver::DropShortBody, length);
+        else if (body[1] != kMessageType)
+            drop(KZProtocolResolver::DropUnknownType, length, body[1]);
+        else
+            dispatchCoded(body, length - 4);
+        return;
+    }
     if (!writable) {
         if (scratchSize < length) {
             scratch.reset(new (std::nothrow) uchar[size_t(length)]);
@@ -600,12 +689,28 @@ constexpr bool routesAscending()
 static_assert(routesAscending(), "methods.def must list the codes in ascending order");
 static_assert(sizeof(kRoutes) / sizeof(kRoutes[0]) == 117, "the protocol has 117 method codes");
 
+constexpr size_t kRouteCount = sizeof(kRoutes) / sizeof(kRoutes[0]);
+constexpr quint16 kHighestCode = kRoutes[kRouteCount - 1].code;
+
+// Route of each code up to the highest, by index + 1 (0: no message): one
+// load per body instead of a search.
+struct RouteIndex
+{
+    quint8 at[kHighestCode + 1] = {};
+};
+constexpr RouteIndex makeRouteIndex()
+{
+    RouteIndex index;
+    for (size_t i = 0; i < kRouteCount; ++i) index.at[kRoutes[i].code] = quint8(i + 1);
+    return index;
+}
+static_assert(kRouteCount < 255, "a route index is one byte");
+constexpr RouteIndex kRouteIndex = makeRouteIndex();
+
 const Route* findRoute(quint16 code)
 {
-    const Route* end = std::end(kRoutes);
-    const Route* it = std::lower_bound(std::begin(kRoutes), end, code,
-                                       [](const Route& r, quint16 c) { return r.code < c; });
-    return it != end && it->code == code ? it : nullptr;
+    if (code > kHighestCode || kRouteIndex.at[code] == 0) return nullptr;
+    return &kRoutes[kRouteIndex.at[code] - 1];
 }
 
 } // namespace
@@ -619,12 +724,25 @@ const char* kz::methodName(quint16 code)
 int KZProtocolResolverPrivate::dispatch(const uchar* body, int dataLength,
                                         QVector<TraceItem>* trace)
 {
+    return dispatchWith(body, dataLength, trace, nullptr);
+}
+
+void KZProtocolResolverPrivate::dispatchCoded(uchar* body, int dataLength)
+{
+    dispatchWith(body, dataLength, nullptr, body + 4);
+}
+
+int KZProtocolResolverPrivate::dispatchWith(const uchar* body, int dataLength,
+                                            QVector<TraceItem>* trace, uchar* coded)
+{
     if (dataLength < 0) return 1; // a body shorter than its header
     const quint16 code = quint16(body[2] | (body[3] << 8));
     if (const Route* route = findRoute(code)) {
         counters.add(counters.messagesDispatched, 1);
         Reader r(body + 4, dataLength);
         r.setTrace(trace);
+        // Body byte 4 is keystream position 3: the coding starts at byte 1.
+        if (coded) r.setCoded(coded, 3);
         (this->*route->decode)(body[0], r);
     } else {
         drop(KZProtocolResolver::DropUnknownMethod, dataLength + 4, code);

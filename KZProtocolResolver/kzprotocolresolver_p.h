@@ -16,6 +16,7 @@
 #include <memory>
 
 struct kz_event;
+struct kz_list;
 
 /// The library's own logging category, "kz.resolver": one debug line per
 /// drop, one warning per lossy message. Debug lines are off by default.
@@ -126,6 +127,9 @@ public:
     /// counts the bytes from offset 4 to the end. Unknown codes are dropped.
     /// With `trace`, every field the decoder reads is recorded there.
     int dispatch(const uchar* body, int dataLength, QVector<kz::TraceItem>* trace = nullptr);
+    /// dispatch() of a body whose bytes from offset 4 on are still coded;
+    /// they are decoded in place as the decoder reads them.
+    void dispatchCoded(uchar* body, int dataLength);
 
     /// Calls `fn` with the context pointer and `args` if the slot is set.
     template <class F, class... A>
@@ -174,6 +178,9 @@ public:
 
 private:
     void emitFrame(char* buffer, int length);
+    // Codes and frames the body of header `head` (flag, type, method code),
+    // the payload and `zeros` zero bytes, and hands out every frame.
+    void packBody(const uchar* head, const kz::Payload& payload, qint64 zeros);
     // packSend for an attr text or a body too long for the fast way: the
     // body built whole and packed (split) by the engine.
     void packSendGeneral(const QByteArray& attr, const uchar* head, const QByteArray& data,
@@ -185,10 +192,15 @@ private:
     // Where bodies that lie in read-only bytes are decoded; a buffer larger
     // than kScratchKeep is released after its message.
     static constexpr int kScratchKeep = 64 * 1024;
+    // Bodies this large in a buffer of their own are decoded as they are read.
+    static constexpr int kDecodeLazilyFrom = 4096;
+    int dispatchWith(const uchar* body, int dataLength, QVector<kz::TraceItem>* trace,
+                     uchar* coded);
     std::unique_ptr<uchar[]> scratch;
     int scratchSize = 0;
     // Packs and hands out the pieces the engine left in its pending list.
     void drainPending();
+    kz_list* pendingList = nullptr; // the engine's, fixed for its life
 
     // Bytes handed to parseReceive from inside a callback: fed to the engine
     // once the current drain is over. Only the draining thread touches it.
