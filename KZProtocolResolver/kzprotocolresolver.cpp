@@ -6,6 +6,7 @@
 
 #include <QDebug>
 #include <QThread>
+#include <QVarLengthArray>
 
 #include <algorithm>
 #include <climits>
@@ -259,31 +260,34 @@ struct BodyParts
     // coded on their way from the payload into the frame.
     static constexpr qint64 kCopyThenCode = 256;
 
+    BodyParts(const uchar* h, const Payload& p, qint64 z) : payload(p), zeros(z)
+    {
+        std::memcpy(head, h, 4);
+    }
+    BodyParts(const BodyParts&) = delete; // the first segment points into head
+    BodyParts& operator=(const BodyParts&) = delete;
+
     qint64 length() const { return 4 + payload.size() + zeros; }
 
     // Calls fn(src, n, at) for the runs of body bytes [offset, offset + n)
     // in order: `at` is the body offset of the run, `src` its bytes (null
-    // for the terminating zeros).
+    // for the terminating zeros). Pieces are written front to back, so the
+    // search starts at the segment the last call ended in.
     template <class F>
     void runs(qint64 offset, qint64 n, F fn) const
     {
+        if (segments.isEmpty()) split();
+        int i = cursor < segments.size() && segments[cursor].at <= offset ? cursor : 0;
+        while (i < segments.size() && segments[i].at + segments[i].length <= offset) ++i;
+        cursor = i;
         const qint64 end = offset + n;
-        if (offset < 4 && offset < end) {
-            const qint64 k = qMin<qint64>(4, end) - offset;
-            fn(reinterpret_cast<const char*>(head) + offset, k, offset);
+        for (; i < segments.size() && offset < end; ++i) {
+            const Segment& s = segments[i];
+            const qint64 from = offset - s.at;
+            const qint64 k = qMin(s.length - from, end - offset);
+            fn(s.bytes ? s.bytes + from : nullptr, k, offset);
             offset += k;
         }
-        const qint64 payloadEnd = 4 + payload.size();
-        if (offset < payloadEnd && offset < end) {
-            const qint64 k = qMin(payloadEnd, end) - offset;
-            qint64 at = offset;
-            payload.forEachRun(size_t(offset - 4), size_t(k), [&](const char* p, size_t len) {
-                fn(p, qint64(len), at);
-                at += qint64(len);
-            });
-            offset += k;
-        }
-        if (offset < end) fn(nullptr, end - offset, offset);
     }
 
     // Writes the body bytes [offset, offset + n) to `dst`, coded: every byte
@@ -328,6 +332,29 @@ struct BodyParts
             }
         });
     }
+
+private:
+    // The body as runs: the header, the payload's runs, the zeros (bytes
+    // null), each at its body offset.
+    struct Segment
+    {
+        const char* bytes;
+        qint64 at;
+        qint64 length;
+    };
+    mutable QVarLengthArray<Segment, 8> segments; // made by the first runs()
+    mutable int cursor = 0;
+
+    void split() const
+    {
+        segments.append({reinterpret_cast<const char*>(head), 0, 4});
+        qint64 at = 4;
+        payload.forEachRun(0, size_t(payload.size()), [&](const char* d, size_t k) {
+            segments.append({d, at, qint64(k)});
+            at += qint64(k);
+        });
+        if (zeros > 0) segments.append({nullptr, at, zeros});
+    }
 };
 
 } // namespace
@@ -351,7 +378,7 @@ void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type
 void KZProtocolResolverPrivate::packBody(const uchar* head, const Payload& payload, qint64 zeros)
 {
     const CallScope scope(this); // the pack-result callback may delete the resolver
-    const BodyParts body{{head[0], head[1], head[2], head[3]}, payload, zeros};
+    const BodyParts body(head, payload, zeros);
     const int capacity = frameCapacity;
     const int seq = sequence++;
     if (body.length() > INT_MAX) {

@@ -101,7 +101,17 @@ code_words_avx2(unsigned char* d, const unsigned char* s, size_t words, uint64_t
     return done;
 }
 
-static int have_avx2(void) { return __builtin_cpu_supports("avx2"); }
+/* What the processor offers, looked up once when the library is loaded. */
+static int kz_avx2, kz_pclmul;
+
+__attribute__((constructor)) static void kz_detect_simd(void)
+{
+    __builtin_cpu_init();
+    kz_avx2 = __builtin_cpu_supports("avx2");
+    kz_pclmul = __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("avx");
+}
+
+static int have_avx2(void) { return kz_avx2; }
 #endif
 
 /* Codes `n` bytes that start `position` bytes into the run. */
@@ -116,6 +126,19 @@ static void code_run_at(void* dst, const void* src, int n, uint64_t position)
     if (skip) {
         /* The rest of a keystream word the run started before. */
         uint64_t k = key_word(index++);
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+        if (len >= 8) {
+            /* One word: its last `skip` bytes are XORed with zero, copied
+             * as they are and coded by the loop below. */
+            const size_t m = 8 - skip;
+            uint64_t w;
+            memcpy(&w, s, 8);
+            w ^= k >> (8 * skip);
+            memcpy(d, &w, 8);
+            d += m, s += m, len -= m;
+            skip = 8;
+        }
+#endif
         for (; skip < 8 && len; ++skip, --len)
             *d++ = (unsigned char)(*s++ ^ (unsigned char)(k >> (8 * skip)));
     }
@@ -133,6 +156,20 @@ static void code_run_at(void* dst, const void* src, int n, uint64_t position)
     }
     if (len) {
         uint64_t k = key_word(index);
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+        if ((size_t)n >= 8) {
+            /* The last word of the run: the bytes before the tail are
+             * taken from the destination, already coded. */
+            const unsigned shift = 8 * (unsigned)(8 - len);
+            const uint64_t tail = ~(uint64_t)0 << shift;
+            uint64_t sw, dw;
+            memcpy(&sw, s + len - 8, 8);
+            memcpy(&dw, d + len - 8, 8);
+            dw = (dw & ~tail) | ((sw ^ (k << shift)) & tail);
+            memcpy(d + len - 8, &dw, 8);
+            return;
+        }
+#endif
         for (size_t i = 0; i < len; ++i)
             d[i] = (unsigned char)(s[i] ^ (unsigned char)(k >> (8 * i)));
     }
@@ -515,9 +552,8 @@ __attribute__((target("avx,pclmul"))) static inline uint32_t crc_reduce(__m128i 
 /* Carry-less multiplication folding (the reflected form of the method Intel
  * describes for CRC-32 with PCLMULQDQ): four 128-bit lanes are folded
  * 512 bits forward per step, then into one lane, then reduced to 32 bits
- * (Barrett). Works on the inverted register; `n` >= 64 and a multiple of
- * 16. Built for AVX (three-operand forms, loads folded into the XORs).
- * k1..k4 are x^k mod P for the fold distances, bit-reflected. */
+ * (Barrett). Works on the inverted register; `n` >= 64. Built for AVX (three-operand forms, loads
+ * folded into the XORs). k1..k4 are x^k mod P for the fold distances, bit-reflected. */
 __attribute__((target("avx,pclmul"))) static uint32_t crc_fold(uint32_t c, const unsigned char* p,
                                                                size_t n)
 {
@@ -530,20 +566,31 @@ __attribute__((target("avx,pclmul"))) static uint32_t crc_fold(uint32_t c, const
     __m128i x4 = _mm_loadu_si128((const __m128i*)(p + 0x30));
     x1 = _mm_xor_si128(x1, _mm_cvtsi32_si128((int)c));
     p += 64, n -= 64;
-    for (; n >= 64; p += 64, n -= 64) {
-        const __m128i x5 = _mm_clmulepi64_si128(x1, k1k2, 0x00);
-        const __m128i x6 = _mm_clmulepi64_si128(x2, k1k2, 0x00);
-        const __m128i x7 = _mm_clmulepi64_si128(x3, k1k2, 0x00);
-        const __m128i x8 = _mm_clmulepi64_si128(x4, k1k2, 0x00);
-        x1 = _mm_clmulepi64_si128(x1, k1k2, 0x11);
-        x2 = _mm_clmulepi64_si128(x2, k1k2, 0x11);
-        x3 = _mm_clmulepi64_si128(x3, k1k2, 0x11);
-        x4 = _mm_clmulepi64_si128(x4, k1k2, 0x11);
-        x1 = _mm_xor_si128(_mm_xor_si128(x1, x5), _mm_loadu_si128((const __m128i*)(p + 0x00)));
-        x2 = _mm_xor_si128(_mm_xor_si128(x2, x6), _mm_loadu_si128((const __m128i*)(p + 0x10)));
-        x3 = _mm_xor_si128(_mm_xor_si128(x3, x7), _mm_loadu_si128((const __m128i*)(p + 0x20)));
-        x4 = _mm_xor_si128(_mm_xor_si128(x4, x8), _mm_loadu_si128((const __m128i*)(p + 0x30)));
+#define KZ_FOLD4(at)                                                                               \
+    do {                                                                                           \
+        const __m128i x5 = _mm_clmulepi64_si128(x1, k1k2, 0x00);                                   \
+        const __m128i x6 = _mm_clmulepi64_si128(x2, k1k2, 0x00);                                   \
+        const __m128i x7 = _mm_clmulepi64_si128(x3, k1k2, 0x00);                                   \
+        const __m128i x8 = _mm_clmulepi64_si128(x4, k1k2, 0x00);                                   \
+        x1 = _mm_clmulepi64_si128(x1, k1k2, 0x11);                                                 \
+        x2 = _mm_clmulepi64_si128(x2, k1k2, 0x11);                                                 \
+        x3 = _mm_clmulepi64_si128(x3, k1k2, 0x11);                                                 \
+        x4 = _mm_clmulepi64_si128(x4, k1k2, 0x11);                                                 \
+        x1 = _mm_xor_si128(_mm_xor_si128(x1, x5), _mm_loadu_si128((const __m128i*)((at) + 0x00))); \
+        x2 = _mm_xor_si128(_mm_xor_si128(x2, x6), _mm_loadu_si128((const __m128i*)((at) + 0x10))); \
+        x3 = _mm_xor_si128(_mm_xor_si128(x3, x7), _mm_loadu_si128((const __m128i*)((at) + 0x20))); \
+        x4 = _mm_xor_si128(_mm_xor_si128(x4, x8), _mm_loadu_si128((const __m128i*)((at) + 0x30))); \
+    } while (0)
+    /* Two steps per pass, then one. */
+    for (; n >= 128; p += 128, n -= 128) {
+        KZ_FOLD4(p);
+        KZ_FOLD4(p + 64);
     }
+    if (n >= 64) {
+        KZ_FOLD4(p);
+        p += 64, n -= 64;
+    }
+#undef KZ_FOLD4
     /* Four lanes into one. */
     __m128i x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
     x1 = _mm_xor_si128(_mm_xor_si128(_mm_clmulepi64_si128(x1, k3k4, 0x11), x2), x5);
@@ -555,6 +602,23 @@ __attribute__((target("avx,pclmul"))) static uint32_t crc_fold(uint32_t c, const
         x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
         x1 = _mm_clmulepi64_si128(x1, k3k4, 0x11);
         x1 = _mm_xor_si128(_mm_xor_si128(x1, x5), _mm_loadu_si128((const __m128i*)p));
+    }
+    if (n) {
+        /* The last n < 16 bytes T: the remainder X and T are X[0, n) behind
+         * 16 - n zero bytes (one block Z, folded) and X[n, 16) followed by T
+         * (the block Y, whose T part is the last 16 bytes of the run). */
+        static const unsigned char shift[32] = {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07,
+                                                0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F,
+                                                0x80, 0x81, 0x82, 0x83, 0x84, 0x85, 0x86, 0x87,
+                                                0x88, 0x89, 0x8A, 0x8B, 0x8C, 0x8D, 0x8E, 0x8F};
+        const __m128i toY = _mm_loadu_si128((const __m128i*)(shift + n));
+        const __m128i toZ = _mm_xor_si128(toY, _mm_set1_epi8((char)0x80));
+        const __m128i last = _mm_loadu_si128((const __m128i*)(p + n - 16));
+        const __m128i y = _mm_blendv_epi8(_mm_shuffle_epi8(x1, toY), last, toY);
+        const __m128i z = _mm_shuffle_epi8(x1, toZ);
+        x1 =
+            _mm_xor_si128(_mm_clmulepi64_si128(z, k3k4, 0x00), _mm_clmulepi64_si128(z, k3k4, 0x11));
+        x1 = _mm_xor_si128(x1, y);
     }
     return crc_reduce(x1);
 }
@@ -600,11 +664,22 @@ __attribute__((target("avx,pclmul"))) static uint32_t crc_short(uint32_t c, cons
     return crc_reduce(x1);
 }
 
-static int have_pclmul(void)
-{
-    return __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("avx");
-}
+static int have_pclmul(void) { return kz_pclmul; }
 #endif
+
+uint32_t kz_crc32_frame(unsigned char* frame, size_t head, size_t end)
+{
+#ifdef KZ_X86_SIMD
+    if (head >= 4 && end - head >= 64 && have_pclmul()) {
+        const uint32_t c = ~crc_short(~0u, frame, head);
+        kz_put32(frame + head, c);
+        return ~crc_fold(~c, frame + head, end - head);
+    }
+#endif
+    const uint32_t c = kz_crc32(0, frame, head);
+    kz_put32(frame + head, c);
+    return kz_crc32(c, frame + head, end - head);
+}
 
 uint32_t kz_crc32(uint32_t crc, const void* data, size_t n)
 {
@@ -613,13 +688,7 @@ uint32_t kz_crc32(uint32_t crc, const void* data, size_t n)
     uint32_t c = ~crc;
 #ifdef KZ_X86_SIMD
     if (n >= 4 && have_pclmul()) {
-        if (n >= 64) {
-            const size_t folded = n & ~(size_t)15;
-            c = crc_fold(c, p, folded);
-            p += folded, n -= folded;
-            if (n < 4) return ~crc_tables(c, p, n);
-        }
-        return ~crc_short(c, p, n);
+        return ~(n >= 64 ? crc_fold(c, p, n) : crc_short(c, p, n));
     }
 #endif
     return ~crc_tables(c, p, n);

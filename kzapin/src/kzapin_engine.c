@@ -266,16 +266,14 @@ static size_t write_frame(unsigned char* out, uint32_t seq, const kz_piece_info*
         kz_put32(out + 18, piece->total);
         kz_put32(out + 22, piece->offset);
     }
-    const uint32_t head_crc = kz_crc32(0, out, head);
-    kz_put32(out + head, head_crc);
     size_t pos = head + 4;
     if (attr_len) memcpy(out + pos, attr, attr_len);
     pos += attr_len;
     /* A body the caller already placed at its position is not moved. */
     if (n && data != out + pos) memcpy(out + pos, data, n);
     pos += n;
-    /* The frame CRC runs on from the header's. */
-    kz_put32(out + pos, kz_crc32(head_crc, out + head, pos - head));
+    /* The header CRC, and the frame CRC running on from it. */
+    kz_put32(out + pos, kz_crc32_frame(out, head, pos));
     return pos + 4;
 }
 

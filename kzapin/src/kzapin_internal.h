@@ -97,4 +97,9 @@ static inline uint32_t kz_get32(const unsigned char* p)
 }
 #endif
 
+/* Stores the CRC-32 of frame[0, head) at frame + head (little-endian) and
+ * returns the CRC-32 of frame[0, end), end >= head + 4: a frame's header
+ * CRC and its frame CRC in one call. */
+uint32_t kz_crc32_frame(unsigned char* frame, size_t head, size_t end);
+
 #endif /* KZAPIN_INTERNAL_H */
