@@ -22,7 +22,7 @@ Payload& Payload::operator=(const Payload& other)
     return *this;
 }
 
-void Payload::take(Payload& other) noexcept
+void Payload::take(Payload& other)
 {
     if (other.buf_ == other.inline_) {
         std::memcpy(inline_, other.inline_, other.size_);
@@ -33,7 +33,7 @@ void Payload::take(Payload& other) noexcept
     size_ = other.size_;
     cap_ = other.cap_;
     shared_ = other.shared_;
-    shares_ = std::move(other.shares_);
+    shares_ = other.shares_;
     lossWhat_ = other.lossWhat_;
     lossValue_ = other.lossValue_;
     other.buf_ = other.inline_;
@@ -151,7 +151,7 @@ Payload& Payload::operator<<(blob32 x)
 Payload& Payload::operator<<(rawbytes x)
 {
     if (x.v.size() < kShareFrom) return append(x.v.constData(), size_t(x.v.size()));
-    shares_.push_back({size_, x.v});
+    shares_.append(Share{size_, x.v});
     shared_ += size_t(x.v.size());
     return *this;
 }

@@ -13,11 +13,11 @@
 #include <QMap>
 #include <QString>
 #include <QStringList>
+#include <QVarLengthArray>
 #include <QVector>
 
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 
 namespace kz {
 
@@ -65,7 +65,7 @@ inline c16 count16(qint64 n) { return c16{quint16(n), n}; }
 /// The payload writer. Appends little-endian fields.
 ///
 /// Small payloads live inside the object (no heap allocation); a larger one
-/// grows on the heap. Large byte arrays (blob32, rawbytes) are not copied:
+/// grows on the heap. Byte arrays of 512 bytes and more (blob32, rawbytes) are not copied:
 /// the payload keeps a shared reference and the send routine reads them
 /// from where they are. forEachRun() gives the bytes in order.
 ///
@@ -86,9 +86,9 @@ public:
         if (reserve > int(kInline)) grow(size_t(reserve));
     }
     Payload(const Payload& other) { *this = other; }
-    Payload(Payload&& other) noexcept { take(other); }
+    Payload(Payload&& other) { take(other); }
     Payload& operator=(const Payload& other);
-    Payload& operator=(Payload&& other) noexcept
+    Payload& operator=(Payload&& other)
     {
         if (this != &other) {
             release();
@@ -128,7 +128,7 @@ public:
     /// Its length in bytes.
     qint64 size() const { return qint64(size_ + shared_); }
     /// The bytes, when they lie in one run (nothing shared); null otherwise.
-    const char* contiguous() const { return shares_.empty() ? buf_ : nullptr; }
+    const char* contiguous() const { return shares_.isEmpty() ? buf_ : nullptr; }
 
     /// Calls `fn(const char* data, size_t n)` for the bytes [from, from + n)
     /// of the payload, in order, in as few runs as they are stored in.
@@ -164,7 +164,7 @@ public:
     qint64 lossValue() const { return lossValue_; }
 
     /// Byte arrays at least this long are shared rather than copied.
-    static constexpr int kShareFrom = 4096;
+    static constexpr int kShareFrom = 512;
 
 private:
     static constexpr size_t kInline = 256;
@@ -199,7 +199,7 @@ private:
         size_ = 0;
         cap_ = kInline;
     }
-    void take(Payload& other) noexcept;
+    void take(Payload& other);
     // The part of the run [p, p + len) at payload offset `at` that lies in
     // [from, from + n), handed to fn; advances from and n past it.
     template <class F>
@@ -216,8 +216,8 @@ private:
     char* buf_ = inline_;
     size_t size_ = 0;
     size_t cap_ = kInline;
-    size_t shared_ = 0; // bytes in shares_
-    std::vector<Share> shares_;
+    size_t shared_ = 0;                // bytes in shares_
+    QVarLengthArray<Share, 2> shares_; // no heap for the usual one or two
     const char* lossWhat_ = nullptr;
     qint64 lossValue_ = 0;
     char inline_[kInline];
