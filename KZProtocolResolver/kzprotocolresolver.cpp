@@ -165,7 +165,6 @@ KZProtocolResolverPrivate::KZProtocolResolverPrivate(KZProtocolResolver* owner, 
         obj->user = this;
         obj->handler = &KZProtocolResolverPrivate::eventHandler;
     }
-    pendingList = kz_protocol_pending(engine);
 }
 
 KZProtocolResolverPrivate::~KZProtocolResolverPrivate()
@@ -464,13 +463,13 @@ void KZProtocolResolverPrivate::packSendGeneral(const QByteArray& attr, const uc
 void KZProtocolResolverPrivate::drainPending()
 {
     // Cheap when, as after every body packed here, nothing is pending.
-    if (!pendingList || pendingList->count == 0) return;
+    kz_list* pending = kz_protocol_pending(engine);
+    if (!pending || pending->count == 0) return;
     // A body that did not fit left its other pieces in the engine. They are
     // drained whatever the body's size, so no piece is ever left behind.
     // Once the host deleted the resolver, the pieces left are freed with
     // the engine.
-    kz_list* pending = kz_protocol_pending(engine);
-    while (pending && pending->count > 0 && !retired()) {
+    while (pending->count > 0 && !retired()) {
         kz_list_node* node = kz_list_take_node(pending, kz_list_node_at(pending, 0));
         if (!node) break;
         const int textLength = int(std::strlen(node->bytes));

@@ -64,7 +64,8 @@ TEST(Reader, ReadsWhatTheWriterWrote)
                                 << flag8{false} << strz{s} << str16{s} << strlist{list}
                                 << dtext{2.25} << itext{42} << groupmap{gm} << strintmap{sim}
                                 << blob32{blob};
-    Reader r = readerOf(p.bytes());
+    const QByteArray bytes = p.bytes();
+    Reader r = readerOf(bytes);
     EXPECT_EQ(r.u8(), 7);
     EXPECT_EQ(r.u16(), 65535);
     EXPECT_EQ(r.u32(), 0xDEADBEEFu);
