@@ -54,7 +54,7 @@ struct Field<numbermap>
             const QString key = r.strz();
             out.insert(key, r.dtext());
         });
-        q.done(QStringLiteral("[%1]").arg(out.size()));
+        q.done([&] { return QString(QStringLiteral("[%1]").arg(out.size())); });
         return out;
     }
 };

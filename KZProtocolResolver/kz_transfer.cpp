@@ -193,10 +193,10 @@ void KZProtocolResolverPrivate::decodeMacTsfFileBegin(uchar flag, Reader& r)
 void KZProtocolResolver::lanMacTsfFileContent(int p, int q, int r, int len, const QByteArray& block,
                                               const QByteArray& data)
 {
-    Payload out(32 + data.size());
+    Payload out;
     out << i32{p} << i32{q} << i32{r} << i32{len};
     Field<blk16>::write(out, block);
-    out << raw{data.constData(), int(data.size())};
+    out << rawbytes{data};
     if (len != data.size()) out.noteLoss("content length unlike its data", len);
     d->send(Method::MacTsfFileContent, Request, out);
 }

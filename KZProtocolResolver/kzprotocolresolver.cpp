@@ -6,10 +6,13 @@
 
 #include <QDebug>
 #include <QThread>
+#include <QVarLengthArray>
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 using namespace kz;
 
@@ -104,7 +107,15 @@ const char* KZProtocolResolver::dropReasonText(DropReason reason)
 
 Q_LOGGING_CATEGORY(lcResolver, "kz.resolver", QtWarningMsg)
 
-static thread_local CallScope* openScopes = nullptr;
+// Read twice per encoder call and per parseReceive: in the static TLS block
+// (one pointer), not through the dynamic TLS lookup a shared library
+// otherwise uses.
+#if defined(__GNUC__) && defined(__ELF__)
+#define KZ_FAST_TLS __attribute__((tls_model("initial-exec")))
+#else
+#define KZ_FAST_TLS
+#endif
+static thread_local CallScope* openScopes KZ_FAST_TLS = nullptr;
 
 CallScope::CallScope(KZProtocolResolverPrivate* d) : d_(d), outer_(openScopes)
 {
@@ -215,7 +226,11 @@ void KZProtocolResolverPrivate::send(Method method, uchar flag, const Payload& p
     const qint64 bodyLength = 4 + qint64(payload.size()) + 1;
     if (bodyLength > KZ_DEFAULT_MAX_BODY)
         warnLoss(method, flag, "body over the receive limit, bytes:", bodyLength);
-    packSend(QByteArray(), flag, kMessageType, ushort(method), payload.bytes(), 1);
+    // packSend(empty attr, flag, 17, method, payload, 1) without flattening
+    // the payload into one array first.
+    const uchar head[4] = {flag, kMessageType, uchar(quint16(method) & 0xFF),
+                           uchar(quint16(method) >> 8)};
+    packBody(head, payload, 1);
 }
 
 void KZProtocolResolverPrivate::emitFrame(char* buffer, int length)
@@ -230,18 +245,200 @@ void KZProtocolResolverPrivate::emitFrame(char* buffer, int length)
     std::free(buffer);
 }
 
+namespace {
+
+// A message body as it is sent, without building it: the four header bytes
+// (flag, type, method code), the payload and `zeros` terminating zero bytes.
+struct BodyParts
+{
+    uchar head[4];
+    const Payload& payload;
+    qint64 zeros;
+
+    // Runs this short are copied and then coded in place; longer ones are
+    // coded on their way from the payload into the frame.
+    static constexpr qint64 kCopyThenCode = 256;
+
+    BodyParts(const uchar* h, const Payload& p, qint64 z) : payload(p), zeros(z)
+    {
+        std::memcpy(head, h, 4);
+    }
+    BodyParts(const BodyParts&) = delete; // the first segment points into head
+    BodyParts& operator=(const BodyParts&) = delete;
+
+    qint64 length() const { return 4 + payload.size() + zeros; }
+
+    // Calls fn(src, n, at) for the runs of body bytes [offset, offset + n)
+    // in order: `at` is the body offset of the run, `src` its bytes (null
+    // for the terminating zeros). Pieces are written front to back, so the
+    // search starts at the segment the last call ended in.
+    template <class F>
+    void runs(qint64 offset, qint64 n, F fn) const
+    {
+        if (segments.isEmpty()) split();
+        int i = cursor < segments.size() && segments[cursor].at <= offset ? cursor : 0;
+        while (i < segments.size() && segments[i].at + segments[i].length <= offset) ++i;
+        cursor = i;
+        const qint64 end = offset + n;
+        for (; i < segments.size() && offset < end; ++i) {
+            const Segment& s = segments[i];
+            const qint64 from = offset - s.at;
+            const qint64 k = qMin(s.length - from, end - offset);
+            fn(s.bytes ? s.bytes + from : nullptr, k, offset);
+            offset += k;
+        }
+    }
+
+    // Writes the body bytes [offset, offset + n) to `dst`, coded: every byte
+    // but the first of the body is coded as one run that starts at byte 1.
+    void write(uchar* dst, qint64 offset, qint64 n) const
+    {
+        const char* plain = payload.contiguous();
+        if (offset == 0 && n == length() && n <= kCopyThenCode && plain) {
+            // A small body in one frame: header, payload, zeros, coded.
+            const size_t k = size_t(payload.size());
+            std::memcpy(dst, head, 4);
+            std::memcpy(dst + 4, plain, k);
+            std::memset(dst + 4 + k, 0, size_t(zeros));
+            kz_coding_code_at(dst + 1, dst + 1, int(n - 1), 0);
+            return;
+        }
+        if (n <= kCopyThenCode) {
+            runs(offset, n, [&](const char* src, qint64 k, qint64 at) {
+                uchar* d = dst + (at - offset);
+                if (src)
+                    std::memcpy(d, src, size_t(k));
+                else
+                    std::memset(d, 0, size_t(k));
+            });
+            if (offset == 0)
+                kz_coding_code_at(dst + 1, dst + 1, int(n - 1), 0);
+            else
+                kz_coding_code_at(dst, dst, int(n), offset - 1);
+            return;
+        }
+        runs(offset, n, [&](const char* src, qint64 k, qint64 at) {
+            uchar* d = dst + (at - offset);
+            if (!src) {
+                std::memset(d, 0, size_t(k));
+                src = reinterpret_cast<const char*>(d);
+            }
+            if (at == 0) { // the flag byte stays as it is
+                d[0] = uchar(src[0]);
+                kz_coding_code_at(d + 1, src + 1, int(k - 1), 0);
+            } else {
+                kz_coding_code_at(d, src, int(k), at - 1);
+            }
+        });
+    }
+
+private:
+    // The body as runs: the header, the payload's runs, the zeros (bytes
+    // null), each at its body offset.
+    struct Segment
+    {
+        const char* bytes;
+        qint64 at;
+        qint64 length;
+    };
+    mutable QVarLengthArray<Segment, 8> segments; // made by the first runs()
+    mutable int cursor = 0;
+
+    void split() const
+    {
+        segments.append({reinterpret_cast<const char*>(head), 0, 4});
+        qint64 at = 4;
+        payload.forEachRun(0, size_t(payload.size()), [&](const char* d, size_t k) {
+            segments.append({d, at, qint64(k)});
+            at += qint64(k);
+        });
+        if (zeros > 0) segments.append({nullptr, at, zeros});
+    }
+};
+
+} // namespace
+
 void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type, ushort method,
                                          QByteArray data, uint datalen)
 {
+    const uchar head[4] = {flag, type, uchar(method & 0xFF), uchar(method >> 8)};
+    // Messages carry no attr text: that goes the general way.
+    if (!attr.isEmpty()) {
+        const CallScope scope(this); // the pack-result callback may delete the resolver
+        packSendGeneral(attr, head, data, datalen);
+        return;
+    }
+    Payload payload;
+    payload << rawbytes{data};
+    // An empty payload is `datalen` zero bytes.
+    packBody(head, payload, data.isEmpty() ? qint64(qMin<uint>(datalen, 0x10000)) : 1);
+}
+
+void KZProtocolResolverPrivate::packBody(const uchar* head, const Payload& payload, qint64 zeros)
+{
     const CallScope scope(this); // the pack-result callback may delete the resolver
-    // Body: flag, type, method code, then the payload and its zero byte
-    // (an empty payload is `datalen` zero bytes).
+    const BodyParts body(head, payload, zeros);
+    const int capacity = frameCapacity;
+    const int seq = sequence++;
+    if (body.length() > INT_MAX) {
+        // Too long to count in an int: it cannot be framed. The host still
+        // gets a buffer to free.
+        emitFrame(static_cast<char*>(std::malloc(1)), 0);
+        return;
+    }
+    const int length = int(body.length());
+
+    // One frame: the body is written and coded straight into the buffer the
+    // host gets, sized to the frame.
+    if (KZ_FRAME_OVERHEAD + qint64(length) <= capacity) {
+        const size_t size = size_t(KZ_FRAME_OVERHEAD + length);
+        auto* out = static_cast<uchar*>(std::malloc(size));
+        int written = 0;
+        if (out) {
+            uchar* at = out + KZ_FRAME_DATA_AT(0);
+            body.write(at, 0, length);
+            written = kz_protocol_pack(engine, out, int(size), seq, "", at, length);
+        }
+        emitFrame(reinterpret_cast<char*>(out), written);
+        drainPending();
+        return;
+    }
+
+    // Split: the first piece carries capacity - 34 bytes and so does every
+    // later one; each is packed as soon as it is written. Pieces take fresh
+    // sequence numbers unless the engine keeps the message's own.
+    const qint64 step = qint64(capacity) - KZ_PIECE_OVERHEAD;
+    if (step < 1 || !engine) {
+        // Nothing can be sent: the host still gets a buffer to free.
+        emitFrame(static_cast<char*>(std::malloc(1)), 0);
+        return;
+    }
+    const bool freshSeq = kz_protocol_option(engine, KZ_OPT_PIECES) == KZ_PIECES_FRESH_SEQ;
+    for (qint64 offset = 0; offset < length && !retired();) {
+        const int n = int(qMin<qint64>(step, length - offset));
+        auto* out = static_cast<uchar*>(std::malloc(size_t(KZ_PIECE_OVERHEAD + n)));
+        if (!out) {
+            offset += n;
+            continue;
+        }
+        uchar* at = out + KZ_PIECE_DATA_AT(0);
+        body.write(at, offset, n);
+        const int pieceSeq = offset == 0 || !freshSeq ? seq : sequence++;
+        const int written =
+            kz_protocol_pack_piece(engine, out, KZ_PIECE_OVERHEAD + n, pieceSeq, uint32_t(seq),
+                                   uint32_t(length), uint32_t(offset), at, n);
+        emitFrame(reinterpret_cast<char*>(out), written);
+        offset += n;
+    }
+    drainPending();
+}
+
+void KZProtocolResolverPrivate::packSendGeneral(const QByteArray& attr, const uchar* head,
+                                                const QByteArray& data, uint datalen)
+{
     QByteArray body;
     body.reserve(4 + data.size() + 1);
-    body.append(char(flag));
-    body.append(char(type));
-    body.append(char(method & 0xFF));
-    body.append(char(method >> 8));
+    body.append(reinterpret_cast<const char*>(head), 4);
     if (data.isEmpty()) {
         body.append(QByteArray(int(qMin<uint>(datalen, 0x10000)), '\0'));
     } else {
@@ -251,39 +448,48 @@ void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type
     const int length = body.size();
 
     // Everything but the flag byte is coded.
-    QByteArray coded(length, Qt::Uninitialized);
-    coded[0] = body[0];
-    kz_coding_encrypt_fast(coded.data() + 1, body.constData() + 1, length - 1);
+    kz_coding_encrypt_fast(body.data() + 1, body.constData() + 1, length - 1);
 
     const QByteArray attrText = attr + '\0';
     char* out = static_cast<char*>(std::calloc(size_t(frameCapacity), 1));
     const int seq = sequence++;
     const int written = out ? kz_protocol_pack(engine, out, frameCapacity, seq,
-                                               attrText.constData(), coded.constData(), length)
+                                               attrText.constData(), body.constData(), length)
                             : 0;
     emitFrame(out, written);
+    drainPending();
+}
 
+void KZProtocolResolverPrivate::drainPending()
+{
+    // Cheap when, as after every body packed here, nothing is pending.
+    kz_list* pending = kz_protocol_pending(engine);
+    if (!pending || pending->count == 0) return;
     // A body that did not fit left its other pieces in the engine. They are
     // drained whatever the body's size, so no piece is ever left behind.
     // Once the host deleted the resolver, the pieces left are freed with
     // the engine.
-    kz_list* pending = kz_protocol_pending(engine);
-    while (!retired()) {
+    while (pending->count > 0 && !retired()) {
         kz_list_node* node = kz_list_take_node(pending, kz_list_node_at(pending, 0));
         if (!node) break;
-        char* buffer = static_cast<char*>(std::calloc(size_t(frameCapacity), 1));
         const int textLength = int(std::strlen(node->bytes));
         const int dataLength = node->total - textLength - 1;
+        char* buffer = nullptr;
         int n = 0;
-        if (!buffer) {
-            n = 0;
-        } else if (!(node->flags & KZ_NODE_PACKED)) {
+        if (!(node->flags & KZ_NODE_PACKED)) {
+            buffer = static_cast<char*>(std::malloc(size_t(qMax(frameCapacity, 1))));
             const int pieceSeq = (node->flags & KZ_NODE_OWN_SEQ) ? node->seq : sequence++;
-            n = kz_protocol_pack(engine, buffer, frameCapacity, pieceSeq, node->bytes,
-                                 kz_strnxt(node->bytes), dataLength);
-        } else if (dataLength <= frameCapacity) {
-            std::memcpy(buffer, kz_strnxt(node->bytes), size_t(qMax(dataLength, 0)));
-            n = dataLength;
+            if (buffer)
+                n = kz_protocol_pack(engine, buffer, frameCapacity, pieceSeq, node->bytes,
+                                     kz_strnxt(node->bytes), dataLength);
+            else
+                --sequence; // nothing packed, no number used
+        } else {
+            buffer = static_cast<char*>(std::malloc(size_t(qMax(dataLength, 1))));
+            if (buffer && dataLength <= frameCapacity) {
+                std::memcpy(buffer, kz_strnxt(node->bytes), size_t(qMax(dataLength, 0)));
+                n = dataLength;
+            }
         }
         emitFrame(buffer, n);
         kz_list_node_destroy(node);
@@ -294,39 +500,56 @@ void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type
 // Receiving
 // ---------------------------------------------------------------------------
 
+static KZProtocolResolver::DropReason reasonOfNotice(int code);
+
 void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
 {
-    if (drainingThread.load() == QThread::currentThreadId()) {
+    // Only this thread ever finds its own id here, so relaxed order will do.
+    const Qt::HANDLE self = QThread::currentThreadId();
+    if (drainingThread.load(std::memory_order_relaxed) == self) {
         // Called from one of our callbacks: the event lock is held by this
         // very thread, so take the bytes after the current drain.
         deferredInput.append(bytes);
         return;
     }
     const CallScope scope(this); // a message callback may delete the resolver
-    QByteArray input = bytes;
-    do {
-        counters.add(counters.bytesReceived, quint64(input.size()));
-        if (engine && !input.isEmpty()) {
-            kz_protoiot_engine.input(engine, input.constData(), input.size());
+    const QByteArray* input = &bytes;
+    QByteArray deferred;
+    for (;;) {
+        counters.add(counters.bytesReceived, quint64(input->size()));
+        QMutexLocker lock(&eventLock);
+        drainingThread.store(self, std::memory_order_relaxed);
+        // Events queued before (by input fed to the engine elsewhere) come
+        // first; those of this input are handled as the engine raises them.
+        if (!eventQueue.isEmpty()) drainQueue();
+        if (engine && !input->isEmpty() && !retired()) {
+            handleAtOnce = true;
+            kz_protoiot_engine.input(engine, input->constData(), input->size());
+            handleAtOnce = false;
             kz_rx_stats rx{};
             if (kz_protocol_rx_stats(engine, &rx) == 0) {
                 counters.framesAccepted.store(rx.frames, std::memory_order_relaxed);
                 counters.garbageBytes.store(rx.skipped, std::memory_order_relaxed);
             }
         }
-        QMutexLocker lock(&eventLock);
-        drainingThread.store(QThread::currentThreadId());
-        while (!eventQueue.isEmpty() && !retired()) {
-            ReceivedEvent* record = eventQueue.takeFirst();
-            if (!record) continue;
-            parseReadEvent(record);
-            delete record;
-        }
-        drainingThread.store(nullptr);
-        input.clear();
-        if (retired()) break; // the rest is freed with the object
-        input.swap(deferredInput);
-    } while (!input.isEmpty());
+        if (!eventQueue.isEmpty()) drainQueue();
+        drainingThread.store(nullptr, std::memory_order_relaxed);
+        // Once retired, the rest is freed with the object.
+        if (retired() || deferredInput.isEmpty()) break;
+        deferred.clear();
+        deferred.swap(deferredInput);
+        input = &deferred;
+    }
+}
+
+void KZProtocolResolverPrivate::drainQueue()
+{
+    while (!eventQueue.isEmpty() && !retired()) {
+        ReceivedEvent* record = eventQueue.takeFirst();
+        if (!record) continue;
+        parseReadEvent(record);
+        delete record;
+    }
 }
 
 int KZProtocolResolverPrivate::eventHandler(kz_event* e)
@@ -348,11 +571,27 @@ int KZProtocolResolverPrivate::eventHandler(kz_event* e)
     }
     if (e->type != KZ_EVENT_DATA && e->type != KZ_EVENT_NOTICE) return kz_protoiot_event_handler(e);
 
+    if (self->handleAtOnce) {
+        // Raised inside parseReceive, which holds the event lock on this
+        // thread and has drained the queue: handle the event now, from the
+        // engine's bytes, in the order the engine raises them.
+        if (self->retired()) {
+            kz_protoiot_engine.reset(self->engine); // nothing more is wanted
+            return 0;
+        }
+        if (e->type == KZ_EVENT_NOTICE) {
+            self->drop(reasonOfNotice(e->length2), e->length);
+            return kz_protoiot_event_handler(e);
+        }
+        // A reassembled body is the engine's own and may be decoded in place.
+        self->handleBody(static_cast<uchar*>(e->data), e->length, e->length2 > 1);
+        return 0;
+    }
+
     auto* record = new ReceivedEvent;
     record->type = e->type;
     record->length = e->length;
     record->length2 = e->length2;
-    if (e->name) record->name = QString::fromLocal8Bit(e->name);
     if (e->type == KZ_EVENT_DATA && e->length > 0)
         record->data = QByteArray(static_cast<const char*>(e->data), e->length);
     {
@@ -392,17 +631,45 @@ void KZProtocolResolverPrivate::parseReadEvent(ReceivedEvent* record)
         return;
     }
     if (record->type != KZ_EVENT_DATA) return;
-    if (record->data.isNull() || record->length == 0) {
+    handleBody(reinterpret_cast<uchar*>(record->data.data()), record->data.size(), true);
+}
+
+void KZProtocolResolverPrivate::handleBody(uchar* data, int length, bool writable)
+{
+    if (!data || length <= 0) {
         debugLine() << "data==nullptr || data_len ==0 and ready to return "
-                    << static_cast<const void*>(record->data.isEmpty() ? nullptr
-                                                                       : record->data.constData())
-                    << record->length;
+                    << static_cast<const void*>(nullptr) << 0;
         drop(KZProtocolResolver::DropEmptyBody, 0);
         return;
     }
-    uchar* body = reinterpret_cast<uchar*>(record->data.data());
-    const int length = record->data.size();
-    kz_coding_decrypt_fast(body + 1, body + 1, length - 1);
+    // Decoded in place when the bytes may be changed, otherwise into the
+    // scratch buffer kept from one message to the next.
+    uchar* body = data;
+    if (writable && length >= kDecodeLazilyFrom) {
+        // A large body in a buffer of its own: only its header is decoded
+        // now, the rest as the decoder reads it.
+        kz_coding_decrypt_fast(body + 1, body + 1, qMin(length, 4) - 1);
+        if (length < 4)
+            drop(KZProtocolResolver::DropShortBody, length);
+        else if (body[1] != kMessageType)
+            drop(KZProtocolResolver::DropUnknownType, length, body[1]);
+        else
+            dispatchCoded(body, length - 4);
+        return;
+    }
+    if (!writable) {
+        if (scratchSize < length) {
+            scratch.reset(new (std::nothrow) uchar[size_t(length)]);
+            scratchSize = scratch ? length : 0;
+            if (!scratch) {
+                drop(KZProtocolResolver::DropOutOfMemory, length);
+                return;
+            }
+        }
+        body = scratch.get();
+        body[0] = data[0];
+    }
+    kz_coding_decrypt_fast(body + 1, data + 1, length - 1);
     // The event name may carry the peer's attr text after a comma; no
     // message uses it.
     if (length < 4)
@@ -411,6 +678,11 @@ void KZProtocolResolverPrivate::parseReadEvent(ReceivedEvent* record)
         drop(KZProtocolResolver::DropUnknownType, length, body[1]);
     else
         dispatch(body, length - 4);
+    if (scratchSize > kScratchKeep) {
+        // One large whole frame does not pin its memory.
+        scratch.reset();
+        scratchSize = 0;
+    }
 }
 
 // ---------------------------------------------------------------------------
@@ -443,12 +715,28 @@ constexpr bool routesAscending()
 static_assert(routesAscending(), "methods.def must list the codes in ascending order");
 static_assert(sizeof(kRoutes) / sizeof(kRoutes[0]) == 117, "the protocol has 117 method codes");
 
+constexpr size_t kRouteCount = sizeof(kRoutes) / sizeof(kRoutes[0]);
+constexpr quint16 kHighestCode = kRoutes[kRouteCount - 1].code;
+
+// Route of each code up to the highest, by index + 1 (0: no message): one
+// load per body instead of a search.
+struct RouteIndex
+{
+    quint8 at[kHighestCode + 1] = {};
+};
+constexpr RouteIndex makeRouteIndex()
+{
+    RouteIndex index;
+    for (size_t i = 0; i < kRouteCount; ++i) index.at[kRoutes[i].code] = quint8(i + 1);
+    return index;
+}
+static_assert(kRouteCount < 255, "a route index is one byte");
+constexpr RouteIndex kRouteIndex = makeRouteIndex();
+
 const Route* findRoute(quint16 code)
 {
-    const Route* end = std::end(kRoutes);
-    const Route* it = std::lower_bound(std::begin(kRoutes), end, code,
-                                       [](const Route& r, quint16 c) { return r.code < c; });
-    return it != end && it->code == code ? it : nullptr;
+    if (code > kHighestCode || kRouteIndex.at[code] == 0) return nullptr;
+    return &kRoutes[kRouteIndex.at[code] - 1];
 }
 
 } // namespace
@@ -462,12 +750,25 @@ const char* kz::methodName(quint16 code)
 int KZProtocolResolverPrivate::dispatch(const uchar* body, int dataLength,
                                         QVector<TraceItem>* trace)
 {
+    return dispatchWith(body, dataLength, trace, nullptr);
+}
+
+void KZProtocolResolverPrivate::dispatchCoded(uchar* body, int dataLength)
+{
+    dispatchWith(body, dataLength, nullptr, body + 4);
+}
+
+int KZProtocolResolverPrivate::dispatchWith(const uchar* body, int dataLength,
+                                            QVector<TraceItem>* trace, uchar* coded)
+{
     if (dataLength < 0) return 1; // a body shorter than its header
     const quint16 code = quint16(body[2] | (body[3] << 8));
     if (const Route* route = findRoute(code)) {
         counters.add(counters.messagesDispatched, 1);
         Reader r(body + 4, dataLength);
         r.setTrace(trace);
+        // Body byte 4 is keystream position 3: the coding starts at byte 1.
+        if (coded) r.setCoded(coded, 3);
         (this->*route->decode)(body[0], r);
     } else {
         drop(KZProtocolResolver::DropUnknownMethod, dataLength + 4, code);

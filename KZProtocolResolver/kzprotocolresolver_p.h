@@ -16,6 +16,7 @@
 #include <memory>
 
 struct kz_event;
+struct kz_list;
 
 /// The library's own logging category, "kz.resolver": one debug line per
 /// drop, one warning per lossy message. Debug lines are off by default.
@@ -27,7 +28,6 @@ struct ReceivedEvent
     int type = 0;
     int length = 0;
     int length2 = 0;
-    QString name;
     QByteArray data; // a copy of the body for data events; null otherwise
 };
 
@@ -120,11 +120,16 @@ public:
     void parseReceive(const QByteArray& bytes);
     static int eventHandler(kz_event* e);
     void parseReadEvent(ReceivedEvent* record);
+    /// Decodes one received body (`writable`: in place) and dispatches it.
+    void handleBody(uchar* data, int length, bool writable);
 
     /// Routes a restored body to the decoder of its method code. `dataLength`
     /// counts the bytes from offset 4 to the end. Unknown codes are dropped.
     /// With `trace`, every field the decoder reads is recorded there.
     int dispatch(const uchar* body, int dataLength, QVector<kz::TraceItem>* trace = nullptr);
+    /// dispatch() of a body whose bytes from offset 4 on are still coded;
+    /// they are decoded in place as the decoder reads them.
+    void dispatchCoded(uchar* body, int dataLength);
 
     /// Calls `fn` with the context pointer and `args` if the slot is set.
     template <class F, class... A>
@@ -173,6 +178,29 @@ public:
 
 private:
     void emitFrame(char* buffer, int length);
+    // Codes and frames the body of header `head` (flag, type, method code),
+    // the payload and `zeros` zero bytes, and hands out every frame.
+    void packBody(const uchar* head, const kz::Payload& payload, qint64 zeros);
+    // packSend for an attr text or a body too long for the fast way: the
+    // body built whole and packed (split) by the engine.
+    void packSendGeneral(const QByteArray& attr, const uchar* head, const QByteArray& data,
+                         uint datalen);
+    // Handles the queued events, under the event lock.
+    void drainQueue();
+    // Set while parseReceive feeds the engine: its events are handled at once.
+    bool handleAtOnce = false;
+    // Where bodies that lie in read-only bytes are decoded; a buffer larger
+    // than kScratchKeep is released after its message.
+    static constexpr int kScratchKeep = 64 * 1024;
+    // Bodies this large in a buffer of their own are decoded as they are read.
+    static constexpr int kDecodeLazilyFrom = 4096;
+    int dispatchWith(const uchar* body, int dataLength, QVector<kz::TraceItem>* trace,
+                     uchar* coded);
+    std::unique_ptr<uchar[]> scratch;
+    int scratchSize = 0;
+    // Packs and hands out the pieces the engine left in its pending list.
+    void drainPending();
+    kz_list* pendingList = nullptr; // the engine's, fixed for its life
 
     // Bytes handed to parseReceive from inside a callback: fed to the engine
     // once the current drain is over. Only the draining thread touches it.

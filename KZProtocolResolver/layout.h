@@ -142,7 +142,7 @@ struct Field<mapof<K, V>>
             auto key = Field<K>::read(r);
             out.insert(key, Field<V>::read(r));
         });
-        q.done(QStringLiteral("[%1]").arg(out.size()));
+        q.done([&] { return QString(QStringLiteral("[%1]").arg(out.size())); });
         return out;
     }
 };

@@ -1,27 +1,111 @@
 #include "payload.h"
 
+#include <kzapin/kzapin.h>
+
 namespace kz {
 
 // ---------------------------------------------------------------------------
 // Payload
 // ---------------------------------------------------------------------------
 
+Payload& Payload::operator=(const Payload& other)
+{
+    if (this == &other) return *this;
+    size_ = 0;
+    if (other.size_ > cap_) grow(other.size_);
+    if (other.size_) std::memcpy(buf_, other.buf_, other.size_);
+    size_ = other.size_;
+    shared_ = other.shared_;
+    shares_ = other.shares_;
+    lossWhat_ = other.lossWhat_;
+    lossValue_ = other.lossValue_;
+    return *this;
+}
+
+void Payload::take(Payload& other)
+{
+    if (other.buf_ == other.inline_) {
+        std::memcpy(inline_, other.inline_, other.size_);
+        buf_ = inline_;
+    } else {
+        buf_ = other.buf_;
+    }
+    size_ = other.size_;
+    cap_ = other.cap_;
+    shared_ = other.shared_;
+    shares_ = other.shares_;
+    lossWhat_ = other.lossWhat_;
+    lossValue_ = other.lossValue_;
+    other.buf_ = other.inline_;
+    other.size_ = 0;
+    other.cap_ = kInline;
+    other.shared_ = 0;
+    other.shares_.clear();
+}
+
+void Payload::grow(size_t need)
+{
+    if (need <= cap_) return;
+    size_t cap = qMax(need, cap_ * 2);
+    char* p = static_cast<char*>(buf_ == inline_ ? std::malloc(cap) : std::realloc(buf_, cap));
+    if (!p) {
+        // As a byte array does when memory runs out.
+        qBadAlloc();
+    }
+    if (buf_ == inline_ && size_) std::memcpy(p, inline_, size_);
+    buf_ = p;
+    cap_ = cap;
+}
+
+QByteArray Payload::bytes() const
+{
+    QByteArray out;
+    out.reserve(int(size()));
+    forEachRun(0, size_t(size()), [&](const char* p, size_t n) { out.append(p, int(n)); });
+    return out;
+}
+
+// Text as UTF-8: plain ASCII is written straight into the payload; other
+// text goes through QString::toUtf8.
+static bool isAscii(const QString& s)
+{
+    const QChar* u = s.constData();
+    for (int i = 0, n = s.size(); i < n; ++i)
+        if (u[i].unicode() >= 0x80) return false;
+    return true;
+}
+
 Payload& Payload::operator<<(str16 x)
 {
+    if (isAscii(x.v)) {
+        const int n = x.v.size();
+        if (n + 1 > 0x7FFF) noteLoss("16-bit text length", n + 1);
+        *this << u16{quint16(n + 1)};
+        return *this << strz{x.v};
+    }
     const QByteArray u = x.v.toUtf8();
     // The length is read back as signed 16 bits: a longer text arrives
     // empty or cut.
     if (u.size() + 1 > 0x7FFF) noteLoss("16-bit text length", u.size() + 1);
     *this << u16{quint16(u.size() + 1)};
-    b_.append(u.constData(), u.size() + 1); // with its zero byte
-    return *this;
+    return append(u.constData(), size_t(u.size()) + 1); // with its zero byte
 }
 
 Payload& Payload::operator<<(strz x)
 {
-    const QByteArray u = x.v.toUtf8();
-    b_.append(u.constData(), u.size() + 1);
-    return *this;
+    const int n = x.v.size();
+    const QChar* u = x.v.constData();
+    if (size_t(n) + 1 > cap_ - size_) grow(size_ + size_t(n) + 1);
+    char* out = buf_ + size_;
+    int i = 0;
+    for (; i < n && u[i].unicode() < 0x80; ++i) out[i] = char(u[i].unicode());
+    if (i == n) {
+        out[n] = '\0';
+        size_ += size_t(n) + 1;
+        return *this;
+    }
+    const QByteArray b = x.v.toUtf8();
+    return append(b.constData(), size_t(b.size()) + 1);
 }
 
 Payload& Payload::operator<<(strlist x)
@@ -61,7 +145,14 @@ Payload& Payload::operator<<(strintmap x)
 Payload& Payload::operator<<(blob32 x)
 {
     *this << u32{quint32(x.v.size())};
-    b_.append(x.v);
+    return *this << rawbytes{x.v};
+}
+
+Payload& Payload::operator<<(rawbytes x)
+{
+    if (x.v.size() < kShareFrom) return append(x.v.constData(), size_t(x.v.size()));
+    shares_.append(Share{size_, x.v});
+    shared_ += size_t(x.v.size());
     return *this;
 }
 
@@ -84,8 +175,20 @@ QString Reader::entryText(const QVector<TraceItem>& items)
     return QLatin1Char('{') + parts.join(QStringLiteral(", ")) + QLatin1Char('}');
 }
 
+void Reader::decodeTo(const uchar* want)
+{
+    // Small steps would cost a call each; large ones decode what a big
+    // byte field would rather take straight into its array.
+    constexpr int kStep = 256;
+    const qptrdiff k = qMin<qptrdiff>(qMax<qptrdiff>(want - coded_, kStep), end_ - coded_);
+    const uchar* stop = coded_ + k;
+    kz_coding_code_at(coded_, coded_, int(k), codedAt_ + (coded_ - begin_));
+    coded_ = stop == end_ ? nullptr : const_cast<uchar*>(stop);
+}
+
 bool Reader::take(void* dst, int n)
 {
+    ensure(n);
     if (remaining() < n) {
         std::memset(dst, 0, size_t(n));
         markShort();
@@ -97,7 +200,7 @@ bool Reader::take(void* dst, int n)
     return true;
 }
 
-quint8 Reader::u8()
+quint8 Reader::u8Slow()
 {
     const int at = offset();
     quint8 v;
@@ -106,7 +209,7 @@ quint8 Reader::u8()
     return v;
 }
 
-quint16 Reader::u16()
+quint16 Reader::u16Slow()
 {
     const int at = offset();
     uchar b[2];
@@ -116,7 +219,7 @@ quint16 Reader::u16()
     return v;
 }
 
-qint16 Reader::i16()
+qint16 Reader::i16Slow()
 {
     const int at = offset();
     uchar b[2];
@@ -126,7 +229,7 @@ qint16 Reader::i16()
     return v;
 }
 
-quint32 Reader::u32()
+quint32 Reader::u32Slow()
 {
     const int at = offset();
     uchar b[4];
@@ -137,11 +240,11 @@ quint32 Reader::u32()
     return v;
 }
 
-qint32 Reader::i32()
+qint32 Reader::i32Slow()
 {
     const Quiet q(this, "i32");
-    const qint32 v = qint32(u32());
-    q.done(QString::number(v));
+    const qint32 v = qint32(u32Slow());
+    q.done([&] { return QString::number(v); });
     return v;
 }
 
@@ -154,7 +257,7 @@ bool Reader::flag8()
     const Quiet q(this, "flag8");
     const quint8 b = u8();
     const bool v = b == 0 && !short_;
-    q.done(v ? QStringLiteral("true") : QStringLiteral("false"));
+    q.done([&] { return QString(v ? QStringLiteral("true") : QStringLiteral("false")); });
     return v;
 }
 
@@ -163,14 +266,22 @@ bool Reader::flag8x()
     const Quiet q(this, "flag8");
     const quint8 b = u8();
     const bool v = (b ^ 1) != 0 && !short_;
-    q.done(v ? QStringLiteral("true") : QStringLiteral("false"));
+    q.done([&] { return QString(v ? QStringLiteral("true") : QStringLiteral("false")); });
     return v;
 }
 
 QString Reader::strz()
 {
     const int at = offset();
-    const void* z = std::memchr(p_, 0, size_t(remaining()));
+    const void* z = nullptr;
+    for (;;) {
+        // Searched in what is plain so far, which grows until the zero is
+        // found or the data ends.
+        const uchar* plainEnd = coded_ ? coded_ : end_;
+        z = std::memchr(p_, 0, size_t(plainEnd - p_));
+        if (z || !coded_) break;
+        decodeTo(coded_ + (coded_ - p_) + 1);
+    }
     const uchar* stop = z ? static_cast<const uchar*>(z) : end_;
     const QString s = QString::fromUtf8(reinterpret_cast<const char*>(p_), int(stop - p_));
     if (!z) markShort();
@@ -187,7 +298,7 @@ QString Reader::str16()
     // The text ends at its first zero byte (the sender's terminator).
     const int z = b.indexOf('\0');
     const QString s = QString::fromUtf8(b.constData(), z < 0 ? b.size() : z);
-    q.done(QLatin1Char('"') + s + QLatin1Char('"'));
+    q.done([&] { return QString(QLatin1Char('"') + s + QLatin1Char('"')); });
     return s;
 }
 
@@ -195,7 +306,7 @@ double Reader::dtext()
 {
     const Quiet q(this, "dtext");
     const double v = strz().toDouble();
-    q.done(QString::number(v, 'g', 6));
+    q.done([&] { return QString::number(v, 'g', 6); });
     return v;
 }
 
@@ -203,7 +314,7 @@ int Reader::itext()
 {
     const Quiet q(this, "itext");
     const int v = strz().toInt(nullptr, 10);
-    q.done(QString::number(v));
+    q.done([&] { return QString::number(v); });
     return v;
 }
 
@@ -212,7 +323,10 @@ QStringList Reader::strlist()
     const Quiet q(this, "strlist");
     QStringList out;
     forEach(count16(), [&] { out.append(strz()); });
-    q.done(QStringLiteral("[%1]{\"%2\"}").arg(out.size()).arg(out.join(QStringLiteral("\",\""))));
+    q.done([&] {
+        return QString(
+            QStringLiteral("[%1]{\"%2\"}").arg(out.size()).arg(out.join(QStringLiteral("\",\""))));
+    });
     return out;
 }
 
@@ -224,7 +338,7 @@ QMap<QString, QStringList> Reader::groupmap()
         const QString key = strz();
         out.insert(key, strlist());
     });
-    q.done(QStringLiteral("[%1]").arg(out.size()));
+    q.done([&] { return QString(QStringLiteral("[%1]").arg(out.size())); });
     return out;
 }
 
@@ -236,7 +350,7 @@ QMap<QString, int> Reader::strintmap()
         const QString key = strz();
         out.insert(key, i32());
     });
-    q.done(QStringLiteral("[%1]").arg(out.size()));
+    q.done([&] { return QString(QStringLiteral("[%1]").arg(out.size())); });
     return out;
 }
 
@@ -248,8 +362,23 @@ QByteArray Reader::bytes(int n)
         n = remaining();
     }
     const int at = offset();
-    const QByteArray b(reinterpret_cast<const char*>(p_), n);
-    p_ += n;
+    QByteArray b;
+    constexpr int kDecodeInto = 1024;
+    if (coded_ && n >= kDecodeInto) {
+        // Decoded on its way into the array: one pass instead of two.
+        b = QByteArray(n, Qt::Uninitialized);
+        const int plain = int(qBound<qptrdiff>(0, coded_ - p_, n));
+        if (plain) std::memcpy(b.data(), p_, size_t(plain));
+        kz_coding_code_at(b.data() + plain, p_ + plain, n - plain,
+                          codedAt_ + (p_ + plain - begin_));
+        p_ += n;
+        // The bytes taken stay coded in the buffer; nothing reads them again.
+        if (coded_ < p_) coded_ = p_ == end_ ? nullptr : const_cast<uchar*>(p_);
+    } else {
+        ensure(n);
+        b = QByteArray(reinterpret_cast<const char*>(p_), n);
+        p_ += n;
+    }
     if (trace_ && depth_ == 0) record("bytes", at, QStringLiteral("[%1 bytes]").arg(n));
     return b;
 }
@@ -261,7 +390,7 @@ QByteArray Reader::blob32()
     // A count larger than the data is cut at the end of the data.
     if (n > quint32(remaining())) markShort();
     const QByteArray b = bytes(int(qMin(n, quint32(remaining()))));
-    q.done(QStringLiteral("[%1 bytes]").arg(b.size()));
+    q.done([&] { return QString(QStringLiteral("[%1 bytes]").arg(b.size())); });
     return b;
 }
 

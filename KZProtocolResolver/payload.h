@@ -13,8 +13,10 @@
 #include <QMap>
 #include <QString>
 #include <QStringList>
+#include <QVarLengthArray>
 #include <QVector>
 
+#include <cstdlib>
 #include <cstring>
 
 namespace kz {
@@ -48,6 +50,8 @@ struct strintmap { const QMap<QString, int>& v; };
 struct blob32 { const QByteArray& v; };
 /// Raw bytes, no prefix.
 struct raw { const char* p; int n; };
+/// The bytes of a byte array, no prefix; a large one is shared, not copied.
+struct rawbytes { const QByteArray& v; };
 
 /// A list or map count as it travels: 16 bits (the size truncated), read
 /// back as signed. `n` is the count meant; the writer notes a count that
@@ -58,7 +62,12 @@ struct c16 { quint16 v; qint64 n; };
 /// Counts of lists and maps travel as 16 bits: the size truncated.
 inline c16 count16(qint64 n) { return c16{quint16(n), n}; }
 
-/// The payload writer. Appends little-endian fields to a byte array.
+/// The payload writer. Appends little-endian fields.
+///
+/// Small payloads live inside the object (no heap allocation); a larger one
+/// grows on the heap. Byte arrays of 512 bytes and more (blob32, rawbytes) are not copied:
+/// the payload keeps a shared reference and the send routine reads them
+/// from where they are. forEachRun() gives the bytes in order.
 ///
 /// Some wire rules lose values: counts travel as 16 bits and are read back
 /// as signed, a str16 length likewise. The writer writes such values as the
@@ -71,12 +80,28 @@ class Payload
 {
 public:
     Payload() = default;
-    explicit Payload(int reserve) { b_.reserve(reserve); }
+    /// `reserve`: the bytes the caller expects to write (a hint).
+    explicit Payload(int reserve)
+    {
+        if (reserve > int(kInline)) grow(size_t(reserve));
+    }
+    Payload(const Payload& other) { *this = other; }
+    Payload(Payload&& other) { take(other); }
+    Payload& operator=(const Payload& other);
+    Payload& operator=(Payload&& other)
+    {
+        if (this != &other) {
+            release();
+            take(other);
+        }
+        return *this;
+    }
+    ~Payload() { release(); }
 
     Payload& operator<<(u8 x)
     {
-        b_.append(char(x.v));
-        return *this;
+        char c = char(x.v);
+        return append(&c, 1);
     }
     Payload& operator<<(u16 x) { return put(x.v); }
     Payload& operator<<(c16 x)
@@ -95,14 +120,33 @@ public:
     Payload& operator<<(groupmap x);
     Payload& operator<<(strintmap x);
     Payload& operator<<(blob32 x);
-    Payload& operator<<(raw x)
-    {
-        b_.append(x.p, x.n);
-        return *this;
-    }
+    Payload& operator<<(raw x) { return append(x.p, x.n > 0 ? size_t(x.n) : 0); }
+    Payload& operator<<(rawbytes x);
 
-    const QByteArray& bytes() const { return b_; }
-    int size() const { return b_.size(); }
+    /// The whole payload as one byte array (a copy).
+    QByteArray bytes() const;
+    /// Its length in bytes.
+    qint64 size() const { return qint64(size_ + shared_); }
+    /// The bytes, when they lie in one run (nothing shared); null otherwise.
+    const char* contiguous() const { return shares_.isEmpty() ? buf_ : nullptr; }
+
+    /// Calls `fn(const char* data, size_t n)` for the bytes [from, from + n)
+    /// of the payload, in order, in as few runs as they are stored in.
+    template <class F>
+    void forEachRun(size_t from, size_t n, F fn) const
+    {
+        size_t own = 0; // bytes of the own buffer before the current share
+        size_t at = 0;  // payload offset of buf_[own]
+        for (const Share& s : shares_) {
+            if (n == 0) return;
+            runOf(buf_ + own, s.at - own, at, from, n, fn);
+            at += s.at - own;
+            own = s.at;
+            runOf(s.bytes.constData(), size_t(s.bytes.size()), at, from, n, fn);
+            at += size_t(s.bytes.size());
+        }
+        if (n) runOf(buf_ + own, size_ - own, at, from, n, fn);
+    }
 
     /// Notes a value that will not arrive as the caller gave it (a count
     /// truncated to 16 bits, rows skipped by a signed-count loop). The wire
@@ -119,19 +163,64 @@ public:
     const char* lossWhat() const { return lossWhat_; }
     qint64 lossValue() const { return lossValue_; }
 
+    /// Byte arrays at least this long are shared rather than copied.
+    static constexpr int kShareFrom = 512;
+
 private:
+    static constexpr size_t kInline = 256;
+
+    // A shared byte array that stands at own-buffer offset `at`.
+    struct Share
+    {
+        size_t at;
+        QByteArray bytes;
+    };
+
     template <class T>
     Payload& put(T v)
     {
         char le[sizeof(T)];
         for (unsigned i = 0; i < sizeof(T); ++i) le[i] = char((v >> (8 * i)) & 0xFF);
-        b_.append(le, int(sizeof(T)));
+        return append(le, sizeof(T));
+    }
+    Payload& append(const char* p, size_t n)
+    {
+        if (n > cap_ - size_) grow(size_ + n);
+        if (n) std::memcpy(buf_ + size_, p, n);
+        size_ += n;
         return *this;
     }
+    // Room for `need` own bytes in all.
+    void grow(size_t need);
+    void release()
+    {
+        if (buf_ != inline_) std::free(buf_);
+        buf_ = inline_;
+        size_ = 0;
+        cap_ = kInline;
+    }
+    void take(Payload& other);
+    // The part of the run [p, p + len) at payload offset `at` that lies in
+    // [from, from + n), handed to fn; advances from and n past it.
+    template <class F>
+    static void runOf(const char* p, size_t len, size_t at, size_t& from, size_t& n, F& fn)
+    {
+        if (n == 0 || len == 0 || from >= at + len) return;
+        const size_t skip = from - at;
+        const size_t k = qMin(len - skip, n);
+        fn(p + skip, k);
+        from += k;
+        n -= k;
+    }
 
-    QByteArray b_;
+    char* buf_ = inline_;
+    size_t size_ = 0;
+    size_t cap_ = kInline;
+    size_t shared_ = 0;                // bytes in shares_
+    QVarLengthArray<Share, 2> shares_; // no heap for the usual one or two
     const char* lossWhat_ = nullptr;
     qint64 lossValue_ = 0;
+    char inline_[kInline];
 };
 
 // ---------------------------------------------------------------------------
@@ -165,11 +254,13 @@ public:
     /// True once any read wanted more bytes than there were.
     bool isShort() const { return short_; }
 
-    quint8 u8();
-    quint16 u16();
-    qint16 i16();
-    quint32 u32();
-    qint32 i32();
+    // Fixed-width fields: read in line when nothing is traced and the bytes
+    // are there, plain.
+    quint8 u8() { return plainAhead(1) ? *p_++ : u8Slow(); }
+    quint16 u16() { return plainAhead(2) ? quint16(le(2)) : u16Slow(); }
+    qint16 i16() { return plainAhead(2) ? qint16(quint16(le(2))) : i16Slow(); }
+    quint32 u32() { return plainAhead(4) ? le(4) : u32Slow(); }
+    qint32 i32() { return plainAhead(4) ? qint32(le(4)) : i32Slow(); }
     /// Inverted boolean, zero test: true exactly when the byte is 0. A
     /// flag past the end of the data is false (but a decoder's data ends
     /// with the body's closing zero, which reads as true).
@@ -213,9 +304,24 @@ public:
         QStringList shown;
         forEach(count16(), [&] { out.append(entry(one, shown)); });
         if (out.size() > shown.size()) shown.append(QStringLiteral("..."));
-        q.done(QStringLiteral("[%1]").arg(out.size()) +
-               (shown.isEmpty() ? QString() : QLatin1Char(' ') + shown.join(QStringLiteral(", "))));
+        q.done([&] {
+            return QStringLiteral("[%1]").arg(out.size()) +
+                   (shown.isEmpty() ? QString()
+                                    : QLatin1Char(' ') + shown.join(QStringLiteral(", ")));
+        });
         return out;
+    }
+
+    /// Declares the data still coded as it arrived (the body coding, whose
+    /// keystream is at `position` at the first byte): it is decoded in
+    /// place as the reads reach it, and a large byte field is decoded
+    /// straight into its array instead of in place and then copied. `data`
+    /// is the reader's data, writable.
+    void setCoded(uchar* data, qint64 position)
+    {
+        if (data != begin_ || data == end_) return;
+        coded_ = data;
+        codedAt_ = position;
     }
 
     /// Records every field read from here on into `sink` (for dump tools).
@@ -239,9 +345,12 @@ public:
               at_(r->offset()), outermost_(r->depth_++ == 0)
         {}
         ~Quiet() { --r_->depth_; }
-        void done(const QString& value) const
+        /// Records the composite with the text that `value()` makes, when
+        /// a trace records it (the text is not made otherwise).
+        template <class F>
+        void done(F value) const
         {
-            if (outermost_ && r_->trace_) r_->trace_->append({kind_, at_, value, name_});
+            if (outermost_ && r_->trace_) r_->trace_->append({kind_, at_, value(), name_});
         }
 
     private:
@@ -275,6 +384,30 @@ private:
     static QString entryText(const QVector<TraceItem>& items);
     void markShort();
     bool take(void* dst, int n);
+    bool plainAhead(int n) const
+    {
+        return !trace_ && end_ - p_ >= n && (!coded_ || coded_ - p_ >= n);
+    }
+    // The next n (2 or 4) bytes, little-endian; they are there.
+    quint32 le(int n)
+    {
+        quint32 v = 0;
+        for (int i = n - 1; i >= 0; --i) v = v << 8 | p_[i];
+        p_ += n;
+        return v;
+    }
+    quint8 u8Slow();
+    quint16 u16Slow();
+    qint16 i16Slow();
+    quint32 u32Slow();
+    qint32 i32Slow();
+    // Makes the next min(n, remaining()) bytes plain.
+    void ensure(int n)
+    {
+        if (coded_ && n > coded_ - p_) decodeTo(p_ + qMin(n, remaining()));
+    }
+    // Decodes from coded_ to at least `want` (in steps of some size).
+    void decodeTo(const uchar* want);
     const char* takeLabel()
     {
         const char* n = label_;
@@ -298,6 +431,8 @@ private:
     const char* label_ = nullptr;
     QVector<TraceItem>* trace_ = nullptr;
     QVector<TraceItem>* root_ = nullptr; // where "cut" goes, also from inside a list entry
+    uchar* coded_ = nullptr;             // first byte not decoded yet; null when all is plain
+    qint64 codedAt_ = 0;                 // keystream position of begin_
 };
 
 } // namespace kz

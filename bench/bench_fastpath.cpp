@@ -145,17 +145,16 @@ extern "C" __attribute__((noinline)) long roundTrips(Pair* p, const char* what, 
                                                      const QStringList* names,
                                                      const user_info* user, const QByteArray* data)
 {
+    // The message is chosen once, so the loop holds nothing but the calls.
     const std::string w = what;
-    for (long i = 0; i < n; ++i) {
-        if (w == "logout")
-            p->sender.lanLogout(7);
-        else if (w == "delete")
-            p->sender.lanDeleteUser(*names);
-        else if (w == "adduser")
-            p->sender.lanAddUserResult(*user);
-        else
-            p->sender.lanRemoteUpdateScreenResponse(kMac, *data);
-    }
+    if (w == "logout")
+        for (long i = 0; i < n; ++i) p->sender.lanLogout(7);
+    else if (w == "delete")
+        for (long i = 0; i < n; ++i) p->sender.lanDeleteUser(*names);
+    else if (w == "adduser")
+        for (long i = 0; i < n; ++i) p->sender.lanAddUserResult(*user);
+    else
+        for (long i = 0; i < n; ++i) p->sender.lanRemoteUpdateScreenResponse(kMac, *data);
     return p->delivered;
 }
 

@@ -283,7 +283,7 @@ struct Sender
 TEST(Crc32, MatchesCheckValueAndBitwiseReference)
 {
     EXPECT_EQ(kz_crc32(0, "123456789", 9), 0xCBF43926u);
-    const std::string data = randomBytes(300, 1);
+    const std::string data = randomBytes(1200, 1);
     const auto* p = reinterpret_cast<const unsigned char*>(data.data());
     const auto bitwise = [p](size_t from, size_t n) {
         uint32_t c = 0xFFFFFFFFu;
@@ -293,8 +293,14 @@ TEST(Crc32, MatchesCheckValueAndBitwiseReference)
         }
         return ~c;
     };
-    for (size_t start = 0; start < 8; ++start)
-        for (size_t n = 0; n < 80; ++n)
+    // Every short length and the lengths around the block sizes of the
+    // vector code (16 and 64 bytes), at every alignment.
+    std::vector<size_t> lengths;
+    for (size_t n = 0; n < 80; ++n) lengths.push_back(n);
+    for (size_t n : {95, 96, 97, 127, 128, 129, 143, 144, 195, 511, 512, 1000, 1180})
+        lengths.push_back(n);
+    for (size_t start = 0; start < 16; ++start)
+        for (size_t n : lengths)
             ASSERT_EQ(kz_crc32(0, p + start, n), bitwise(start, n)) << start << " " << n;
     // Continuing from a previous value equals one pass over the whole run.
     for (size_t cut : {0, 1, 7, 8, 9, 150, 300})
@@ -324,6 +330,37 @@ TEST(Coding, RoundTripsAndTheKeystreamFollowsThePosition)
     for (size_t i = 8; i < 64; i += 8) EXPECT_NE(coded.substr(0, 8), coded.substr(i, 8)) << i;
     kz_coding_encrypt_fast(tail.data(), zeros.data() + 1, 63);
     EXPECT_NE(tail, coded.substr(1));
+}
+
+TEST(Coding, EveryByteTakesTheKeystreamByteOfItsPosition)
+{
+    // Byte p of a run is XORed with byte p % 8 (little-endian) of the
+    // splitmix64 finaliser of (p / 8) * 0x9E3779B97F4A7C15 + "KZAPIN01".
+    const auto key = [](uint64_t pos) {
+        uint64_t z = (pos / 8) * 0x9E3779B97F4A7C15ull + 0x4B5A4150494E3031ull;
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+        z ^= z >> 31;
+        return static_cast<unsigned char>(z >> (8 * (pos % 8)));
+    };
+    const std::string plain = randomBytes(1100, 9);
+    for (int64_t position : {0ll, 1ll, 5ll, 8ll, 13ll, 1000003ll})
+        for (int n : {1, 7, 8, 9, 31, 32, 33, 63, 64, 65, 100, 257, 1100}) {
+            std::string out(static_cast<size_t>(n), '\0');
+            kz_coding_code_at(out.data(), plain.data(), n, position);
+            for (int i = 0; i < n; ++i)
+                ASSERT_EQ(static_cast<unsigned char>(out[size_t(i)]),
+                          static_cast<unsigned char>(plain[size_t(i)] ^ key(position + i)))
+                    << "position " << position << ", " << n << " bytes, byte " << i;
+        }
+    // A run coded piece by piece equals the run coded whole.
+    std::string whole(plain.size(), '\0'), pieces = plain;
+    kz_coding_encrypt_fast(whole.data(), plain.data(), int(plain.size()));
+    for (size_t at = 0, n = 1; at < pieces.size(); at += n, n = n * 3 + 1) {
+        n = std::min(n, pieces.size() - at);
+        kz_coding_code_at(&pieces[at], &pieces[at], int(n), int64_t(at));
+    }
+    EXPECT_EQ(pieces, whole);
 }
 
 TEST(Objects, OptionsAndCastsAreChecked)
@@ -792,6 +829,34 @@ TEST(Reassembly, PartialBodiesAreBoundedInNumberAndBytes)
                  rawFrame(pieceFields(id, 1 << 20, 60000, chunk)));
     EXPECT_LT(heapInUse() - before, (1u << 20) + 256u * 1024);
     EXPECT_EQ(big.noticeCount(), 96u);
+}
+
+TEST(Reassembly, ABodysBufferServesTheNextAndIsReleasedWhenIdle)
+{
+    // Bodies of all sizes in a row, each reassembled in the buffer the one
+    // before left (larger or smaller than it needs).
+    Sender tx;
+    Receiver rx;
+    const Bodies bodies{randomBytes(300000, 40), randomBytes(5000, 41), randomBytes(70000, 42),
+                        randomBytes(2100, 43)};
+    for (const auto& b : bodies) rx.feed(join(tx.pack(2048, b)));
+    EXPECT_EQ(rx.bodies(), bodies);
+
+    // The buffer is kept while split bodies come, and let go after a run of
+    // whole frames, or by a reset.
+    EnginePtr plain(kz_type_new(kz__protoiot, 0)); // events not recorded
+    const std::string big = join(tx.pack(2048, randomBytes(300000, 44)));
+    std::string wholes;
+    for (uint32_t i = 0; i < 32; ++i) wholes += wholeFrame(i, "", "small");
+    const size_t before = heapInUse();
+    EXPECT_EQ(kz_protoiot_engine.input(plain.get(), big.data(), int(big.size())), 1);
+    EXPECT_GE(heapInUse() - before, 300000u);
+    EXPECT_EQ(kz_protoiot_engine.input(plain.get(), wholes.data(), int(wholes.size())), 32);
+    EXPECT_LT(heapInUse() - before, 64u * 1024);
+    EXPECT_EQ(kz_protoiot_engine.input(plain.get(), big.data(), int(big.size())), 1);
+    EXPECT_GE(heapInUse() - before, 300000u);
+    kz_protoiot_engine.reset(plain.get());
+    EXPECT_LT(heapInUse() - before, 64u * 1024);
 }
 
 TEST(Receive, ResetForgetsBufferedBytesAndPartialBodiesAndHandlersMayReset)

@@ -4,6 +4,9 @@
 #include "support.h"
 
 #include <gtest/gtest.h>
+#include <kzapin/kzapin.h>
+
+#include <utility>
 
 using namespace kz;
 using kztest::hex;
@@ -61,7 +64,8 @@ TEST(Reader, ReadsWhatTheWriterWrote)
                                 << flag8{false} << strz{s} << str16{s} << strlist{list}
                                 << dtext{2.25} << itext{42} << groupmap{gm} << strintmap{sim}
                                 << blob32{blob};
-    Reader r = readerOf(p.bytes());
+    const QByteArray bytes = p.bytes();
+    Reader r = readerOf(bytes);
     EXPECT_EQ(r.u8(), 7);
     EXPECT_EQ(r.u16(), 65535);
     EXPECT_EQ(r.u32(), 0xDEADBEEFu);
@@ -78,6 +82,88 @@ TEST(Reader, ReadsWhatTheWriterWrote)
     EXPECT_EQ(r.blob32(), blob);
     EXPECT_TRUE(r.atEnd());
     EXPECT_FALSE(r.isShort());
+}
+
+TEST(Writer, LongSharedCopiedAndMovedPayloadsKeepTheirBytes)
+{
+    // Past the room kept inside the object, with large arrays shared (not
+    // copied) between bytes of its own, and after copies and moves.
+    QByteArray big(10000, Qt::Uninitialized);
+    for (int i = 0; i < big.size(); ++i) big[i] = char(i * 7 + i / 256);
+    const QByteArray small(100, 's');
+    Payload p;
+    QByteArray expected;
+    for (int i = 0; i < 40; ++i) {
+        const QString item = QStringLiteral("item%1").arg(i);
+        p << strz{item};
+        expected += item.toLatin1() + '\0';
+    }
+    p << blob32{big} << u8{9} << rawbytes{small} << rawbytes{big}
+      << strz{QString::fromUtf8("a\xC3\xA4")};
+    expected += QByteArray::fromHex("10270000") + big + '\x09' + small + big + "a\xC3\xA4" + '\0';
+    EXPECT_EQ(p.size(), expected.size());
+    EXPECT_EQ(p.bytes(), expected);
+    EXPECT_EQ(p.contiguous(), nullptr);
+
+    // Any window of it, run by run, in order.
+    for (int from : {0, 1, 299, 300, 5000, 10300, 20000})
+        for (int n : {0, 1, 17, 4000, 30000}) {
+            const int len = qMin(n, expected.size() - from);
+            QByteArray got;
+            p.forEachRun(size_t(from), size_t(len), [&](const char* d, size_t k) {
+                EXPECT_GT(k, 0u);
+                got.append(d, int(k));
+            });
+            ASSERT_EQ(got, expected.mid(from, len)) << from << " " << n;
+        }
+
+    Payload copy(p);
+    Payload moved(std::move(copy));
+    EXPECT_EQ(moved.bytes(), expected);
+    Payload inlineOnly;
+    inlineOnly << u16{0x0201};
+    Payload assigned;
+    assigned = std::move(inlineOnly);
+    assigned << u8{3};
+    EXPECT_EQ(hex(assigned.bytes()), QStringLiteral("01 02 03"));
+    assigned = moved;
+    EXPECT_EQ(assigned.bytes(), expected);
+}
+
+TEST(Reader, CodedDataReadsAsPlainData)
+{
+    // A body still coded as it arrived is decoded as the reads reach it; a
+    // large byte field is decoded straight into its array. Every value and
+    // the reader's state match a reader of the plain bytes, also for data
+    // cut anywhere.
+    const QString longText(600, QLatin1Char('t'));
+    const QStringList list{QStringLiteral("x"), QString(), longText};
+    QByteArray big(5000, Qt::Uninitialized);
+    for (int i = 0; i < big.size(); ++i) big[i] = char(i * 13);
+    const QByteArray plain = (Payload() << u32{0xA1B2C3D4} << strz{longText} << strlist{list}
+                                        << blob32{QByteArray(300, 'b')} << blob32{big} << i32{-9}
+                                        << strz{QStringLiteral("end")} << flag8{true})
+                                 .bytes();
+    const qint64 position = 3; // body offset 4: the keystream starts at body byte 1
+    for (int cut : {int(plain.size()), int(plain.size()) - 1, 4000, 2000, 1300, 620, 300, 3, 0}) {
+        QByteArray a = plain.left(cut), b = a;
+        kz_coding_code_at(b.data(), b.constData(), b.size(), position);
+        Reader ra = readerOf(a);
+        Reader rb(reinterpret_cast<const uchar*>(b.constData()), b.size());
+        rb.setCoded(reinterpret_cast<uchar*>(b.data()), position);
+        EXPECT_EQ(rb.u32(), ra.u32()) << cut;
+        EXPECT_EQ(rb.strz(), ra.strz()) << cut;
+        EXPECT_EQ(rb.strlist().join(QLatin1Char('|')).toStdString(),
+                  ra.strlist().join(QLatin1Char('|')).toStdString())
+            << cut;
+        EXPECT_EQ(rb.blob32(), ra.blob32()) << cut;
+        EXPECT_EQ(rb.blob32(), ra.blob32()) << cut;
+        EXPECT_EQ(rb.i32(), ra.i32()) << cut;
+        EXPECT_EQ(rb.strz(), ra.strz()) << cut;
+        EXPECT_EQ(rb.flag8(), ra.flag8()) << cut;
+        EXPECT_EQ(rb.isShort(), ra.isShort()) << cut;
+        EXPECT_EQ(rb.atEnd(), ra.atEnd()) << cut;
+    }
 }
 
 TEST(Reader, InvertedFlagRules)

@@ -32,13 +32,122 @@ static inline uint64_t key_word_in_memory(uint64_t index)
     return k;
 }
 
-static void code_run(void* dst, const void* src, int n)
+/* x86 builds pick vector code at run time (AVX2 for the coding, PCLMUL for
+ * the CRC) and keep the portable loops for other processors. */
+#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__)
+#define KZ_X86_SIMD 1
+#include <immintrin.h>
+#endif
+
+#ifdef KZ_X86_SIMD
+/* Low 64 bits of each lane times a constant, from 32-bit products: AVX2
+ * has no 64-bit multiply. */
+__attribute__((target("avx2"))) static inline __m256i mul64(__m256i x, __m256i lo, __m256i swapped)
+{
+    /* `swapped` holds the constant's halves exchanged: one 32-bit multiply
+     * gives both cross products, whose sum lands in the high half. */
+    const __m256i ll = _mm256_mul_epu32(x, lo);
+    const __m256i t = _mm256_mullo_epi32(x, swapped);
+    const __m256i cross = _mm256_slli_epi64(_mm256_add_epi64(t, _mm256_srli_epi64(t, 32)), 32);
+    return _mm256_add_epi64(ll, cross);
+}
+
+/* Codes `words` whole keystream words starting at word `index`, four per
+ * lane set; returns the number of words done (a multiple of four). */
+__attribute__((target("avx2"))) static size_t
+code_words_avx2(unsigned char* d, const unsigned char* s, size_t words, uint64_t index)
+{
+    const uint64_t g = 0x9E3779B97F4A7C15ull;
+    const uint64_t c1 = 0xBF58476D1CE4E5B9ull, c2 = 0x94D049BB133111EBull;
+    const __m256i c1lo = _mm256_set1_epi64x((long long)(c1 & 0xFFFFFFFFu));
+    const __m256i c1sw = _mm256_set1_epi64x((long long)(c1 >> 32 | c1 << 32));
+    const __m256i c2lo = _mm256_set1_epi64x((long long)(c2 & 0xFFFFFFFFu));
+    const __m256i c2sw = _mm256_set1_epi64x((long long)(c2 >> 32 | c2 << 32));
+    const __m256i step = _mm256_set1_epi64x((long long)(4 * g));
+    const uint64_t z0 = index * g + KZ_CODING_SEED;
+    __m256i z = _mm256_set_epi64x((long long)(z0 + 3 * g), (long long)(z0 + 2 * g),
+                                  (long long)(z0 + g), (long long)z0);
+#define KZ_KEY4(k, z)                                                                              \
+    do {                                                                                           \
+        k = _mm256_xor_si256(z, _mm256_srli_epi64(z, 30));                                         \
+        k = mul64(k, c1lo, c1sw);                                                                  \
+        k = _mm256_xor_si256(k, _mm256_srli_epi64(k, 27));                                         \
+        k = mul64(k, c2lo, c2sw);                                                                  \
+        k = _mm256_xor_si256(k, _mm256_srli_epi64(k, 31));                                         \
+    } while (0)
+    size_t done = 0;
+    /* Eight words per step, then four. */
+    __m256i z2 = _mm256_add_epi64(z, step);
+    const __m256i step2 = _mm256_add_epi64(step, step);
+    for (; words - done >= 8; done += 8, d += 64, s += 64) {
+        __m256i k, k2;
+        KZ_KEY4(k, z);
+        KZ_KEY4(k2, z2);
+        const __m256i w = _mm256_loadu_si256((const __m256i*)s);
+        const __m256i w2 = _mm256_loadu_si256((const __m256i*)(s + 32));
+        _mm256_storeu_si256((__m256i*)d, _mm256_xor_si256(w, k));
+        _mm256_storeu_si256((__m256i*)(d + 32), _mm256_xor_si256(w2, k2));
+        z = _mm256_add_epi64(z, step2);
+        z2 = _mm256_add_epi64(z2, step2);
+    }
+    if (words - done >= 4) {
+        __m256i k;
+        KZ_KEY4(k, z);
+        const __m256i w = _mm256_loadu_si256((const __m256i*)s);
+        _mm256_storeu_si256((__m256i*)d, _mm256_xor_si256(w, k));
+        done += 4;
+    }
+#undef KZ_KEY4
+    return done;
+}
+
+/* What the processor offers, looked up once when the library is loaded. */
+static int kz_avx2, kz_pclmul;
+
+__attribute__((constructor)) static void kz_detect_simd(void)
+{
+    __builtin_cpu_init();
+    kz_avx2 = __builtin_cpu_supports("avx2");
+    kz_pclmul = __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("avx");
+}
+
+static int have_avx2(void) { return kz_avx2; }
+#endif
+
+/* Codes `n` bytes that start `position` bytes into the run. */
+static void code_run_at(void* dst, const void* src, int n, uint64_t position)
 {
     if (n <= 0 || !dst || !src) return;
     unsigned char* d = dst;
     const unsigned char* s = src;
     size_t len = (size_t)n;
-    uint64_t index = 0;
+    uint64_t index = position / 8;
+    unsigned skip = (unsigned)(position % 8);
+    if (skip) {
+        /* The rest of a keystream word the run started before. */
+        uint64_t k = key_word(index++);
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+        if (len >= 8) {
+            /* One word: its last `skip` bytes are XORed with zero, copied
+             * as they are and coded by the loop below. */
+            const size_t m = 8 - skip;
+            uint64_t w;
+            memcpy(&w, s, 8);
+            w ^= k >> (8 * skip);
+            memcpy(d, &w, 8);
+            d += m, s += m, len -= m;
+            skip = 8;
+        }
+#endif
+        for (; skip < 8 && len; ++skip, --len)
+            *d++ = (unsigned char)(*s++ ^ (unsigned char)(k >> (8 * skip)));
+    }
+#ifdef KZ_X86_SIMD
+    if (len >= 64 && have_avx2()) {
+        const size_t words = code_words_avx2(d, s, len / 8, index);
+        d += 8 * words, s += 8 * words, len -= 8 * words, index += words;
+    }
+#endif
     for (; len >= 8; len -= 8, d += 8, s += 8, ++index) {
         uint64_t w;
         memcpy(&w, s, 8);
@@ -47,14 +156,34 @@ static void code_run(void* dst, const void* src, int n)
     }
     if (len) {
         uint64_t k = key_word(index);
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+        if ((size_t)n >= 8) {
+            /* The last word of the run: the bytes before the tail are
+             * taken from the destination, already coded. */
+            const unsigned shift = 8 * (unsigned)(8 - len);
+            const uint64_t tail = ~(uint64_t)0 << shift;
+            uint64_t sw, dw;
+            memcpy(&sw, s + len - 8, 8);
+            memcpy(&dw, d + len - 8, 8);
+            dw = (dw & ~tail) | ((sw ^ (k << shift)) & tail);
+            memcpy(d + len - 8, &dw, 8);
+            return;
+        }
+#endif
         for (size_t i = 0; i < len; ++i)
             d[i] = (unsigned char)(s[i] ^ (unsigned char)(k >> (8 * i)));
     }
 }
 
-void kz_coding_encrypt_fast(void* dst, const void* src, int n) { code_run(dst, src, n); }
+void kz_coding_encrypt_fast(void* dst, const void* src, int n) { code_run_at(dst, src, n, 0); }
 
-void kz_coding_decrypt_fast(void* dst, const void* src, int n) { code_run(dst, src, n); }
+void kz_coding_decrypt_fast(void* dst, const void* src, int n) { code_run_at(dst, src, n, 0); }
+
+void kz_coding_code_at(void* dst, const void* src, int n, int64_t position)
+{
+    if (position < 0) return;
+    code_run_at(dst, src, n, (uint64_t)position);
+}
 
 /* CRC-32 as zlib computes it (reflected polynomial 0xEDB88320, initial and
  * final XOR 0xFFFFFFFF), eight bytes per step. kz_crc_table[0] is the plain
@@ -375,11 +504,10 @@ static const uint32_t kz_crc_table[8][256] = {
     },
 };
 
-uint32_t kz_crc32(uint32_t crc, const void* data, size_t n)
+/* The table part of the CRC on the inverted register `c`: eight bytes per
+ * step, then four, then single bytes. */
+static uint32_t crc_tables(uint32_t c, const unsigned char* p, size_t n)
 {
-    if (!data) return crc;
-    const unsigned char* p = data;
-    uint32_t c = ~crc;
     for (; n >= 8; n -= 8, p += 8) {
         uint32_t a = c ^ kz_get32(p);
         uint32_t b = kz_get32(p + 4);
@@ -388,6 +516,180 @@ uint32_t kz_crc32(uint32_t crc, const void* data, size_t n)
             kz_crc_table[3][b & 0xFF] ^ kz_crc_table[2][(b >> 8) & 0xFF] ^
             kz_crc_table[1][(b >> 16) & 0xFF] ^ kz_crc_table[0][b >> 24];
     }
+    if (n >= 4) {
+        uint32_t a = c ^ kz_get32(p);
+        c = kz_crc_table[3][a & 0xFF] ^ kz_crc_table[2][(a >> 8) & 0xFF] ^
+            kz_crc_table[1][(a >> 16) & 0xFF] ^ kz_crc_table[0][a >> 24];
+        p += 4, n -= 4;
+    }
     for (; n; --n, ++p) c = kz_crc_table[0][(c ^ *p) & 0xFF] ^ (c >> 8);
-    return ~c;
+    return c;
+}
+
+#ifdef KZ_X86_SIMD
+/* The CRC of the 128-bit block x1 (a 16-byte run, register XORed in):
+ * 128 bits to 64, then Barrett reduction to 32. The constants are x^k mod P
+ * and P and floor(x^64 / P), all bit-reflected. */
+__attribute__((target("avx,pclmul"))) static inline uint32_t crc_reduce(__m128i x1)
+{
+    const __m128i k3k4 = _mm_set_epi64x(0x00ccaa009ell, 0x01751997d0ll);
+    const __m128i k5 = _mm_set_epi64x(0, 0x0163cd6124ll);
+    const __m128i poly = _mm_set_epi64x(0x01f7011641ll, 0x01db710641ll);
+    const __m128i mask32 = _mm_setr_epi32(-1, 0, -1, 0);
+    __m128i x2 = _mm_clmulepi64_si128(x1, k3k4, 0x10);
+    x1 = _mm_xor_si128(_mm_srli_si128(x1, 8), x2);
+    x2 = _mm_srli_si128(x1, 4);
+    x1 = _mm_and_si128(x1, mask32);
+    x1 = _mm_xor_si128(_mm_clmulepi64_si128(x1, k5, 0x00), x2);
+    x2 = _mm_and_si128(x1, mask32);
+    x2 = _mm_clmulepi64_si128(x2, poly, 0x10);
+    x2 = _mm_and_si128(x2, mask32);
+    x2 = _mm_clmulepi64_si128(x2, poly, 0x00);
+    x1 = _mm_xor_si128(x1, x2);
+    return (uint32_t)_mm_extract_epi32(x1, 1);
+}
+
+/* Carry-less multiplication folding (the reflected form of the method Intel
+ * describes for CRC-32 with PCLMULQDQ): four 128-bit lanes are folded
+ * 512 bits forward per step, then into one lane, then reduced to 32 bits
+ * (Barrett). Works on the inverted register; `n` >= 64. Built for AVX (three-operand forms, loads
+ * folded into the XORs). k1..k4 are x^k mod P for the fold distances, bit-reflected. */
+__attribute__((target("avx,pclmul"))) static uint32_t crc_fold(uint32_t c, const unsigned char* p,
+                                                               size_t n)
+{
+    const __m128i k1k2 = _mm_set_epi64x(0x01c6e41596ll, 0x0154442bd4ll);
+    const __m128i k3k4 = _mm_set_epi64x(0x00ccaa009ell, 0x01751997d0ll);
+
+    __m128i x1 = _mm_loadu_si128((const __m128i*)(p + 0x00));
+    __m128i x2 = _mm_loadu_si128((const __m128i*)(p + 0x10));
+    __m128i x3 = _mm_loadu_si128((const __m128i*)(p + 0x20));
+    __m128i x4 = _mm_loadu_si128((const __m128i*)(p + 0x30));
+    x1 = _mm_xor_si128(x1, _mm_cvtsi32_si128((int)c));
+    p += 64, n -= 64;
+#define KZ_FOLD4(at)                                                                               \
+    do {                                                                                           \
+        const __m128i x5 = _mm_clmulepi64_si128(x1, k1k2, 0x00);                                   \
+        const __m128i x6 = _mm_clmulepi64_si128(x2, k1k2, 0x00);                                   \
+        const __m128i x7 = _mm_clmulepi64_si128(x3, k1k2, 0x00);                                   \
+        const __m128i x8 = _mm_clmulepi64_si128(x4, k1k2, 0x00);                                   \
+        x1 = _mm_clmulepi64_si128(x1, k1k2, 0x11);                                                 \
+        x2 = _mm_clmulepi64_si128(x2, k1k2, 0x11);                                                 \
+        x3 = _mm_clmulepi64_si128(x3, k1k2, 0x11);                                                 \
+        x4 = _mm_clmulepi64_si128(x4, k1k2, 0x11);                                                 \
+        x1 = _mm_xor_si128(_mm_xor_si128(x1, x5), _mm_loadu_si128((const __m128i*)((at) + 0x00))); \
+        x2 = _mm_xor_si128(_mm_xor_si128(x2, x6), _mm_loadu_si128((const __m128i*)((at) + 0x10))); \
+        x3 = _mm_xor_si128(_mm_xor_si128(x3, x7), _mm_loadu_si128((const __m128i*)((at) + 0x20))); \
+        x4 = _mm_xor_si128(_mm_xor_si128(x4, x8), _mm_loadu_si128((const __m128i*)((at) + 0x30))); \
+    } while (0)
+    /* Two steps per pass, then one. */
+    for (; n >= 128; p += 128, n -= 128) {
+        KZ_FOLD4(p);
+        KZ_FOLD4(p + 64);
+    }
+    if (n >= 64) {
+        KZ_FOLD4(p);
+        p += 64, n -= 64;
+    }
+#undef KZ_FOLD4
+    /* Four lanes into one. */
+    __m128i x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
+    x1 = _mm_xor_si128(_mm_xor_si128(_mm_clmulepi64_si128(x1, k3k4, 0x11), x2), x5);
+    x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
+    x1 = _mm_xor_si128(_mm_xor_si128(_mm_clmulepi64_si128(x1, k3k4, 0x11), x3), x5);
+    x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
+    x1 = _mm_xor_si128(_mm_xor_si128(_mm_clmulepi64_si128(x1, k3k4, 0x11), x4), x5);
+    for (; n >= 16; p += 16, n -= 16) {
+        x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
+        x1 = _mm_clmulepi64_si128(x1, k3k4, 0x11);
+        x1 = _mm_xor_si128(_mm_xor_si128(x1, x5), _mm_loadu_si128((const __m128i*)p));
+    }
+    if (n) {
+        /* The last n < 16 bytes T: the remainder X and T are X[0, n) behind
+         * 16 - n zero bytes (one block Z, folded) and X[n, 16) followed by T
+         * (the block Y, whose T part is the last 16 bytes of the run). */
+        static const unsigned char shift[32] = {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07,
+                                                0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F,
+                                                0x80, 0x81, 0x82, 0x83, 0x84, 0x85, 0x86, 0x87,
+                                                0x88, 0x89, 0x8A, 0x8B, 0x8C, 0x8D, 0x8E, 0x8F};
+        const __m128i toY = _mm_loadu_si128((const __m128i*)(shift + n));
+        const __m128i toZ = _mm_xor_si128(toY, _mm_set1_epi8((char)0x80));
+        const __m128i last = _mm_loadu_si128((const __m128i*)(p + n - 16));
+        const __m128i y = _mm_blendv_epi8(_mm_shuffle_epi8(x1, toY), last, toY);
+        const __m128i z = _mm_shuffle_epi8(x1, toZ);
+        x1 =
+            _mm_xor_si128(_mm_clmulepi64_si128(z, k3k4, 0x00), _mm_clmulepi64_si128(z, k3k4, 0x11));
+        x1 = _mm_xor_si128(x1, y);
+    }
+    return crc_reduce(x1);
+}
+
+/* The CRC of a run of 4 bytes or more, short ones in particular: the run's
+ * first n % 16 bytes go into one block behind zero bytes (which leave a
+ * zero register as it is), so that only whole blocks follow; each is
+ * folded in, and the last is reduced. Works on the inverted register. */
+__attribute__((target("avx,pclmul"))) static uint32_t crc_short(uint32_t c, const unsigned char* p,
+                                                                size_t n)
+{
+    const __m128i k3k4 = _mm_set_epi64x(0x00ccaa009ell, 0x01751997d0ll);
+    size_t r = n % 16;
+    if (r && r < 4) {
+        for (; r; --r, --n, ++p) c = kz_crc_table[0][(c ^ *p) & 0xFF] ^ (c >> 8);
+    }
+    __m128i x1;
+    if (r) {
+        /* r is 4..15: two overlapping loads of the run's first r bytes. */
+        unsigned char b[16] = {0};
+        if (r >= 8) {
+            memcpy(b + 16 - r, p, 8);
+            memcpy(b + 8, p + r - 8, 8);
+        } else {
+            memcpy(b + 16 - r, p, 4);
+            memcpy(b + 12, p + r - 4, 4);
+        }
+        uint32_t w;
+        memcpy(&w, b + 16 - r, 4);
+        w ^= c;
+        memcpy(b + 16 - r, &w, 4);
+        x1 = _mm_loadu_si128((const __m128i*)b);
+        p += r, n -= r;
+    } else {
+        x1 = _mm_xor_si128(_mm_loadu_si128((const __m128i*)p), _mm_cvtsi32_si128((int)c));
+        p += 16, n -= 16;
+    }
+    for (; n >= 16; p += 16, n -= 16) {
+        const __m128i x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
+        x1 = _mm_clmulepi64_si128(x1, k3k4, 0x11);
+        x1 = _mm_xor_si128(_mm_xor_si128(x1, x5), _mm_loadu_si128((const __m128i*)p));
+    }
+    return crc_reduce(x1);
+}
+
+static int have_pclmul(void) { return kz_pclmul; }
+#endif
+
+uint32_t kz_crc32_frame(unsigned char* frame, size_t head, size_t end)
+{
+#ifdef KZ_X86_SIMD
+    if (head >= 4 && end - head >= 64 && have_pclmul()) {
+        const uint32_t c = ~crc_short(~0u, frame, head);
+        kz_put32(frame + head, c);
+        return ~crc_fold(~c, frame + head, end - head);
+    }
+#endif
+    const uint32_t c = kz_crc32(0, frame, head);
+    kz_put32(frame + head, c);
+    return kz_crc32(c, frame + head, end - head);
+}
+
+uint32_t kz_crc32(uint32_t crc, const void* data, size_t n)
+{
+    if (!data) return crc;
+    const unsigned char* p = data;
+    uint32_t c = ~crc;
+#ifdef KZ_X86_SIMD
+    if (n >= 4 && have_pclmul()) {
+        return ~(n >= 64 ? crc_fold(c, p, n) : crc_short(c, p, n));
+    }
+#endif
+    return ~crc_tables(c, p, n);
 }

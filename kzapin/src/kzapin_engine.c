@@ -32,6 +32,10 @@
  * stream was cut. */
 #define KZ_RESYNC_BURST ((uint64_t)8 * 1024 * 1024)
 #define KZ_RESYNC_PER_BYTE 8u
+/* The buffer of the last split body is kept for the next one while split
+ * bodies keep coming; this many frames in a row that are not pieces release
+ * it. */
+#define KZ_SPARE_IDLE_FRAMES 16
 /* Longest piece tag: 0x01 'P' u32 ':' u32 ':' u32 and the terminator. */
 #define KZ_TAG_SIZE 40
 
@@ -78,6 +82,12 @@ typedef struct kz_recv_side
     size_t held; /* memory held by all partial bodies */
     uint64_t clock;
 
+    /* Buffer of the last completed split body, taken by the next one; the
+     * partial bodies and it together stay within the body limit. */
+    unsigned char* spare;
+    size_t spare_cap;
+    int whole_run; /* frames in a row that were not pieces */
+
     /* Id of the split body last refused as too large: its later pieces are
      * dropped without a notice of their own, one notice per body. */
     uint32_t refused_id;
@@ -116,12 +126,17 @@ typedef struct kz_header
     uint32_t id;
     uint32_t total;
     uint32_t offset;
-    size_t head;      /* offset of the attr bytes */
-    size_t frame_len; /* whole frame including both CRCs */
+    size_t head;       /* offset of the attr bytes */
+    uint32_t head_crc; /* CRC of the header bytes, where the frame CRC goes on */
+    size_t frame_len;  /* whole frame including both CRCs */
 } kz_header;
 
 static kz_engine* engine_of(void* obj)
 {
+    /* An engine is of this very type: checked in line, the general check
+     * (which walks the type chain) only for anything else. */
+    const kz_object* o = obj;
+    if (o && o->magic == KZ_MAGIC_LIVE && o->type == kz__protoiot) return (kz_engine*)obj;
     return kz_object_is(obj, kz__protoiot) ? (kz_engine*)obj : NULL;
 }
 
@@ -149,8 +164,16 @@ static void free_slot(kz_recv_side* rs, kz_assembly* a)
     memset(a, 0, sizeof *a);
 }
 
+static void drop_spare(kz_recv_side* rs)
+{
+    free(rs->spare);
+    rs->spare = NULL;
+    rs->spare_cap = 0;
+}
+
 static void recv_clear(kz_recv_side* rs)
 {
+    drop_spare(rs);
     free(rs->buf);
     rs->buf = NULL;
     rs->len = rs->cap = rs->need = 0;
@@ -243,13 +266,14 @@ static size_t write_frame(unsigned char* out, uint32_t seq, const kz_piece_info*
         kz_put32(out + 18, piece->total);
         kz_put32(out + 22, piece->offset);
     }
-    kz_put32(out + head, kz_crc32(0, out, head));
     size_t pos = head + 4;
     if (attr_len) memcpy(out + pos, attr, attr_len);
     pos += attr_len;
-    if (n) memcpy(out + pos, data, n);
+    /* A body the caller already placed at its position is not moved. */
+    if (n && data != out + pos) memcpy(out + pos, data, n);
     pos += n;
-    kz_put32(out + pos, kz_crc32(0, out, pos));
+    /* The header CRC, and the frame CRC running on from it. */
+    kz_put32(out + pos, kz_crc32_frame(out, head, pos));
     return pos + 4;
 }
 
@@ -485,6 +509,16 @@ static int reserve(kz_engine* e, kz_assembly* a, size_t need)
     if (want < KZ_BUFFER_MIN) want = KZ_BUFFER_MIN;
     if (want < need) want = need;
     if (want > a->total) want = a->total;
+    if (!a->buf && rs->spare && rs->spare_cap >= need && rs->held + rs->spare_cap <= e->max_body) {
+        /* A new body takes the buffer the last one left. */
+        a->buf = rs->spare;
+        a->cap = rs->spare_cap;
+        rs->held += a->cap;
+        rs->spare = NULL;
+        rs->spare_cap = 0;
+        return 1;
+    }
+    if (rs->spare && rs->held - a->cap + want + rs->spare_cap > e->max_body) drop_spare(rs);
     while (rs->held - a->cap + want > e->max_body) {
         if (want > need) {
             want = need;
@@ -550,8 +584,22 @@ static void on_piece(kz_engine* e, const kz_header* h, const unsigned char* attr
     a->have += (uint32_t)n;
     a->pieces++;
     if (a->have == a->total) {
+        /* The handler may change the body in place: it is ours and freed
+         * right after. */
         raise_event(e, KZ_EVENT_DATA, a->name, a->buf, a->total, a->pieces, a->id);
+        /* Its buffer waits for the next split body (the spare, if any,
+         * was taken by this one or is smaller than the budget allows). */
+        unsigned char* buf = a->buf;
+        const size_t cap = a->cap;
+        a->buf = NULL;
         free_slot(rs, a);
+        drop_spare(rs);
+        if (rs->held + cap <= e->max_body && !rs->stop) {
+            rs->spare = buf;
+            rs->spare_cap = cap;
+        } else {
+            free(buf);
+        }
     }
 }
 
@@ -591,7 +639,8 @@ static int parse_header(const kz_engine* e, const unsigned char* p, size_t avail
         *need = head + 4;
         return HEAD_NEED_MORE;
     }
-    if (kz_crc32(0, p, head) != kz_get32(p + head)) return HEAD_GARBAGE;
+    h->head_crc = kz_crc32(0, p, head);
+    if (h->head_crc != kz_get32(p + head)) return HEAD_GARBAGE;
 
     h->seq = kz_get32(p + 4);
     h->attr_len = kz_get16(p + 8);
@@ -700,7 +749,8 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
             return pos;
         }
         size_t crc_at = h.frame_len - 4;
-        if (kz_crc32(0, p, crc_at) != kz_get32(p + crc_at)) {
+        const size_t head = h.head - 4;
+        if (kz_crc32(h.head_crc, p + head, crc_at - head) != kz_get32(p + crc_at)) {
             notice(e, kz_why_crc, KZ_DROP_CHECKSUM, h.frame_len);
             const size_t step =
                 may_resync_inside(&e->recv, base + pos + h.frame_len, crc_at) ? 1 : h.frame_len;
@@ -712,8 +762,12 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
         const unsigned char* attr = p + h.head;
         const unsigned char* data = attr + h.attr_len;
         if (h.flags & KZ_FRAME_FLAG_PIECE) {
+            e->recv.whole_run = 0;
             on_piece(e, &h, attr, data);
         } else {
+            if (e->recv.whole_run < KZ_SPARE_IDLE_FRAMES &&
+                ++e->recv.whole_run == KZ_SPARE_IDLE_FRAMES)
+                drop_spare(&e->recv);
             on_whole(e, &h, attr, data);
         }
         pos += h.frame_len;
@@ -817,6 +871,35 @@ static int engine_input(void* engine, const void* bytes, int length)
     }
     rs->busy = 0;
     return rs->count;
+}
+
+int kz_protocol_option(void* engine, int selector)
+{
+    kz_engine* e = engine_of(engine);
+    if (!e) return -1;
+    switch (selector) {
+    case KZ_OPT_CAPACITY:
+        return e->capacity;
+    case KZ_OPT_MAX_BODY:
+        return (int)e->max_body;
+    case KZ_OPT_PIECES:
+        return e->pieces;
+    default:
+        return -1;
+    }
+}
+
+int kz_protocol_pack_piece(void* engine, void* out, int capacity, int seq, uint32_t id,
+                           uint32_t total, uint32_t offset, const void* data, int length)
+{
+    kz_engine* e = engine_of(engine);
+    if (!e || !out || length <= 0 || !data) return 0;
+    if (capacity <= 0) capacity = e->capacity;
+    size_t n = (size_t)length;
+    if ((uint64_t)offset + n > total) return 0;
+    if ((size_t)capacity < KZ_PIECE_OVERHEAD + n) return 0;
+    kz_piece_info piece = {id, total, offset};
+    return (int)write_frame(out, (uint32_t)seq, &piece, "", 0, data, n);
 }
 
 const kz_protoiot_ops kz_protoiot_engine = {engine_reset, engine_input};

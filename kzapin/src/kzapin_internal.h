@@ -9,6 +9,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 /* Value of kz_object.magic while an object is alive, and after deletion. */
 #define KZ_MAGIC_LIVE 0x4B5A6F62u /* "KZob" */
@@ -46,8 +47,31 @@ void kz_engine_destroy(kz_object* engine);
 /* Byte that starts the text of an unpacked pending piece. */
 #define KZ_PIECE_TAG 0x01
 
-/* Little-endian stores and loads; the compiler turns them into plain moves
- * on little-endian hosts. */
+/* Little-endian stores and loads. */
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+/* A little-endian host stores and loads them as they are. */
+static inline void kz_put16(unsigned char* p, uint32_t v)
+{
+    const uint16_t w = (uint16_t)v;
+    memcpy(p, &w, 2);
+}
+
+static inline void kz_put32(unsigned char* p, uint32_t v) { memcpy(p, &v, 4); }
+
+static inline uint32_t kz_get16(const unsigned char* p)
+{
+    uint16_t w;
+    memcpy(&w, p, 2);
+    return w;
+}
+
+static inline uint32_t kz_get32(const unsigned char* p)
+{
+    uint32_t v;
+    memcpy(&v, p, 4);
+    return v;
+}
+#else
 static inline void kz_put16(unsigned char* p, uint32_t v)
 {
     p[0] = (unsigned char)v;
@@ -71,5 +95,11 @@ static inline uint32_t kz_get32(const unsigned char* p)
 {
     return (uint32_t)p[0] | (uint32_t)p[1] << 8 | (uint32_t)p[2] << 16 | (uint32_t)p[3] << 24;
 }
+#endif
+
+/* Stores the CRC-32 of frame[0, head) at frame + head (little-endian) and
+ * returns the CRC-32 of frame[0, end), end >= head + 4: a frame's header
+ * CRC and its frame CRC in one call. */
+uint32_t kz_crc32_frame(unsigned char* frame, size_t head, size_t end);
 
 #endif /* KZAPIN_INTERNAL_H */

@@ -130,7 +130,10 @@ enum {
     /** A complete message body: `data`/`length` hold the coded body exactly
      *  as it was given to kz_protocol_pack; `name` is "data" or
      *  "data,<attr>" when the sender gave an attr text; `length2` is the
-     *  number of frames the body arrived in; `seq` its sequence number. */
+     *  number of frames the body arrived in; `seq` its sequence number.
+     *  A body reassembled from pieces (length2 > 1) lies in the engine's
+     *  own buffer, freed when the handler returns: the handler may change
+     *  it in place (decode it there, say) instead of copying it. */
     KZ_EVENT_DATA = 17,
 };
 
@@ -218,6 +221,11 @@ KZAPIN_API int kz_protocol_rx_stats(void* engine, kz_rx_stats* out);
 #define KZ_FRAME_OVERHEAD 22
 #define KZ_PIECE_OVERHEAD 34
 
+/** Offset of the data in a whole frame with an attr of `attr_len` bytes,
+ *  and in a piece frame (which carries no attr after its first piece). */
+#define KZ_FRAME_DATA_AT(attr_len) (18 + (attr_len))
+#define KZ_PIECE_DATA_AT(attr_len) (30 + (attr_len))
+
 /** Packs `body` (its `length` bytes, not overlapping `out`) into one frame
  *  in `out` (room for `capacity` bytes; 0 or below takes the engine's
  *  default capacity) with
@@ -233,9 +241,31 @@ KZAPIN_API int kz_protocol_rx_stats(void* engine, kz_rx_stats* out);
  *  Returns 0 and writes nothing for a NULL engine, a NULL `out` or a
  *  capacity too small to carry one byte of body. An `attr` text that starts
  *  with byte 0x01 is a piece tag made by the engine itself; a node's text is
- *  passed back here unchanged. */
+ *  passed back here unchanged.
+ *
+ *  A body that fits one frame may also already lie at its place in the
+ *  frame, `out + KZ_FRAME_DATA_AT(attr length)`: it is then left where it
+ *  is, so a caller can build the body straight in the output buffer. */
 KZAPIN_API int kz_protocol_pack(void* engine, void* out, int capacity, int seq, const char* attr,
                                 const void* body, int length);
+
+/** The value an engine was created with for the option `selector`
+ *  (KZ_OPT_CAPACITY, KZ_OPT_MAX_BODY or KZ_OPT_PIECES), or -1 for a NULL
+ *  or foreign engine or another selector. */
+KZAPIN_API int kz_protocol_option(void* engine, int selector);
+
+/** Packs one piece of a split body into `out` (room for `capacity` bytes; 0
+ *  or below takes the engine's default): the `length` bytes at `data` are
+ *  the body's bytes from `offset` on, `total` is the body's length and `id`
+ *  its message id; the frame gets sequence number `seq` and no attr. The
+ *  same frame as a pending node's tag "\x01P<id>:<total>:<offset>" gives,
+ *  without the text. `data` may lie at `out + KZ_PIECE_DATA_AT(0)` (left in
+ *  place) or not overlap `out` at all. Returns the frame length, or 0 and
+ *  writes nothing when `length` < 1, the piece runs past `total` or the
+ *  frame (KZ_PIECE_OVERHEAD + length) does not fit. */
+KZAPIN_API int kz_protocol_pack_piece(void* engine, void* out, int capacity, int seq, uint32_t id,
+                                      uint32_t total, uint32_t offset, const void* data,
+                                      int length);
 
 /* ------------------------------------------------------------------------ */
 /* The pending list                                                          */
@@ -289,6 +319,10 @@ KZAPIN_API const char* kz_strnxt(const char* s);
  *  of a byte depends on its position in the run, so code a run as a whole.
  *  n <= 0 does nothing. */
 KZAPIN_API void kz_coding_encrypt_fast(void* dst, const void* src, int n);
+/** Codes `n` bytes that lie `position` bytes into a run (position >= 0),
+ *  as kz_coding_encrypt_fast codes them when it codes the whole run: a run
+ *  may be coded piece by piece. Decoding is the same call. */
+KZAPIN_API void kz_coding_code_at(void* dst, const void* src, int n, int64_t position);
 /** Reverses kz_coding_encrypt_fast for a run of the same length. */
 KZAPIN_API void kz_coding_decrypt_fast(void* dst, const void* src, int n);
 
