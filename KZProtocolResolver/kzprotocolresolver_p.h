@@ -16,7 +16,6 @@
 #include <memory>
 
 struct kz_event;
-struct kz_list;
 
 /// The library's own logging category, "kz.resolver": one debug line per
 /// drop, one warning per lossy message. Debug lines are off by default.
@@ -200,7 +199,6 @@ private:
     int scratchSize = 0;
     // Packs and hands out the pieces the engine left in its pending list.
     void drainPending();
-    kz_list* pendingList = nullptr; // the engine's, fixed for its life
 
     // Bytes handed to parseReceive from inside a callback: fed to the engine
     // once the current drain is over. Only the draining thread touches it.
