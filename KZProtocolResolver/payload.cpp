@@ -1,5 +1,6 @@
 #include "payload.h"
 
+#include <algorithm>
 #include <kzapin/kzapin.h>
 
 namespace kz {
@@ -367,7 +368,7 @@ QByteArray Reader::bytes(int n)
     if (coded_ && n >= kDecodeInto) {
         // Decoded on its way into the array: one pass instead of two.
         b = QByteArray(n, Qt::Uninitialized);
-        const int plain = int(qBound<qptrdiff>(0, coded_ - p_, n));
+        const int plain = int(std::clamp<qptrdiff>(coded_ - p_, 0, n));
         if (plain) std::memcpy(b.data(), p_, size_t(plain));
         kz_coding_code_at(b.data() + plain, p_ + plain, n - plain,
                           codedAt_ + (p_ + plain - begin_));
