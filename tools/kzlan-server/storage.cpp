@@ -5,6 +5,7 @@
 
 #include <QDateTime>
 #include <QSqlError>
+#include <QTimeZone>
 #include <QUrl>
 #include <QUuid>
 
@@ -426,7 +427,7 @@ QList<StoredEvent> Storage::events(const QString& mac, const QString& from, cons
             if (!d.isValid()) return end ? std::numeric_limits<qint64>::max() : 0;
             t = QDateTime(end ? d.addDays(1) : d, QTime(0, 0));
         }
-        t.setTimeSpec(Qt::UTC);
+        t.setTimeZone(QTimeZone::utc());
         return t.toMSecsSinceEpoch() - (end && s.size() == 10 ? 1 : 0);
     };
     QList<StoredEvent> list;
