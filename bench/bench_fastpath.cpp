@@ -13,6 +13,7 @@
 //
 // NAME is logout, delete, adduser or screen64k (bench/instructions.sh).
 #include "kzprotocolresolver.h"
+#include "samples.h"
 
 #include <benchmark/benchmark.h>
 
@@ -26,6 +27,9 @@
 #include <sys/resource.h>
 
 namespace {
+
+using kzsamples::sampleUser;
+using kzsamples::tenNames;
 
 struct Pair
 {
@@ -64,31 +68,6 @@ QByteArray block(int n)
         b[i] = char(x);
     }
     return b;
-}
-
-QStringList tenNames()
-{
-    QStringList names;
-    for (int i = 1; i <= 10; ++i) names << QStringLiteral("user%1").arg(i, 4, 10, QLatin1Char('0'));
-    return names;
-}
-
-user_info sampleUser()
-{
-    user_info u;
-    u.name = QStringLiteral("mchen_07");
-    u.text2 = QStringLiteral("Mei Chen");
-    u.text3 = QStringLiteral("night shift lead");
-    u.lv1Group = QStringLiteral("Weaving");
-    u.lv2Group = QStringLiteral("Line 3");
-    u.flag = true;
-    u.permission = 0x1f3;
-    const QStringList lines{QStringLiteral("Line 1"), QStringLiteral("Line 2"),
-                            QStringLiteral("Line 3")};
-    u.groupPermission.insert(QStringLiteral("Hall A"), lines);
-    u.groupPermission.insert(QStringLiteral("Hall B"), lines);
-    u.groupPermission.insert(QStringLiteral("Hall C"), lines);
-    return u;
 }
 
 const QString kMac = QStringLiteral("KZ-0001");

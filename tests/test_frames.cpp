@@ -4,6 +4,7 @@
 // as they were. Run with KZ_RECORD_FRAMES=1 to write the file anew (only
 // when the wire is meant to change).
 #include "kzprotocolresolver_p.h"
+#include "samples.h"
 
 #include <gtest/gtest.h>
 
@@ -38,23 +39,6 @@ QByteArray pseudoRandom(int n, quint32 seed)
     return b;
 }
 
-user_info sampleUser()
-{
-    user_info u;
-    u.name = QStringLiteral("mchen_07");
-    u.text2 = QStringLiteral("Mei Chen");
-    u.text3 = QStringLiteral("night shift lead");
-    u.lv1Group = QStringLiteral("Weaving");
-    u.lv2Group = QStringLiteral("Line 3");
-    u.flag = true;
-    u.permission = 0x1f3;
-    const QStringList lines{QStringLiteral("Line 1"), QStringLiteral("Line 2"),
-                            QStringLiteral("Line 3")};
-    for (const char* hall : {"Hall A", "Hall B", "Hall C"})
-        u.groupPermission.insert(QString::fromLatin1(hall), lines);
-    return u;
-}
-
 // One row: a label and what the resolver is asked to send.
 struct Step
 {
@@ -64,13 +48,13 @@ struct Step
 
 QStringList framesOf(int capacity)
 {
-    QStringList names;
-    for (int i = 1; i <= 10; ++i) names << QStringLiteral("user%1").arg(i, 4, 10, QLatin1Char('0'));
+    const QStringList names = kzsamples::tenNames();
     const Step steps[] = {
         {"logout", [](KZProtocolResolver& r) { r.lanLogout(7); }},
         {"logout-negative", [](KZProtocolResolver& r) { r.lanLogout(-1); }},
         {"delete-users", [&](KZProtocolResolver& r) { r.lanDeleteUser(names); }},
-        {"add-user-result", [](KZProtocolResolver& r) { r.lanAddUserResult(sampleUser()); }},
+        {"add-user-result",
+         [](KZProtocolResolver& r) { r.lanAddUserResult(kzsamples::sampleUser()); }},
         {"screen-1k",
          [](KZProtocolResolver& r) {
              r.lanRemoteUpdateScreenResponse(QStringLiteral("KZ-0001"), pseudoRandom(1024, 1));
