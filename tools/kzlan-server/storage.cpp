@@ -367,16 +367,7 @@ bool Storage::updateUser(const user_info& u)
     });
 }
 
-bool Storage::deleteUsers(const QStringList& names)
-{
-    return inTransaction([&] {
-        for (const QString& name : names) {
-            Query q(*this, QStringLiteral("DELETE FROM users WHERE name = ?"), {name});
-            if (!q.ok() || q.affected() != 1) return false;
-        }
-        return true;
-    });
-}
+bool Storage::deleteUsers(const QStringList& names) { return deleteItems("users", "name", names); }
 
 bool Storage::setUserPermission(const QString& name, int permission)
 {

@@ -220,6 +220,9 @@ private:
     bool ensureGroup(const QString& lv1, const QString& lv2);
     bool moveItems(const char* table, const char* key, const QStringList& names, const QString& lv1,
                    const QString& lv2);
+    // Deletes the rows whose `key` is one of `names`, all or none: a name
+    // that matches no row fails the whole request.
+    bool deleteItems(const char* table, const char* key, const QStringList& names);
 
     QSqlDatabase db_;
     QString connectionName_;

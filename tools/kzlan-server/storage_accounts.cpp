@@ -102,6 +102,20 @@ bool Storage::moveItems(const char* table, const char* key, const QStringList& n
     });
 }
 
+bool Storage::deleteItems(const char* table, const char* key, const QStringList& names)
+{
+    return inTransaction([&] {
+        for (const QString& name : names) {
+            Query q(*this,
+                    QStringLiteral("DELETE FROM %1 WHERE %2 = ?")
+                        .arg(QLatin1String(table), QLatin1String(key)),
+                    {name});
+            if (!q.ok() || q.affected() != 1) return false;
+        }
+        return true;
+    });
+}
+
 // -- operators -------------------------------------------------------------------
 
 QList<operator_user> Storage::operators()
@@ -152,13 +166,7 @@ bool Storage::updateOperator(const operator_user& op)
 
 bool Storage::deleteOperators(const QStringList& names)
 {
-    return inTransaction([&] {
-        for (const QString& name : names) {
-            Query q(*this, QStringLiteral("DELETE FROM operators WHERE name = ?"), {name});
-            if (!q.ok() || q.affected() != 1) return false;
-        }
-        return true;
-    });
+    return deleteItems("operators", "name", names);
 }
 
 bool Storage::moveOperators(const QStringList& names, const QString& lv1, const QString& lv2)
@@ -288,13 +296,7 @@ bool Storage::renameMachine(const QString& mac, const QString& text2)
 
 bool Storage::deleteMachines(const QStringList& macs)
 {
-    return inTransaction([&] {
-        for (const QString& mac : macs) {
-            Query q(*this, QStringLiteral("DELETE FROM machines WHERE mac = ?"), {mac});
-            if (!q.ok() || q.affected() != 1) return false;
-        }
-        return true;
-    });
+    return deleteItems("machines", "mac", macs);
 }
 
 bool Storage::moveMachines(const QStringList& macs, const QString& lv1, const QString& lv2)

@@ -341,11 +341,5 @@ bool Storage::setPrice(const QString& file, double price)
 
 bool Storage::deletePrices(const QStringList& files)
 {
-    return inTransaction([&] {
-        for (const QString& file : files) {
-            Query q(*this, QStringLiteral("DELETE FROM prices WHERE file = ?"), {file});
-            if (!q.ok() || q.affected() != 1) return false;
-        }
-        return true;
-    });
+    return deleteItems("prices", "file", files);
 }
