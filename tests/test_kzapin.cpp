@@ -1,6 +1,9 @@
 // Tests of the kzapin frame library: CRC and body coding, objects, packing
 // and splitting, and the receive path (resync, damage, limits, reassembly).
 #include <kzapin/kzapin.h>
+extern "C" {
+#include "kzapin_internal.h" // the checksum entry points the engine uses
+}
 
 #include <gtest/gtest.h>
 
@@ -307,6 +310,38 @@ TEST(Crc32, MatchesCheckValueAndBitwiseReference)
         EXPECT_EQ(kz_crc32(kz_crc32(0, p, cut), p + cut, 300 - cut), bitwise(0, 300)) << cut;
 }
 
+// Inside a frame the checksum code may load around a short run: every run at
+// every place in windows of 16 bytes and more gives kz_crc32's value, and
+// both frame checksum implementations (the one chosen for this processor
+// and the portable one) agree with kz_crc32, checking and writing alike.
+TEST(Crc32, RunsInsideAWindowAndBothFrameChecksums)
+{
+    const std::string data = randomBytes(96, 3);
+    const auto* base = reinterpret_cast<const unsigned char*>(data.data());
+    for (size_t lo = 0; lo < 8; lo += 3)
+        for (size_t hi = lo + 16; hi <= 96; hi += 13)
+            for (size_t from = lo; from < hi; ++from)
+                for (size_t to = from; to <= hi; ++to)
+                    ASSERT_EQ(kz_crc32_in(0x1234u, base + from, to - from, base + lo, base + hi),
+                              kz_crc32(0x1234u, base + from, to - from))
+                        << lo << " " << hi << " " << from << " " << to;
+    for (kz_frame_crcs_fn crcs : {kz_frame_crcs, &kz_frame_crcs_portable})
+        for (size_t head : {14, 26})
+            for (size_t end = head + 4; end <= data.size(); ++end) {
+                std::string frame = data.substr(0, end);
+                auto* f = reinterpret_cast<unsigned char*>(&frame[0]);
+                uint32_t whole = 0;
+                const uint32_t h = crcs(nullptr, f, head, end, &whole);
+                ASSERT_EQ(h, kz_crc32(0, f, head)) << head << " " << end;
+                ASSERT_EQ(whole, kz_crc32(0, f, end)) << head << " " << end;
+                crcs(f, f, head, end, &whole);
+                uint32_t stored = 0;
+                std::memcpy(&stored, f + head, 4); // little-endian hosts
+                ASSERT_EQ(stored, h);
+                ASSERT_EQ(whole, kz_crc32(0, f, end)) << head << " " << end;
+            }
+}
+
 TEST(Coding, RoundTripsAndTheKeystreamFollowsThePosition)
 {
     for (int n : {1, 7, 8, 9, 16, 17, 64, 65, 4099}) {
@@ -344,7 +379,7 @@ TEST(Coding, EveryByteTakesTheKeystreamByteOfItsPosition)
         return static_cast<unsigned char>(z >> (8 * (pos % 8)));
     };
     const std::string plain = randomBytes(1100, 9);
-    for (int64_t position : {0ll, 1ll, 5ll, 8ll, 13ll, 1000003ll})
+    for (int64_t position : {0ll, 1ll, 5ll, 8ll, 13ll, 199ll, 255ll, 256ll, 1000003ll})
         for (int n : {1, 7, 8, 9, 31, 32, 33, 63, 64, 65, 100, 257, 1100}) {
             std::string out(static_cast<size_t>(n), '\0');
             kz_coding_code_at(out.data(), plain.data(), n, position);
@@ -427,6 +462,28 @@ TEST(Pack, FramesFollowTheDocumentedLayout)
     rx.feed(out.substr(0, static_cast<size_t>(n)));
     ASSERT_EQ(rx.events.size(), 1u);
     EXPECT_EQ(rx.events[0].name, "data," + attr);
+}
+
+TEST(Pack, ABodyPlacedInTheFrameIsFramedAsPackFramesIt)
+{
+    EnginePtr engine{kz_type_new(kz__protoiot, KZ_OPT_CAPACITY, 64, 0)};
+    for (int n : {0, 1, 9, 42}) {
+        const std::string body = randomBytes(size_t(n), uint32_t(n) + 1);
+        std::string expect(size_t(KZ_FRAME_OVERHEAD + n), '\0'), got(expect.size(), '\0');
+        ASSERT_EQ(kz_protocol_pack(engine.get(), &expect[0], 0, 7, "", body.data(), n),
+                  int(expect.size()));
+        std::copy(body.begin(), body.end(), got.begin() + KZ_FRAME_DATA_AT(0));
+        EXPECT_EQ(kz_protocol_pack_whole(engine.get(), &got[0], 7, n), int(got.size()));
+        EXPECT_EQ(got, expect) << n;
+    }
+    // Refused, nothing written: over the capacity, a negative length, no
+    // engine, no buffer.
+    std::string out(100, 'x');
+    EXPECT_EQ(kz_protocol_pack_whole(engine.get(), &out[0], 1, 64 - KZ_FRAME_OVERHEAD + 1), 0);
+    EXPECT_EQ(kz_protocol_pack_whole(engine.get(), &out[0], 1, -1), 0);
+    EXPECT_EQ(kz_protocol_pack_whole(nullptr, &out[0], 1, 1), 0);
+    EXPECT_EQ(kz_protocol_pack_whole(engine.get(), nullptr, 1, 1), 0);
+    EXPECT_EQ(out, std::string(100, 'x'));
 }
 
 TEST(Pack, CapacityAndArgumentLimits)
@@ -594,6 +651,18 @@ TEST(Receive, GarbageBeforeAndBetweenFramesIsSkipped)
     Receiver bytewise;
     bytewise.feedBytewise(stream);
     EXPECT_EQ(bytewise.events, rx.events);
+    // The counts, copied and where the engine keeps them: the final "K" is
+    // taken in but waits for the rest of its frame.
+    kz_rx_stats copied{};
+    ASSERT_EQ(kz_protocol_rx_stats(rx.engine(), &copied), 0);
+    const kz_rx_stats* kept = kz_protocol_rx_counts(rx.engine());
+    ASSERT_NE(kept, nullptr);
+    EXPECT_EQ(copied.bytes_in, stream.size());
+    EXPECT_EQ(copied.frames, 3u);
+    EXPECT_EQ(kept->bytes_in, copied.bytes_in);
+    EXPECT_EQ(kept->frames, copied.frames);
+    EXPECT_EQ(kept->skipped, copied.skipped);
+    EXPECT_EQ(kz_protocol_rx_counts(nullptr), nullptr);
     // Empty input is ignored and leaves nothing behind.
     EXPECT_EQ(kz_protoiot_engine.input(rx.engine(), nullptr, 5), 0);
     EXPECT_EQ(kz_protoiot_engine.input(rx.engine(), "KZ", -2), 0);

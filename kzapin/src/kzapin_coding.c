@@ -104,7 +104,8 @@ code_words_avx2(unsigned char* d, const unsigned char* s, size_t words, uint64_t
 /* What the processor offers, looked up once when the library is loaded. */
 static int kz_avx2, kz_pclmul;
 
-__attribute__((constructor)) static void kz_detect_simd(void)
+/* Called once when the library is loaded (kz_pick_code, below). */
+static void kz_detect_simd(void)
 {
     __builtin_cpu_init();
     kz_avx2 = __builtin_cpu_supports("avx2");
@@ -114,6 +115,66 @@ __attribute__((constructor)) static void kz_detect_simd(void)
 static int have_avx2(void) { return kz_avx2; }
 #endif
 
+/* The first 256 keystream bytes (words 0 to 31 in memory order): most
+ * bodies are shorter, and a table costs less than computing their words. */
+#define KZ_KEY_HEAD 256u
+static const unsigned char kz_key_head[KZ_KEY_HEAD] = {
+    0x69, 0xCE, 0x92, 0xA9, 0x3C, 0x62, 0xD0, 0xD2, 0x64, 0x69, 0x5B, 0x14, 0x28, 0x65, 0xC2, 0xE8,
+    0x0D, 0x91, 0x55, 0x07, 0x45, 0x21, 0x64, 0x90, 0x32, 0x33, 0xBD, 0x12, 0xF7, 0x91, 0xE3, 0xA8,
+    0x5B, 0x3D, 0xF5, 0x83, 0x24, 0xAE, 0x72, 0xA4, 0xE0, 0x4A, 0x48, 0xDF, 0x46, 0x73, 0x17, 0x91,
+    0x7B, 0xDF, 0xB3, 0xC3, 0xC8, 0x72, 0x1B, 0xC1, 0xD1, 0x36, 0xB8, 0x82, 0x14, 0xFF, 0xDE, 0x63,
+    0x81, 0x91, 0x11, 0x77, 0x8E, 0x1D, 0x5D, 0x58, 0xF0, 0xC6, 0xBB, 0x8C, 0x42, 0x53, 0x85, 0x1E,
+    0x49, 0x1D, 0x84, 0x24, 0x5B, 0xDE, 0x57, 0x2F, 0xA8, 0x4B, 0x24, 0xED, 0x1B, 0x79, 0x10, 0x63,
+    0x24, 0x09, 0x2A, 0xBC, 0xD6, 0xB8, 0x30, 0x6C, 0x48, 0x7F, 0xD0, 0xC4, 0x26, 0x7F, 0x9E, 0xE7,
+    0x25, 0x7F, 0xB1, 0x1D, 0xEC, 0xD2, 0x18, 0x8C, 0xDA, 0xB4, 0xA5, 0x46, 0x45, 0x2B, 0xDE, 0xD1,
+    0x81, 0x9F, 0xBD, 0xB7, 0x50, 0x77, 0x34, 0xC3, 0x6A, 0x65, 0x29, 0xFA, 0x45, 0x1C, 0x4F, 0x3E,
+    0x6C, 0x9C, 0xA0, 0xEC, 0x57, 0x37, 0x9D, 0xAE, 0xF6, 0xD3, 0xE0, 0x1C, 0xEC, 0x8F, 0x62, 0xE9,
+    0xF0, 0xF1, 0x65, 0x98, 0xF4, 0x44, 0x3A, 0xD5, 0x2D, 0x8C, 0x48, 0x57, 0x84, 0xD9, 0x46, 0xE2,
+    0xC4, 0x2D, 0x12, 0x90, 0xA9, 0x4A, 0x41, 0x87, 0x63, 0xEA, 0x1F, 0x96, 0x35, 0x1D, 0x32, 0x6B,
+    0x49, 0xE7, 0x4F, 0x72, 0xF4, 0xCF, 0x97, 0xB4, 0x19, 0xF0, 0xA5, 0x41, 0x79, 0xC5, 0x84, 0xD2,
+    0x11, 0xE8, 0x48, 0xA2, 0x7A, 0x81, 0x7B, 0x04, 0xAB, 0xAC, 0xC7, 0x96, 0x9A, 0x03, 0x3A, 0x51,
+    0xCD, 0x0A, 0x98, 0x93, 0xE8, 0x66, 0x23, 0xE9, 0x39, 0x0F, 0x24, 0x92, 0x6F, 0xC2, 0x50, 0x5D,
+    0x9B, 0xE6, 0xD2, 0x28, 0xCE, 0xDB, 0x20, 0xAD, 0x7F, 0xA3, 0x2C, 0xD7, 0xBF, 0x6E, 0x87, 0xAA,
+};
+
+/* Codes a run that lies within the first KZ_KEY_HEAD keystream bytes, `k`
+ * pointing at the keystream byte of its first byte. */
+static void code_head(unsigned char* d, const unsigned char* s, size_t len, const unsigned char* k)
+{
+    for (; len >= 8; len -= 8, d += 8, s += 8, k += 8) {
+        uint64_t w, kw;
+        memcpy(&w, s, 8);
+        memcpy(&kw, k, 8);
+        w ^= kw;
+        memcpy(d, &w, 8);
+    }
+    if (len & 4) {
+        uint32_t w, kw;
+        memcpy(&w, s, 4);
+        memcpy(&kw, k, 4);
+        w ^= kw;
+        memcpy(d, &w, 4);
+        d += 4, s += 4, k += 4;
+    }
+    if (len & 2) {
+        uint16_t w, kw;
+        memcpy(&w, s, 2);
+        memcpy(&kw, k, 2);
+        w ^= kw;
+        memcpy(d, &w, 2);
+        d += 2, s += 2, k += 2;
+    }
+    if (len & 1) *d = (unsigned char)(*s ^ *k);
+}
+
+/* Runs within the table take the short way. */
+static int code_in_head(void* dst, const void* src, int n, uint64_t position)
+{
+    if (n <= 0 || position >= KZ_KEY_HEAD || (size_t)n > KZ_KEY_HEAD - position) return 0;
+    if (dst && src) code_head(dst, src, (size_t)n, kz_key_head + position);
+    return 1;
+}
+
 /* Codes `n` bytes that start `position` bytes into the run. */
 static void code_run_at(void* dst, const void* src, int n, uint64_t position)
 {
@@ -121,6 +182,7 @@ static void code_run_at(void* dst, const void* src, int n, uint64_t position)
     unsigned char* d = dst;
     const unsigned char* s = src;
     size_t len = (size_t)n;
+
     uint64_t index = position / 8;
     unsigned skip = (unsigned)(position % 8);
     if (skip) {
@@ -175,14 +237,21 @@ static void code_run_at(void* dst, const void* src, int n, uint64_t position)
     }
 }
 
-void kz_coding_encrypt_fast(void* dst, const void* src, int n) { code_run_at(dst, src, n, 0); }
+void kz_coding_encrypt_fast(void* dst, const void* src, int n)
+{
+    if (!code_in_head(dst, src, n, 0)) code_run_at(dst, src, n, 0);
+}
 
-void kz_coding_decrypt_fast(void* dst, const void* src, int n) { code_run_at(dst, src, n, 0); }
+void kz_coding_decrypt_fast(void* dst, const void* src, int n)
+{
+    if (!code_in_head(dst, src, n, 0)) code_run_at(dst, src, n, 0);
+}
 
 void kz_coding_code_at(void* dst, const void* src, int n, int64_t position)
 {
     if (position < 0) return;
-    code_run_at(dst, src, n, (uint64_t)position);
+    if (!code_in_head(dst, src, n, (uint64_t)position))
+        code_run_at(dst, src, n, (uint64_t)position);
 }
 
 /* CRC-32 as zlib computes it (reflected polynomial 0xEDB88320, initial and
@@ -527,6 +596,20 @@ static uint32_t crc_tables(uint32_t c, const unsigned char* p, size_t n)
 }
 
 #ifdef KZ_X86_SIMD
+/* Byte shuffles for blocks of n < 16 bytes. Loaded at kz_shift + n, the
+ * mask moves lane j + n to lane j and clears the top n lanes; with bit 7
+ * flipped (kz_shift_up + n) it moves lane j to lane j + 16 - n and clears
+ * the lanes below. kz_keep + n keeps the top n lanes. */
+static const unsigned char kz_shift[32] = {
+    0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F,
+    0x80, 0x81, 0x82, 0x83, 0x84, 0x85, 0x86, 0x87, 0x88, 0x89, 0x8A, 0x8B, 0x8C, 0x8D, 0x8E, 0x8F};
+static const unsigned char kz_shift_up[32] = {
+    0x80, 0x81, 0x82, 0x83, 0x84, 0x85, 0x86, 0x87, 0x88, 0x89, 0x8A, 0x8B, 0x8C, 0x8D, 0x8E, 0x8F,
+    0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F};
+static const unsigned char kz_keep[32] = {
+    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+
 /* The CRC of the 128-bit block x1 (a 16-byte run, register XORed in):
  * 128 bits to 64, then Barrett reduction to 32. The constants are x^k mod P
  * and P and floor(x^64 / P), all bit-reflected. */
@@ -547,6 +630,34 @@ __attribute__((target("avx,pclmul"))) static inline uint32_t crc_reduce(__m128i 
     x2 = _mm_clmulepi64_si128(x2, poly, 0x00);
     x1 = _mm_xor_si128(x1, x2);
     return (uint32_t)_mm_extract_epi32(x1, 1);
+}
+
+/* Folds the whole blocks of p[0, n) into the lane x1, then the last n % 16
+ * bytes (which may follow only a lane already folded, so that the last 16
+ * bytes of the run can be loaded), and reduces. */
+__attribute__((target("avx,pclmul"))) static inline uint32_t
+crc_finish(__m128i x1, const unsigned char* p, size_t n)
+{
+    const __m128i k3k4 = _mm_set_epi64x(0x00ccaa009ell, 0x01751997d0ll);
+    for (; n >= 16; p += 16, n -= 16) {
+        const __m128i x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
+        x1 = _mm_clmulepi64_si128(x1, k3k4, 0x11);
+        x1 = _mm_xor_si128(_mm_xor_si128(x1, x5), _mm_loadu_si128((const __m128i*)p));
+    }
+    if (n) {
+        /* The last n < 16 bytes T: the remainder X and T are X[0, n) behind
+         * 16 - n zero bytes (one block Z, folded) and X[n, 16) followed by T
+         * (the block Y, whose T part is the last 16 bytes of the run). */
+        const __m128i toY = _mm_loadu_si128((const __m128i*)(kz_shift + n));
+        const __m128i toZ = _mm_loadu_si128((const __m128i*)(kz_shift_up + n));
+        const __m128i last = _mm_loadu_si128((const __m128i*)(p + n - 16));
+        const __m128i y = _mm_blendv_epi8(_mm_shuffle_epi8(x1, toY), last, toY);
+        const __m128i z = _mm_shuffle_epi8(x1, toZ);
+        x1 =
+            _mm_xor_si128(_mm_clmulepi64_si128(z, k3k4, 0x00), _mm_clmulepi64_si128(z, k3k4, 0x11));
+        x1 = _mm_xor_si128(x1, y);
+    }
+    return crc_reduce(x1);
 }
 
 /* Carry-less multiplication folding (the reflected form of the method Intel
@@ -598,98 +709,136 @@ __attribute__((target("avx,pclmul"))) static uint32_t crc_fold(uint32_t c, const
     x1 = _mm_xor_si128(_mm_xor_si128(_mm_clmulepi64_si128(x1, k3k4, 0x11), x3), x5);
     x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
     x1 = _mm_xor_si128(_mm_xor_si128(_mm_clmulepi64_si128(x1, k3k4, 0x11), x4), x5);
-    for (; n >= 16; p += 16, n -= 16) {
-        x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
-        x1 = _mm_clmulepi64_si128(x1, k3k4, 0x11);
-        x1 = _mm_xor_si128(_mm_xor_si128(x1, x5), _mm_loadu_si128((const __m128i*)p));
-    }
-    if (n) {
-        /* The last n < 16 bytes T: the remainder X and T are X[0, n) behind
-         * 16 - n zero bytes (one block Z, folded) and X[n, 16) followed by T
-         * (the block Y, whose T part is the last 16 bytes of the run). */
-        static const unsigned char shift[32] = {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07,
-                                                0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F,
-                                                0x80, 0x81, 0x82, 0x83, 0x84, 0x85, 0x86, 0x87,
-                                                0x88, 0x89, 0x8A, 0x8B, 0x8C, 0x8D, 0x8E, 0x8F};
-        const __m128i toY = _mm_loadu_si128((const __m128i*)(shift + n));
-        const __m128i toZ = _mm_xor_si128(toY, _mm_set1_epi8((char)0x80));
-        const __m128i last = _mm_loadu_si128((const __m128i*)(p + n - 16));
-        const __m128i y = _mm_blendv_epi8(_mm_shuffle_epi8(x1, toY), last, toY);
-        const __m128i z = _mm_shuffle_epi8(x1, toZ);
-        x1 =
-            _mm_xor_si128(_mm_clmulepi64_si128(z, k3k4, 0x00), _mm_clmulepi64_si128(z, k3k4, 0x11));
-        x1 = _mm_xor_si128(x1, y);
-    }
-    return crc_reduce(x1);
+    return crc_finish(x1, p, n);
 }
 
-/* The CRC of a run of 4 bytes or more, short ones in particular: the run's
- * first n % 16 bytes go into one block behind zero bytes (which leave a
- * zero register as it is), so that only whole blocks follow; each is
- * folded in, and the last is reduced. Works on the inverted register. */
+/* A run of 16 to 63 bytes: its first block, then the rest. */
+__attribute__((target("avx,pclmul"))) static inline uint32_t
+crc_blocks(uint32_t c, const unsigned char* p, size_t n)
+{
+    const __m128i x1 = _mm_xor_si128(_mm_loadu_si128((const __m128i*)p), _mm_cvtsi32_si128((int)c));
+    return crc_finish(x1, p + 16, n - 16);
+}
+
+/* The register c placed over the first four of n bytes that end a block. */
+__attribute__((target("avx,pclmul"))) static inline __m128i register_block(uint32_t c, size_t n)
+{
+    return _mm_shuffle_epi8(_mm_cvtsi32_si128((int)c),
+                            _mm_loadu_si128((const __m128i*)(kz_shift_up + n)));
+}
+
+/* A run of 4 to 15 bytes, read only inside the run: it goes at the end of
+ * one block behind zero bytes (which leave a zero register as it is), and
+ * that block is reduced. */
 __attribute__((target("avx,pclmul"))) static uint32_t crc_short(uint32_t c, const unsigned char* p,
                                                                 size_t n)
 {
-    const __m128i k3k4 = _mm_set_epi64x(0x00ccaa009ell, 0x01751997d0ll);
-    size_t r = n % 16;
-    if (r && r < 4) {
-        for (; r; --r, --n, ++p) c = kz_crc_table[0][(c ^ *p) & 0xFF] ^ (c >> 8);
-    }
-    __m128i x1;
-    if (r) {
-        /* r is 4..15: two overlapping loads of the run's first r bytes. */
-        unsigned char b[16] = {0};
-        if (r >= 8) {
-            memcpy(b + 16 - r, p, 8);
-            memcpy(b + 8, p + r - 8, 8);
-        } else {
-            memcpy(b + 16 - r, p, 4);
-            memcpy(b + 12, p + r - 4, 4);
-        }
-        uint32_t w;
-        memcpy(&w, b + 16 - r, 4);
-        w ^= c;
-        memcpy(b + 16 - r, &w, 4);
-        x1 = _mm_loadu_si128((const __m128i*)b);
-        p += r, n -= r;
+    unsigned char b[16] = {0};
+    if (n >= 8) {
+        memcpy(b + 16 - n, p, 8);
+        memcpy(b + 8, p + n - 8, 8);
     } else {
-        x1 = _mm_xor_si128(_mm_loadu_si128((const __m128i*)p), _mm_cvtsi32_si128((int)c));
-        p += 16, n -= 16;
+        memcpy(b + 16 - n, p, 4);
+        memcpy(b + 12, p + n - 4, 4);
     }
-    for (; n >= 16; p += 16, n -= 16) {
-        const __m128i x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
-        x1 = _mm_clmulepi64_si128(x1, k3k4, 0x11);
-        x1 = _mm_xor_si128(_mm_xor_si128(x1, x5), _mm_loadu_si128((const __m128i*)p));
+    const __m128i x1 = _mm_loadu_si128((const __m128i*)b);
+    return crc_reduce(_mm_xor_si128(x1, register_block(c, n)));
+}
+
+/* The same for a run inside a readable window [lo, hi) of 16 bytes or more
+ * (a frame, say): one load of 16 bytes from the window, shifted and masked,
+ * instead of a copy. */
+__attribute__((target("avx,pclmul"))) static inline uint32_t
+crc_window(uint32_t c, const unsigned char* p, size_t n, const unsigned char* lo,
+           const unsigned char* hi)
+{
+    (void)lo; /* hi - 16 >= lo */
+    const unsigned char* q = p + 16 <= hi ? p : hi - 16;
+    /* The run lies at lanes [p - q, p - q + n) of the load; it moves up by
+     * s lanes to end the block, and what came before it is cleared. */
+    const size_t s = 16 - n - (size_t)(p - q);
+    __m128i x1 = _mm_shuffle_epi8(_mm_loadu_si128((const __m128i*)q),
+                                  _mm_loadu_si128((const __m128i*)(kz_shift_up + 16 - s)));
+    x1 = _mm_and_si128(x1, _mm_loadu_si128((const __m128i*)(kz_keep + n)));
+    return crc_reduce(_mm_xor_si128(x1, register_block(c, n)));
+}
+
+/* A run of 4 bytes or more inside [lo, hi), hi - lo >= 16. */
+__attribute__((target("avx,pclmul"), always_inline)) static inline uint32_t
+crc_run_in(uint32_t c, const unsigned char* p, size_t n, const unsigned char* lo,
+           const unsigned char* hi)
+{
+    if (n >= 64) return crc_fold(c, p, n);
+    if (n >= 16) return crc_blocks(c, p, n);
+    return crc_window(c, p, n, lo, hi);
+}
+
+/* Both CRCs of a frame whose bytes [0, end) may all be read, header of
+ * `head` >= 4 bytes, end - head >= 4: one call with everything in line, as
+ * small frames are dominated by the cost of getting here. */
+__attribute__((target("avx,pclmul"))) static uint32_t frame_crcs_pclmul(unsigned char* store,
+                                                                        const unsigned char* frame,
+                                                                        size_t head, size_t end,
+                                                                        uint32_t* whole)
+{
+    const unsigned char* hi = frame + end;
+    uint32_t h;
+    if (head == KZ_HEAD_WHOLE) {
+        /* The header of a whole frame: its 14 bytes moved up two lanes to end
+         * the block, the register (all ones) over their first four. */
+        const __m128i x1 = _mm_slli_si128(_mm_loadu_si128((const __m128i*)frame), 2);
+        h = ~crc_reduce(_mm_xor_si128(x1, _mm_set_epi32(0, 0, 0xFFFF, (int)0xFFFF0000u)));
+    } else {
+        h = ~crc_run_in(~0u, frame, head, frame, hi);
     }
-    return crc_reduce(x1);
+    if (store) kz_put32(store + head, h);
+    *whole = ~crc_run_in(~h, frame + head, end - head, frame, hi);
+    return h;
 }
 
 static int have_pclmul(void) { return kz_pclmul; }
 #endif
 
-uint32_t kz_crc32_frame(unsigned char* frame, size_t head, size_t end)
+uint32_t kz_crc32_in(uint32_t crc, const unsigned char* p, size_t n, const unsigned char* lo,
+                     const unsigned char* hi)
 {
+    if (!p) return crc;
+    const uint32_t c = ~crc;
 #ifdef KZ_X86_SIMD
-    if (head >= 4 && end - head >= 64 && have_pclmul()) {
-        const uint32_t c = ~crc_short(~0u, frame, head);
-        kz_put32(frame + head, c);
-        return ~crc_fold(~c, frame + head, end - head);
+    if (n >= 4 && have_pclmul()) {
+        if (n >= 64) return ~crc_fold(c, p, n);
+        if (n >= 16) return ~crc_blocks(c, p, n);
+        return ~(hi - lo >= 16 ? crc_window(c, p, n, lo, hi) : crc_short(c, p, n));
     }
+#else
+    (void)lo, (void)hi;
 #endif
-    const uint32_t c = kz_crc32(0, frame, head);
-    kz_put32(frame + head, c);
-    return kz_crc32(c, frame + head, end - head);
+    return ~crc_tables(c, p, n);
 }
+
+/* The frame CRCs without vector code. */
+uint32_t kz_frame_crcs_portable(unsigned char* store, const unsigned char* frame, size_t head,
+                                size_t end, uint32_t* whole)
+{
+    const uint32_t h = ~crc_tables(~0u, frame, head);
+    if (store) kz_put32(store + head, h);
+    *whole = ~crc_tables(~h, frame + head, end - head);
+    return h;
+}
+
+/* Portable until the library is loaded and the processor is known. */
+kz_frame_crcs_fn kz_frame_crcs = kz_frame_crcs_portable;
+
+#ifdef KZ_X86_SIMD
+__attribute__((constructor)) static void kz_pick_code(void)
+{
+    kz_detect_simd();
+    if (have_pclmul()) kz_frame_crcs = frame_crcs_pclmul;
+}
+#endif
 
 uint32_t kz_crc32(uint32_t crc, const void* data, size_t n)
 {
-    if (!data) return crc;
     const unsigned char* p = data;
-    uint32_t c = ~crc;
-#ifdef KZ_X86_SIMD
-    if (n >= 4 && have_pclmul()) {
-        return ~(n >= 64 ? crc_fold(c, p, n) : crc_short(c, p, n));
-    }
-#endif
-    return ~crc_tables(c, p, n);
+    return kz_crc32_in(crc, p, n, p, p + n);
 }

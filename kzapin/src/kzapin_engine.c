@@ -36,6 +36,10 @@
  * bodies keep coming; this many frames in a row that are not pieces release
  * it. */
 #define KZ_SPARE_IDLE_FRAMES 16
+/* Frames up to this length that are wholly in the buffer get both
+ * checksums in one pass. Small, so that a false sync marker claiming such a
+ * frame costs little more than checking its header. */
+#define KZ_CRC_TOGETHER_MAX 64u
 /* Longest piece tag: 0x01 'P' u32 ':' u32 ':' u32 and the terminator. */
 #define KZ_TAG_SIZE 40
 
@@ -76,7 +80,6 @@ typedef struct kz_recv_side
     size_t need;               /* length the candidate must reach before it is looked at again */
     uint64_t resync_allowance; /* checksum work failed frames may still cost */
     uint64_t resync_mark;      /* stream offset up to which it was refilled */
-    uint64_t stream_in;        /* stream bytes taken in so far */
 
     kz_assembly slots[KZ_ASSEMBLIES_MAX];
     size_t held; /* memory held by all partial bodies */
@@ -93,8 +96,7 @@ typedef struct kz_recv_side
     uint32_t refused_id;
     int refused;
 
-    uint64_t frames;  /* frames that passed their checks */
-    uint64_t skipped; /* bytes passed over that were part of no such frame */
+    kz_rx_stats stats; /* bytes taken in, frames passed, bytes skipped */
 
     char* name; /* event name of the last whole frame */
     size_t name_cap;
@@ -129,6 +131,8 @@ typedef struct kz_header
     size_t head;       /* offset of the attr bytes */
     uint32_t head_crc; /* CRC of the header bytes, where the frame CRC goes on */
     size_t frame_len;  /* whole frame including both CRCs */
+    int have_crc;      /* frame_crc is computed already */
+    uint32_t frame_crc;
 } kz_header;
 
 static kz_engine* engine_of(void* obj)
@@ -639,12 +643,20 @@ static int parse_header(const kz_engine* e, const unsigned char* p, size_t avail
         *need = head + 4;
         return HEAD_NEED_MORE;
     }
-    h->head_crc = kz_crc32(0, p, head);
+    /* Read before the header is checked, trusted only after. */
+    h->attr_len = kz_get16(p + 8);
+    h->data_len = kz_get32(p + 10);
+    const uint64_t claimed = (uint64_t)head + 4 + h->attr_len + h->data_len + 4;
+    h->have_crc = claimed <= avail && claimed <= KZ_CRC_TOGETHER_MAX;
+    if (h->have_crc) {
+        /* A small frame that is all here: both checksums in one pass. */
+        h->head_crc = kz_crc32_frame_check(p, head, (size_t)claimed - 4, &h->frame_crc);
+    } else {
+        h->head_crc = kz_crc32_in(0, p, head, p, p + avail);
+    }
     if (h->head_crc != kz_get32(p + head)) return HEAD_GARBAGE;
 
     h->seq = kz_get32(p + 4);
-    h->attr_len = kz_get16(p + 8);
-    h->data_len = kz_get32(p + 10);
     h->head = head + 4;
     if (h->flags & KZ_FRAME_FLAG_PIECE) {
         h->id = kz_get32(p + 14);
@@ -708,7 +720,7 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
         if (p[0] != KZ_SYNC_0) {
             const unsigned char* k = memchr(p + 1, KZ_SYNC_0, avail - 1);
             const size_t next = k ? (size_t)(k - buf) : len;
-            e->recv.skipped += next - pos;
+            e->recv.stats.skipped += next - pos;
             pos = next;
             continue;
         }
@@ -717,7 +729,7 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
             return pos;
         }
         if (p[1] != KZ_SYNC_1) {
-            e->recv.skipped++;
+            e->recv.stats.skipped++;
             pos++;
             continue;
         }
@@ -728,17 +740,17 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
             *need = more;
             return pos;
         case HEAD_GARBAGE:
-            e->recv.skipped++;
+            e->recv.stats.skipped++;
             pos++;
             continue;
         case HEAD_REJECTED:
             notice(e, kz_why_limits, KZ_DROP_HEADER, h.head);
-            e->recv.skipped++;
+            e->recv.stats.skipped++;
             pos++;
             continue;
         case HEAD_TOO_LARGE:
             refuse(e, &h);
-            e->recv.skipped++;
+            e->recv.stats.skipped++;
             pos++;
             continue;
         default:
@@ -750,15 +762,17 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
         }
         size_t crc_at = h.frame_len - 4;
         const size_t head = h.head - 4;
-        if (kz_crc32(h.head_crc, p + head, crc_at - head) != kz_get32(p + crc_at)) {
+        if (!h.have_crc)
+            h.frame_crc = kz_crc32_in(h.head_crc, p + head, crc_at - head, p, p + h.frame_len);
+        if (h.frame_crc != kz_get32(p + crc_at)) {
             notice(e, kz_why_crc, KZ_DROP_CHECKSUM, h.frame_len);
             const size_t step =
                 may_resync_inside(&e->recv, base + pos + h.frame_len, crc_at) ? 1 : h.frame_len;
-            e->recv.skipped += step;
+            e->recv.stats.skipped += step;
             pos += step;
             continue;
         }
-        e->recv.frames++;
+        e->recv.stats.frames++;
         const unsigned char* attr = p + h.head;
         const unsigned char* data = attr + h.attr_len;
         if (h.flags & KZ_FRAME_FLAG_PIECE) {
@@ -824,8 +838,8 @@ static int engine_input(void* engine, const void* bytes, int length)
         if (rs->len == 0) {
             /* Nothing buffered: frames are handled straight from the
              * caller's bytes and only an incomplete tail is kept. */
-            const uint64_t base = rs->stream_in;
-            rs->stream_in += left;
+            const uint64_t base = rs->stats.bytes_in;
+            rs->stats.bytes_in += left;
             size_t used = scan(e, in, left, base, &need);
             if (!rs->stop && used < left) {
                 if (!rx_append(e, in + used, left - used)) {
@@ -848,9 +862,9 @@ static int engine_input(void* engine, const void* bytes, int length)
         }
         in += take;
         left -= take;
-        rs->stream_in += take;
+        rs->stats.bytes_in += take;
         if (rs->len < rs->need) continue;
-        size_t used = scan(e, rs->buf, rs->len, rs->stream_in - rs->len, &need);
+        size_t used = scan(e, rs->buf, rs->len, rs->stats.bytes_in - rs->len, &need);
         if (rs->stop) break;
         rs->len -= used;
         if (rs->len) {
@@ -902,14 +916,27 @@ int kz_protocol_pack_piece(void* engine, void* out, int capacity, int seq, uint3
     return (int)write_frame(out, (uint32_t)seq, &piece, "", 0, data, n);
 }
 
+int kz_protocol_pack_whole(void* engine, void* out, int seq, int length)
+{
+    kz_engine* e = engine_of(engine);
+    if (!e || !out || length < 0 || length > e->capacity - KZ_FRAME_OVERHEAD) return 0;
+    unsigned char* frame = out;
+    return (int)write_frame(frame, (uint32_t)seq, NULL, "", 0, frame + KZ_FRAME_DATA_AT(0),
+                            (size_t)length);
+}
+
 const kz_protoiot_ops kz_protoiot_engine = {engine_reset, engine_input};
 
 int kz_protocol_rx_stats(void* engine, kz_rx_stats* out)
 {
     kz_engine* e = engine_of(engine);
     if (!e || !out) return -1;
-    out->bytes_in = e->recv.stream_in;
-    out->frames = e->recv.frames;
-    out->skipped = e->recv.skipped;
+    *out = e->recv.stats;
     return 0;
+}
+
+const kz_rx_stats* kz_protocol_rx_counts(void* engine)
+{
+    kz_engine* e = engine_of(engine);
+    return e ? &e->recv.stats : NULL;
 }

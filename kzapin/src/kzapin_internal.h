@@ -97,9 +97,41 @@ static inline uint32_t kz_get32(const unsigned char* p)
 }
 #endif
 
-/* Stores the CRC-32 of frame[0, head) at frame + head (little-endian) and
- * returns the CRC-32 of frame[0, end), end >= head + 4: a frame's header
- * CRC and its frame CRC in one call. */
-uint32_t kz_crc32_frame(unsigned char* frame, size_t head, size_t end);
+/* kz_crc32 of p[0, n) for a run that lies inside [lo, hi), all of which may
+ * be read: short runs are then loaded straight from there, not copied. */
+uint32_t kz_crc32_in(uint32_t crc, const unsigned char* p, size_t n, const unsigned char* lo,
+                     const unsigned char* hi);
+
+/* Both checksums of a frame whose bytes [0, end) may all be read, with a
+ * header of `head` >= 4 bytes followed by at least the 4 bytes of its CRC
+ * (end >= head + 4), as every frame has. Returns the CRC-32 of
+ * frame[0, head) and stores the CRC-32 of frame[0, end) at `whole`; with a
+ * `store` (the frame itself, on the sending side), the header CRC is
+ * written at store + head first, so that the frame CRC covers it. The
+ * fastest code the processor runs, chosen when the library is loaded. */
+typedef uint32_t (*kz_frame_crcs_fn)(unsigned char* store, const unsigned char* frame, size_t head,
+                                     size_t end, uint32_t* whole);
+extern kz_frame_crcs_fn kz_frame_crcs;
+/* The table-driven one, which every processor runs. */
+uint32_t kz_frame_crcs_portable(unsigned char* store, const unsigned char* frame, size_t head,
+                                size_t end, uint32_t* whole);
+
+/* Writes a new frame's header CRC at frame + head and returns its frame
+ * CRC, the CRC-32 of frame[0, end). */
+static inline uint32_t kz_crc32_frame(unsigned char* frame, size_t head, size_t end)
+{
+    uint32_t whole;
+    kz_frame_crcs(frame, frame, head, end, &whole);
+    return whole;
+}
+
+/* The same two CRCs of a received frame, left as it is: returns the CRC of
+ * frame[0, head) and stores the CRC of frame[0, end) (the received header
+ * CRC bytes included) at `whole`. */
+static inline uint32_t kz_crc32_frame_check(const unsigned char* frame, size_t head, size_t end,
+                                            uint32_t* whole)
+{
+    return kz_frame_crcs(NULL, frame, head, end, whole);
+}
 
 #endif /* KZAPIN_INTERNAL_H */

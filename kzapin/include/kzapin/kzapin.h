@@ -217,6 +217,11 @@ typedef struct kz_rx_stats
  *  waiting for the rest of their frame are in `bytes_in` only. */
 KZAPIN_API int kz_protocol_rx_stats(void* engine, kz_rx_stats* out);
 
+/** The same counts where the engine keeps them, for a caller that reads them
+ *  after every input: valid as long as the engine lives, under the same
+ *  thread rule. NULL for a NULL or foreign engine. */
+KZAPIN_API const kz_rx_stats* kz_protocol_rx_counts(void* engine);
+
 /** Bytes a frame adds around its data: whole frame, and piece frame. */
 #define KZ_FRAME_OVERHEAD 22
 #define KZ_PIECE_OVERHEAD 34
@@ -225,6 +230,15 @@ KZAPIN_API int kz_protocol_rx_stats(void* engine, kz_rx_stats* out);
  *  and in a piece frame (which carries no attr after its first piece). */
 #define KZ_FRAME_DATA_AT(attr_len) (18 + (attr_len))
 #define KZ_PIECE_DATA_AT(attr_len) (30 + (attr_len))
+
+/** Frames a body of `length` bytes that the caller has already written at
+ *  `out + KZ_FRAME_DATA_AT(0)`: writes the header (sequence number `seq`, no
+ *  attr) and both checksums around it, as kz_protocol_pack would for that
+ *  body in place, without looking for an attr or a piece tag. `out` holds
+ *  KZ_FRAME_OVERHEAD + `length` bytes. Returns that frame length, or 0 and
+ *  writes nothing for a NULL or foreign engine, a NULL `out`, a negative
+ *  `length` or a frame over the engine's capacity. */
+KZAPIN_API int kz_protocol_pack_whole(void* engine, void* out, int seq, int length);
 
 /** Packs `body` (its `length` bytes, not overlapping `out`) into one frame
  *  in `out` (room for `capacity` bytes; 0 or below takes the engine's
