@@ -5,14 +5,14 @@
 #include <kzapin/kzapin.h>
 
 #include <QDebug>
-#include <QThread>
-#include <QVarLengthArray>
 
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
+#include <vector>
 
 using namespace kz;
 
@@ -116,6 +116,9 @@ Q_LOGGING_CATEGORY(lcResolver, "kz.resolver", QtWarningMsg)
 #define KZ_FAST_TLS
 #endif
 static thread_local CallScope* openScopes KZ_FAST_TLS = nullptr;
+// The resolver whose engine this thread is feeding input to: its events
+// need no checked cast to find their way back.
+static thread_local KZProtocolResolverPrivate* feeding KZ_FAST_TLS = nullptr;
 
 CallScope::CallScope(KZProtocolResolverPrivate* d) : d_(d), outer_(openScopes)
 {
@@ -165,12 +168,14 @@ KZProtocolResolverPrivate::KZProtocolResolverPrivate(KZProtocolResolver* owner, 
         obj->user = this;
         obj->handler = &KZProtocolResolverPrivate::eventHandler;
     }
+    pending = kz_protocol_pending(engine);
+    rxCounts = kz_protocol_rx_counts(engine);
 }
 
 KZProtocolResolverPrivate::~KZProtocolResolverPrivate()
 {
     {
-        QMutexLocker lock(&eventLock);
+        const std::lock_guard<QBasicMutex> lock(eventLock);
         qDeleteAll(eventQueue); // queued events are freed, never dispatched
         eventQueue.clear();
     }
@@ -220,17 +225,12 @@ void KZProtocolResolverPrivate::warnLoss(Method method, uchar flag, const char* 
         << value << " will not arrive as sent";
 }
 
-void KZProtocolResolverPrivate::send(Method method, uchar flag, const Payload& payload)
+void KZProtocolResolverPrivate::warnSend(Method method, uchar flag, const Payload& payload)
 {
     if (payload.lossWhat()) warnLoss(method, flag, payload.lossWhat(), payload.lossValue());
     const qint64 bodyLength = 4 + qint64(payload.size()) + 1;
     if (bodyLength > KZ_DEFAULT_MAX_BODY)
         warnLoss(method, flag, "body over the receive limit, bytes:", bodyLength);
-    // packSend(empty attr, flag, 17, method, payload, 1) without flattening
-    // the payload into one array first.
-    const uchar head[4] = {flag, kMessageType, uchar(quint16(method) & 0xFF),
-                           uchar(quint16(method) >> 8)};
-    packBody(head, payload, 1);
 }
 
 void KZProtocolResolverPrivate::emitFrame(char* buffer, int length)
@@ -246,6 +246,35 @@ void KZProtocolResolverPrivate::emitFrame(char* buffer, int length)
 }
 
 namespace {
+
+// memcpy for the few bytes of most payloads, without a call.
+inline void copyShort(uchar* d, const char* s, size_t n)
+{
+    if (n > 16) {
+        std::memcpy(d, s, n);
+    } else if (n >= 8) { // two words that may overlap
+        std::memcpy(d, s, 8);
+        std::memcpy(d + n - 8, s + n - 8, 8);
+    } else if (n >= 4) {
+        std::memcpy(d, s, 4);
+        std::memcpy(d + n - 4, s + n - 4, 4);
+    } else {
+        for (size_t i = 0; i < n; ++i) d[i] = uchar(s[i]);
+    }
+}
+
+// A small body of one run written at `dst` and coded there: header,
+// payload, zeros.
+void writeSmall(uchar* dst, const uchar* head, const char* plain, size_t k, qint64 zeros)
+{
+    std::memcpy(dst, head, 4);
+    copyShort(dst + 4, plain, k);
+    if (zeros == 1)
+        dst[4 + k] = 0;
+    else
+        std::memset(dst + 4 + k, 0, size_t(zeros));
+    kz_coding_encrypt_fast(dst + 1, dst + 1, int(4 + k + size_t(zeros) - 1));
+}
 
 // A message body as it is sent, without building it: the four header bytes
 // (flag, type, method code), the payload and `zeros` terminating zero bytes.
@@ -275,8 +304,8 @@ struct BodyParts
     template <class F>
     void runs(qint64 offset, qint64 n, F fn) const
     {
-        if (segments.isEmpty()) split();
-        int i = cursor < segments.size() && segments[cursor].at <= offset ? cursor : 0;
+        if (segments.empty()) split();
+        size_t i = cursor < segments.size() && segments[cursor].at <= offset ? cursor : 0;
         while (i < segments.size() && segments[i].at + segments[i].length <= offset) ++i;
         cursor = i;
         const qint64 end = offset + n;
@@ -293,16 +322,6 @@ struct BodyParts
     // but the first of the body is coded as one run that starts at byte 1.
     void write(uchar* dst, qint64 offset, qint64 n) const
     {
-        const char* plain = payload.contiguous();
-        if (offset == 0 && n == length() && n <= kCopyThenCode && plain) {
-            // A small body in one frame: header, payload, zeros, coded.
-            const size_t k = size_t(payload.size());
-            std::memcpy(dst, head, 4);
-            std::memcpy(dst + 4, plain, k);
-            std::memset(dst + 4 + k, 0, size_t(zeros));
-            kz_coding_code_at(dst + 1, dst + 1, int(n - 1), 0);
-            return;
-        }
         if (n <= kCopyThenCode) {
             runs(offset, n, [&](const char* src, qint64 k, qint64 at) {
                 uchar* d = dst + (at - offset);
@@ -341,18 +360,19 @@ private:
         qint64 at;
         qint64 length;
     };
-    mutable QVarLengthArray<Segment, 8> segments; // made by the first runs()
-    mutable int cursor = 0;
+    // Made by the first runs(): a body written in one go never needs them.
+    mutable std::vector<Segment> segments;
+    mutable size_t cursor = 0;
 
     void split() const
     {
-        segments.append({reinterpret_cast<const char*>(head), 0, 4});
+        segments.push_back({reinterpret_cast<const char*>(head), 0, 4});
         qint64 at = 4;
         payload.forEachRun(0, size_t(payload.size()), [&](const char* d, size_t k) {
-            segments.append({d, at, qint64(k)});
+            segments.push_back({d, at, qint64(k)});
             at += qint64(k);
         });
-        if (zeros > 0) segments.append({nullptr, at, zeros});
+        if (zeros > 0) segments.push_back({nullptr, at, zeros});
     }
 };
 
@@ -377,16 +397,16 @@ void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type
 void KZProtocolResolverPrivate::packBody(const uchar* head, const Payload& payload, qint64 zeros)
 {
     const CallScope scope(this); // the pack-result callback may delete the resolver
-    const BodyParts body(head, payload, zeros);
     const int capacity = frameCapacity;
     const int seq = sequence++;
-    if (body.length() > INT_MAX) {
+    const qint64 bodyLength = 4 + payload.size() + zeros;
+    if (bodyLength > INT_MAX) {
         // Too long to count in an int: it cannot be framed. The host still
         // gets a buffer to free.
         emitFrame(static_cast<char*>(std::malloc(1)), 0);
         return;
     }
-    const int length = int(body.length());
+    const int length = int(bodyLength);
 
     // One frame: the body is written and coded straight into the buffer the
     // host gets, sized to the frame.
@@ -396,13 +416,18 @@ void KZProtocolResolverPrivate::packBody(const uchar* head, const Payload& paylo
         int written = 0;
         if (out) {
             uchar* at = out + KZ_FRAME_DATA_AT(0);
-            body.write(at, 0, length);
-            written = kz_protocol_pack(engine, out, int(size), seq, "", at, length);
+            const char* plain = payload.contiguous();
+            if (plain && length <= BodyParts::kCopyThenCode)
+                writeSmall(at, head, plain, size_t(payload.size()), zeros);
+            else
+                BodyParts(head, payload, zeros).write(at, 0, length);
+            written = kz_protocol_pack_whole(engine, out, seq, length);
         }
         emitFrame(reinterpret_cast<char*>(out), written);
         drainPending();
         return;
     }
+    const BodyParts body(head, payload, zeros);
 
     // Split: the first piece carries capacity - 34 bytes and so does every
     // later one; each is packed as soon as it is written. Pieces take fresh
@@ -460,11 +485,8 @@ void KZProtocolResolverPrivate::packSendGeneral(const QByteArray& attr, const uc
     drainPending();
 }
 
-void KZProtocolResolverPrivate::drainPending()
+void KZProtocolResolverPrivate::drainPendingNow()
 {
-    // Cheap when, as after every body packed here, nothing is pending.
-    kz_list* pending = kz_protocol_pending(engine);
-    if (!pending || pending->count == 0) return;
     // A body that did not fit left its other pieces in the engine. They are
     // drained whatever the body's size, so no piece is ever left behind.
     // Once the host deleted the resolver, the pieces left are freed with
@@ -505,7 +527,8 @@ static KZProtocolResolver::DropReason reasonOfNotice(int code);
 void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
 {
     // Only this thread ever finds its own id here, so relaxed order will do.
-    const Qt::HANDLE self = QThread::currentThreadId();
+    // The id is the address of a thread-local: no call to look it up.
+    const void* const self = &feeding;
     if (drainingThread.load(std::memory_order_relaxed) == self) {
         // Called from one of our callbacks: the event lock is held by this
         // very thread, so take the bytes after the current drain.
@@ -517,19 +540,21 @@ void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
     QByteArray deferred;
     for (;;) {
         counters.add(counters.bytesReceived, quint64(input->size()));
-        QMutexLocker lock(&eventLock);
+        const std::lock_guard<QBasicMutex> lock(eventLock);
         drainingThread.store(self, std::memory_order_relaxed);
         // Events queued before (by input fed to the engine elsewhere) come
         // first; those of this input are handled as the engine raises them.
         if (!eventQueue.isEmpty()) drainQueue();
         if (engine && !input->isEmpty() && !retired()) {
             handleAtOnce = true;
+            KZProtocolResolverPrivate* const outer = feeding;
+            feeding = this;
             kz_protoiot_engine.input(engine, input->constData(), input->size());
+            feeding = outer;
             handleAtOnce = false;
-            kz_rx_stats rx{};
-            if (kz_protocol_rx_stats(engine, &rx) == 0) {
-                counters.framesAccepted.store(rx.frames, std::memory_order_relaxed);
-                counters.garbageBytes.store(rx.skipped, std::memory_order_relaxed);
+            if (rxCounts) {
+                counters.framesAccepted.store(rxCounts->frames, std::memory_order_relaxed);
+                counters.garbageBytes.store(rxCounts->skipped, std::memory_order_relaxed);
             }
         }
         if (!eventQueue.isEmpty()) drainQueue();
@@ -554,6 +579,14 @@ void KZProtocolResolverPrivate::drainQueue()
 
 int KZProtocolResolverPrivate::eventHandler(kz_event* e)
 {
+    KZProtocolResolverPrivate* const fed = feeding;
+    if (fed && e && e->object == fed->engine && e->type == KZ_EVENT_DATA && e->data &&
+        !fed->retired()) {
+        // A body from the engine this thread is feeding: it is ours, and
+        // handled now (see below).
+        fed->handleBody(static_cast<uchar*>(e->data), e->length, e->length2 > 1);
+        return 0;
+    }
     if (!e || !e->data) {
         debugLine() << "before reutrn e || e->data nullptr";
         return 0;
@@ -595,7 +628,7 @@ int KZProtocolResolverPrivate::eventHandler(kz_event* e)
     if (e->type == KZ_EVENT_DATA && e->length > 0)
         record->data = QByteArray(static_cast<const char*>(e->data), e->length);
     {
-        QMutexLocker lock(&self->eventLock);
+        const std::lock_guard<QBasicMutex> lock(self->eventLock);
         self->eventQueue.append(record);
     }
     return e->type == KZ_EVENT_DATA ? 0 : kz_protoiot_event_handler(e);
@@ -747,19 +780,9 @@ const char* kz::methodName(quint16 code)
     return r ? r->name : nullptr;
 }
 
-int KZProtocolResolverPrivate::dispatch(const uchar* body, int dataLength,
-                                        QVector<TraceItem>* trace)
-{
-    return dispatchWith(body, dataLength, trace, nullptr);
-}
-
-void KZProtocolResolverPrivate::dispatchCoded(uchar* body, int dataLength)
-{
-    dispatchWith(body, dataLength, nullptr, body + 4);
-}
-
-int KZProtocolResolverPrivate::dispatchWith(const uchar* body, int dataLength,
-                                            QVector<TraceItem>* trace, uchar* coded)
+// In line in both callers: a message goes through one call to its decoder.
+inline int KZProtocolResolverPrivate::dispatchWith(const uchar* body, int dataLength,
+                                                   QVector<TraceItem>* trace, uchar* coded)
 {
     if (dataLength < 0) return 1; // a body shorter than its header
     const quint16 code = quint16(body[2] | (body[3] << 8));
@@ -774,4 +797,15 @@ int KZProtocolResolverPrivate::dispatchWith(const uchar* body, int dataLength,
         drop(KZProtocolResolver::DropUnknownMethod, dataLength + 4, code);
     }
     return 1;
+}
+
+int KZProtocolResolverPrivate::dispatch(const uchar* body, int dataLength,
+                                        QVector<TraceItem>* trace)
+{
+    return dispatchWith(body, dataLength, trace, nullptr);
+}
+
+void KZProtocolResolverPrivate::dispatchCoded(uchar* body, int dataLength)
+{
+    dispatchWith(body, dataLength, nullptr, body + 4);
 }

@@ -3,6 +3,7 @@
 #ifndef KZRESOLVER_KZPROTOCOLRESOLVER_P_H
 #define KZRESOLVER_KZPROTOCOLRESOLVER_P_H
 
+#include "kzapin/kzapin.h"
 #include "kzprotocolresolver.h"
 #include "layout.h"
 #include "methods.h"
@@ -95,7 +96,18 @@ public:
     /// the terminating zero. Warns first when the payload noted a value
     /// that will not arrive as given, or when the body is larger than a
     /// receiver accepts by default.
-    void send(kz::Method method, uchar flag, const kz::Payload& payload);
+    void send(kz::Method method, uchar flag, const kz::Payload& payload)
+    {
+        if (payload.lossWhat() || 4 + payload.size() + 1 > KZ_DEFAULT_MAX_BODY)
+            warnSend(method, flag, payload);
+        // packSend(empty attr, flag, 17, method, payload, 1) without
+        // flattening the payload into one array first.
+        const uchar head[4] = {flag, kz::kMessageType, uchar(quint16(method) & 0xFF),
+                               uchar(quint16(method) >> 8)};
+        packBody(head, payload, 1);
+    }
+    /// The warnings of send(): a noted loss, a body over the receive limit.
+    void warnSend(kz::Method method, uchar flag, const kz::Payload& payload);
     /// The one warning of a lossy message: its name and direction, what
     /// will not arrive as sent and its value.
     static void warnLoss(kz::Method method, uchar flag, const char* what, qint64 value);
@@ -164,7 +176,7 @@ public:
     KZProtocolResolver* owner;
     void* engine = nullptr;
     std::shared_ptr<void> engineHolder;
-    QMutex eventLock;
+    QBasicMutex eventLock; // its fast path is inline: taken once per parseReceive
     QList<ReceivedEvent*> eventQueue;
     QString account;
     int frameCapacity = 2048;
@@ -197,13 +209,21 @@ private:
                      uchar* coded);
     std::unique_ptr<uchar[]> scratch;
     int scratchSize = 0;
-    // Packs and hands out the pieces the engine left in its pending list.
-    void drainPending();
+    // Packs and hands out the pieces the engine left in its pending list,
+    // when there are any.
+    void drainPending()
+    {
+        if (pending && pending->count > 0) drainPendingNow();
+    }
+    void drainPendingNow();
+    // The engine's pending list and receive counts, where it keeps them.
+    kz_list* pending = nullptr;
+    const kz_rx_stats* rxCounts = nullptr;
 
     // Bytes handed to parseReceive from inside a callback: fed to the engine
     // once the current drain is over. Only the draining thread touches it.
     QByteArray deferredInput;
-    std::atomic<Qt::HANDLE> drainingThread{nullptr};
+    std::atomic<const void*> drainingThread{nullptr}; // a per-thread address
     // Set once the host has deleted the owner from inside a callback.
     std::atomic<bool> dying{false};
 };
