@@ -536,35 +536,37 @@ void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
         return;
     }
     const CallScope scope(this); // a message callback may delete the resolver
-    const QByteArray* input = &bytes;
-    QByteArray deferred;
-    for (;;) {
-        counters.add(counters.bytesReceived, quint64(input->size()));
-        const std::lock_guard<QBasicMutex> lock(eventLock);
-        drainingThread.store(self, std::memory_order_relaxed);
-        // Events queued before (by input fed to the engine elsewhere) come
-        // first; those of this input are handled as the engine raises them.
-        if (!eventQueue.isEmpty()) drainQueue();
-        if (engine && !input->isEmpty() && !retired()) {
-            handleAtOnce = true;
-            KZProtocolResolverPrivate* const outer = feeding;
-            feeding = this;
-            kz_protoiot_engine.input(engine, input->constData(), input->size());
-            feeding = outer;
-            handleAtOnce = false;
-            if (rxCounts) {
-                counters.framesAccepted.store(rxCounts->frames, std::memory_order_relaxed);
-                counters.garbageBytes.store(rxCounts->skipped, std::memory_order_relaxed);
-            }
-        }
-        if (!eventQueue.isEmpty()) drainQueue();
-        drainingThread.store(nullptr, std::memory_order_relaxed);
-        // Once retired, the rest is freed with the object.
-        if (retired() || deferredInput.isEmpty()) break;
-        deferred.clear();
-        deferred.swap(deferredInput);
-        input = &deferred;
+    feed(bytes);
+    // Once retired, the rest is freed with the object.
+    while (!retired() && !deferredInput.isEmpty()) {
+        QByteArray more;
+        more.swap(deferredInput);
+        feed(more);
     }
+}
+
+void KZProtocolResolverPrivate::feed(const QByteArray& bytes)
+{
+    counters.add(counters.bytesReceived, quint64(bytes.size()));
+    const std::lock_guard<QBasicMutex> lock(eventLock);
+    drainingThread.store(&feeding, std::memory_order_relaxed);
+    // Events queued before (by input fed to the engine elsewhere) come
+    // first; those of this input are handled as the engine raises them.
+    if (!eventQueue.isEmpty()) drainQueue();
+    if (engine && !bytes.isEmpty() && !retired()) {
+        handleAtOnce = true;
+        KZProtocolResolverPrivate* const outer = feeding;
+        feeding = this;
+        kz_protoiot_engine.input(engine, bytes.constData(), bytes.size());
+        feeding = outer;
+        handleAtOnce = false;
+        if (rxCounts) {
+            counters.framesAccepted.store(rxCounts->frames, std::memory_order_relaxed);
+            counters.garbageBytes.store(rxCounts->skipped, std::memory_order_relaxed);
+        }
+    }
+    if (!eventQueue.isEmpty()) drainQueue();
+    drainingThread.store(nullptr, std::memory_order_relaxed);
 }
 
 void KZProtocolResolverPrivate::drainQueue()

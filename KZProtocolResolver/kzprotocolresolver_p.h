@@ -198,6 +198,9 @@ private:
                          uint datalen);
     // Handles the queued events, under the event lock.
     void drainQueue();
+    // One input under the event lock: the queued events, then the input's
+    // own as the engine raises them.
+    void feed(const QByteArray& bytes);
     // Set while parseReceive feeds the engine: its events are handled at once.
     bool handleAtOnce = false;
     // Where bodies that lie in read-only bytes are decoded; a buffer larger

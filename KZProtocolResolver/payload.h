@@ -14,6 +14,7 @@
 #include <QString>
 #include <QStringList>
 #include <QVector>
+#include <QtEndian>
 
 #include <cstdlib>
 #include <cstring>
@@ -389,10 +390,12 @@ private:
         return !trace_ && end_ - p_ >= n && (!coded_ || coded_ - p_ >= n);
     }
     // The next n (2 or 4) bytes, little-endian; they are there.
+    // n is 1, 2 or 4, known where it is called: one load.
     quint32 le(int n)
     {
-        quint32 v = 0;
-        for (int i = n - 1; i >= 0; --i) v = v << 8 | p_[i];
+        const quint32 v = n == 4   ? qFromLittleEndian<quint32>(p_)
+                          : n == 2 ? qFromLittleEndian<quint16>(p_)
+                                   : quint32(*p_);
         p_ += n;
         return v;
     }

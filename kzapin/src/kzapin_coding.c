@@ -37,6 +37,8 @@ static inline uint64_t key_word_in_memory(uint64_t index)
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__)
 #define KZ_X86_SIMD 1
 #include <immintrin.h>
+#elif defined(__SSE2__)
+#include <emmintrin.h>
 #endif
 
 #ifdef KZ_X86_SIMD
@@ -141,6 +143,12 @@ static const unsigned char kz_key_head[KZ_KEY_HEAD] = {
  * pointing at the keystream byte of its first byte. */
 static void code_head(unsigned char* d, const unsigned char* s, size_t len, const unsigned char* k)
 {
+#ifdef __SSE2__
+    for (; len >= 16; len -= 16, d += 16, s += 16, k += 16) {
+        const __m128i w = _mm_loadu_si128((const __m128i*)s);
+        _mm_storeu_si128((__m128i*)d, _mm_xor_si128(w, _mm_loadu_si128((const __m128i*)k)));
+    }
+#endif
     for (; len >= 8; len -= 8, d += 8, s += 8, k += 8) {
         uint64_t w, kw;
         memcpy(&w, s, 8);
