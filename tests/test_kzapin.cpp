@@ -640,8 +640,13 @@ TEST(Receive, GarbageBeforeAndBetweenFramesIsSkipped)
     badFlags[3] = 0x02;
     std::string badHeaderCrc = wholeFrame(1, "", "never either");
     badHeaderCrc[14] ^= 1;
+    // A wrong header CRC under a frame CRC that matches the bytes as sent.
+    std::string onlyHeaderCrc = wholeFrame(1, "", "nor this");
+    onlyHeaderCrc[15] ^= 4;
+    onlyHeaderCrc.resize(onlyHeaderCrc.size() - 4);
+    put(onlyHeaderCrc, kz_crc32(0, onlyHeaderCrc.data(), onlyHeaderCrc.size()), 4);
     const std::string stream = randomBytes(333, 10) + "KKKZZ" + wholeFrame(1, "", "alpha") + "KZ" +
-                               badVersion + badFlags + badHeaderCrc + "KZ\x01" +
+                               badVersion + badFlags + badHeaderCrc + onlyHeaderCrc + "KZ\x01" +
                                wholeFrame(2, "x", "beta") + randomBytes(1000, 11) +
                                wholeFrame(3, "", "gamma") + "K";
     Receiver rx;
@@ -797,6 +802,11 @@ TEST(Receive, BodyLimitAndPieceHeaderLimits)
     rx.feed(wholeFrame(1, "", hundred) + wholeFrame(2, "", hundred + "!"));
     EXPECT_EQ(rx.bodies(), (Bodies{hundred}));
     EXPECT_EQ(rx.noticeCount(), 1u);
+    // Small frames too (those are checked the short way).
+    Receiver eight(8);
+    eight.feed(wholeFrame(1, "", "12345678") + wholeFrame(2, "", "123456789"));
+    EXPECT_EQ(eight.bodies(), (Bodies{"12345678"}));
+    EXPECT_EQ(eight.notices(), std::vector<std::string>{"body over the receive limit"});
     Sender tx;
     rx.events.clear();
     rx.feed(join(tx.pack(60, hundred + "!")) + join(tx.pack(60, hundred)));

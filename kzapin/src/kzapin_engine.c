@@ -36,9 +36,9 @@
  * bodies keep coming; this many frames in a row that are not pieces release
  * it. */
 #define KZ_SPARE_IDLE_FRAMES 16
-/* Frames up to this length that are wholly in the buffer get both
- * checksums in one pass. Small, so that a false sync marker claiming such a
- * frame costs little more than checking its header. */
+/* Whole frames up to this length that are all in the buffer take the short
+ * way: both checksums in one pass. Small, so that a false sync marker
+ * claiming such a frame costs little more than checking its header. */
 #define KZ_CRC_TOGETHER_MAX 64u
 /* Longest piece tag: 0x01 'P' u32 ':' u32 ':' u32 and the terminator. */
 #define KZ_TAG_SIZE 40
@@ -131,8 +131,6 @@ typedef struct kz_header
     size_t head;       /* offset of the attr bytes */
     uint32_t head_crc; /* CRC of the header bytes, where the frame CRC goes on */
     size_t frame_len;  /* whole frame including both CRCs */
-    int have_crc;      /* frame_crc is computed already */
-    uint32_t frame_crc;
 } kz_header;
 
 static kz_engine* engine_of(void* obj)
@@ -607,22 +605,48 @@ static void on_piece(kz_engine* e, const kz_header* h, const unsigned char* attr
     }
 }
 
-static void on_whole(kz_engine* e, const kz_header* h, const unsigned char* attr,
-                     const unsigned char* data)
+/* A whole frame that passed its checks: counted, and its event raised. */
+static void on_whole(kz_engine* e, const unsigned char* attr, size_t attr_len,
+                     const unsigned char* data, size_t data_len, uint32_t seq)
 {
     kz_recv_side* rs = &e->recv;
-    size_t need = 6 + h->attr_len;
+    rs->stats.frames++;
+    if (rs->whole_run < KZ_SPARE_IDLE_FRAMES && ++rs->whole_run == KZ_SPARE_IDLE_FRAMES)
+        drop_spare(rs);
+    size_t need = 6 + attr_len;
     if (rs->name_cap < need) {
         char* name = realloc(rs->name, need);
         if (!name) {
-            notice(e, kz_why_memory, KZ_DROP_MEMORY, h->data_len);
+            notice(e, kz_why_memory, KZ_DROP_MEMORY, data_len);
             return;
         }
         rs->name = name;
         rs->name_cap = need;
     }
-    format_name(rs->name, attr, h->attr_len);
-    raise_event(e, KZ_EVENT_DATA, rs->name, data, h->data_len, 1, h->seq);
+    format_name(rs->name, attr, attr_len);
+    raise_event(e, KZ_EVENT_DATA, rs->name, data, data_len, 1, seq);
+}
+
+/* The usual frame: whole, all in `p`, no longer than KZ_CRC_TOGETHER_MAX,
+ * checked in one checksum pass and handled. Returns its length, or 0 for
+ * anything else (a piece, a frame still arriving or larger, one that fails
+ * a check), which the general path then looks at as if this had not. */
+static size_t take_small_whole(kz_engine* e, const unsigned char* p, size_t avail)
+{
+    if (avail < KZ_FRAME_OVERHEAD || p[1] != KZ_SYNC_1 || p[2] != KZ_FRAME_VERSION || p[3] != 0)
+        return 0;
+    const uint32_t attr_len = kz_get16(p + 8);
+    const uint32_t data_len = kz_get32(p + 10);
+    const uint64_t frame_len = (uint64_t)KZ_FRAME_OVERHEAD + attr_len + data_len;
+    if (frame_len > avail || frame_len > KZ_CRC_TOGETHER_MAX || data_len > e->max_body) return 0;
+    const size_t crc_at = (size_t)frame_len - 4;
+    uint32_t whole;
+    if (kz_crc32_frame_check(p, KZ_HEAD_WHOLE, crc_at, &whole) != kz_get32(p + KZ_HEAD_WHOLE) ||
+        whole != kz_get32(p + crc_at))
+        return 0;
+    const unsigned char* attr = p + KZ_HEAD_WHOLE + 4;
+    on_whole(e, attr, attr_len, attr + attr_len, data_len, kz_get32(p + 4));
+    return (size_t)frame_len;
 }
 
 enum { HEAD_NEED_MORE, HEAD_GARBAGE, HEAD_REJECTED, HEAD_TOO_LARGE, HEAD_OK };
@@ -643,20 +667,12 @@ static int parse_header(const kz_engine* e, const unsigned char* p, size_t avail
         *need = head + 4;
         return HEAD_NEED_MORE;
     }
-    /* Read before the header is checked, trusted only after. */
-    h->attr_len = kz_get16(p + 8);
-    h->data_len = kz_get32(p + 10);
-    const uint64_t claimed = (uint64_t)head + 4 + h->attr_len + h->data_len + 4;
-    h->have_crc = claimed <= avail && claimed <= KZ_CRC_TOGETHER_MAX;
-    if (h->have_crc) {
-        /* A small frame that is all here: both checksums in one pass. */
-        h->head_crc = kz_crc32_frame_check(p, head, (size_t)claimed - 4, &h->frame_crc);
-    } else {
-        h->head_crc = kz_crc32_in(0, p, head, p, p + avail);
-    }
+    h->head_crc = kz_crc32_in(0, p, head, p, p + avail);
     if (h->head_crc != kz_get32(p + head)) return HEAD_GARBAGE;
 
     h->seq = kz_get32(p + 4);
+    h->attr_len = kz_get16(p + 8);
+    h->data_len = kz_get32(p + 10);
     h->head = head + 4;
     if (h->flags & KZ_FRAME_FLAG_PIECE) {
         h->id = kz_get32(p + 14);
@@ -724,6 +740,11 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
             pos = next;
             continue;
         }
+        const size_t small = take_small_whole(e, p, avail);
+        if (small) {
+            pos += small;
+            continue;
+        }
         if (avail < 2) {
             *need = 2;
             return pos;
@@ -762,9 +783,8 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
         }
         size_t crc_at = h.frame_len - 4;
         const size_t head = h.head - 4;
-        if (!h.have_crc)
-            h.frame_crc = kz_crc32_in(h.head_crc, p + head, crc_at - head, p, p + h.frame_len);
-        if (h.frame_crc != kz_get32(p + crc_at)) {
+        if (kz_crc32_in(h.head_crc, p + head, crc_at - head, p, p + h.frame_len) !=
+            kz_get32(p + crc_at)) {
             notice(e, kz_why_crc, KZ_DROP_CHECKSUM, h.frame_len);
             const size_t step =
                 may_resync_inside(&e->recv, base + pos + h.frame_len, crc_at) ? 1 : h.frame_len;
@@ -772,17 +792,14 @@ static size_t scan(kz_engine* e, const unsigned char* buf, size_t len, uint64_t 
             pos += step;
             continue;
         }
-        e->recv.stats.frames++;
         const unsigned char* attr = p + h.head;
         const unsigned char* data = attr + h.attr_len;
         if (h.flags & KZ_FRAME_FLAG_PIECE) {
+            e->recv.stats.frames++;
             e->recv.whole_run = 0;
             on_piece(e, &h, attr, data);
         } else {
-            if (e->recv.whole_run < KZ_SPARE_IDLE_FRAMES &&
-                ++e->recv.whole_run == KZ_SPARE_IDLE_FRAMES)
-                drop_spare(&e->recv);
-            on_whole(e, &h, attr, data);
+            on_whole(e, attr, h.attr_len, data, h.data_len, h.seq);
         }
         pos += h.frame_len;
     }
