@@ -396,6 +396,30 @@ void KZProtocolResolverPrivate::packSend(QByteArray attr, uchar flag, uchar type
 
 void KZProtocolResolverPrivate::packBody(const uchar* head, const Payload& payload, qint64 zeros)
 {
+    // Most messages: a short body of one run in one frame, written, coded
+    // and framed straight into the buffer the host gets, sized to the frame.
+    const char* plain = payload.contiguous();
+    const qint64 bodyLength = 4 + payload.size() + zeros;
+    if (!plain || bodyLength > BodyParts::kCopyThenCode ||
+        KZ_FRAME_OVERHEAD + bodyLength > frameCapacity) {
+        packLong(head, payload, zeros);
+        return;
+    }
+    const CallScope scope(this); // the pack-result callback may delete the resolver
+    const int seq = sequence++;
+    const int length = int(bodyLength);
+    auto* out = static_cast<uchar*>(std::malloc(size_t(KZ_FRAME_OVERHEAD + length)));
+    int written = 0;
+    if (out) {
+        writeSmall(out + KZ_FRAME_DATA_AT(0), head, plain, size_t(payload.size()), zeros);
+        written = kz_protocol_pack_whole(engine, out, seq, length);
+    }
+    emitFrame(reinterpret_cast<char*>(out), written);
+    drainPending();
+}
+
+void KZProtocolResolverPrivate::packLong(const uchar* head, const Payload& payload, qint64 zeros)
+{
     const CallScope scope(this); // the pack-result callback may delete the resolver
     const int capacity = frameCapacity;
     const int seq = sequence++;
@@ -415,12 +439,7 @@ void KZProtocolResolverPrivate::packBody(const uchar* head, const Payload& paylo
         auto* out = static_cast<uchar*>(std::malloc(size));
         int written = 0;
         if (out) {
-            uchar* at = out + KZ_FRAME_DATA_AT(0);
-            const char* plain = payload.contiguous();
-            if (plain && length <= BodyParts::kCopyThenCode)
-                writeSmall(at, head, plain, size_t(payload.size()), zeros);
-            else
-                BodyParts(head, payload, zeros).write(at, 0, length);
+            BodyParts(head, payload, zeros).write(out + KZ_FRAME_DATA_AT(0), 0, length);
             written = kz_protocol_pack_whole(engine, out, seq, length);
         }
         emitFrame(reinterpret_cast<char*>(out), written);
@@ -670,6 +689,23 @@ void KZProtocolResolverPrivate::parseReadEvent(ReceivedEvent* record)
 }
 
 void KZProtocolResolverPrivate::handleBody(uchar* data, int length, bool writable)
+{
+    // The usual body: a whole frame's, read-only, no longer than the scratch
+    // buffer kept from earlier messages. It is decoded into that buffer.
+    if (!writable && data && length >= 4 && length <= scratchSize) {
+        uchar* body = scratch.get();
+        body[0] = data[0];
+        kz_coding_decrypt_fast(body + 1, data + 1, length - 1);
+        if (body[1] == kMessageType)
+            dispatch(body, length - 4);
+        else
+            drop(KZProtocolResolver::DropUnknownType, length, body[1]);
+        return;
+    }
+    handleOtherBody(data, length, writable);
+}
+
+void KZProtocolResolverPrivate::handleOtherBody(uchar* data, int length, bool writable)
 {
     if (!data || length <= 0) {
         debugLine() << "data==nullptr || data_len ==0 and ready to return "

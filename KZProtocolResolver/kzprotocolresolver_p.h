@@ -133,6 +133,8 @@ public:
     void parseReadEvent(ReceivedEvent* record);
     /// Decodes one received body (`writable`: in place) and dispatches it.
     void handleBody(uchar* data, int length, bool writable);
+    /// handleBody for all but the usual small read-only body.
+    void handleOtherBody(uchar* data, int length, bool writable);
 
     /// Routes a restored body to the decoder of its method code. `dataLength`
     /// counts the bytes from offset 4 to the end. Unknown codes are dropped.
@@ -192,6 +194,8 @@ private:
     // Codes and frames the body of header `head` (flag, type, method code),
     // the payload and `zeros` zero bytes, and hands out every frame.
     void packBody(const uchar* head, const kz::Payload& payload, qint64 zeros);
+    // packBody for a body that is long, in several runs or split.
+    void packLong(const uchar* head, const kz::Payload& payload, qint64 zeros);
     // packSend for an attr text or a body too long for the fast way: the
     // body built whole and packed (split) by the engine.
     void packSendGeneral(const QByteArray& attr, const uchar* head, const QByteArray& data,
