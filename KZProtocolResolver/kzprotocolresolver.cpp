@@ -5,6 +5,7 @@
 #include <kzapin/kzapin.h>
 
 #include <QDebug>
+#include <QVarLengthArray>
 
 #include <algorithm>
 #include <climits>
@@ -12,7 +13,6 @@
 #include <cstring>
 #include <mutex>
 #include <new>
-#include <vector>
 
 using namespace kz;
 
@@ -304,8 +304,8 @@ struct BodyParts
     template <class F>
     void runs(qint64 offset, qint64 n, F fn) const
     {
-        if (segments.empty()) split();
-        size_t i = cursor < segments.size() && segments[cursor].at <= offset ? cursor : 0;
+        if (segments.isEmpty()) split();
+        int i = cursor < segments.size() && segments[cursor].at <= offset ? cursor : 0;
         while (i < segments.size() && segments[i].at + segments[i].length <= offset) ++i;
         cursor = i;
         const qint64 end = offset + n;
@@ -360,19 +360,18 @@ private:
         qint64 at;
         qint64 length;
     };
-    // Made by the first runs(): a body written in one go never needs them.
-    mutable std::vector<Segment> segments;
-    mutable size_t cursor = 0;
+    mutable QVarLengthArray<Segment, 8> segments; // made by the first runs()
+    mutable int cursor = 0;
 
     void split() const
     {
-        segments.push_back({reinterpret_cast<const char*>(head), 0, 4});
+        segments.append({reinterpret_cast<const char*>(head), 0, 4});
         qint64 at = 4;
         payload.forEachRun(0, size_t(payload.size()), [&](const char* d, size_t k) {
-            segments.push_back({d, at, qint64(k)});
+            segments.append({d, at, qint64(k)});
             at += qint64(k);
         });
-        if (zeros > 0) segments.push_back({nullptr, at, zeros});
+        if (zeros > 0) segments.append({nullptr, at, zeros});
     }
 };
 

@@ -34,7 +34,7 @@ void Payload::take(Payload& other)
     size_ = other.size_;
     cap_ = other.cap_;
     shared_ = other.shared_;
-    shares_ = std::move(other.shares_);
+    shares_ = other.shares_;
     lossWhat_ = other.lossWhat_;
     lossValue_ = other.lossValue_;
     other.buf_ = other.inline_;
@@ -152,7 +152,7 @@ Payload& Payload::operator<<(blob32 x)
 Payload& Payload::operator<<(rawbytes x)
 {
     if (x.v.size() < kShareFrom) return append(x.v.constData(), size_t(x.v.size()));
-    shares_.push_back(Share{size_, x.v});
+    shares_.append(Share{size_, x.v});
     shared_ += size_t(x.v.size());
     return *this;
 }

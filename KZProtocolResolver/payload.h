@@ -13,12 +13,12 @@
 #include <QMap>
 #include <QString>
 #include <QStringList>
+#include <QVarLengthArray>
 #include <QVector>
 #include <QtEndian>
 
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 
 namespace kz {
 
@@ -129,7 +129,7 @@ public:
     /// Its length in bytes.
     qint64 size() const { return qint64(size_ + shared_); }
     /// The bytes, when they lie in one run (nothing shared); null otherwise.
-    const char* contiguous() const { return shares_.empty() ? buf_ : nullptr; }
+    const char* contiguous() const { return shares_.isEmpty() ? buf_ : nullptr; }
 
     /// Calls `fn(const char* data, size_t n)` for the bytes [from, from + n)
     /// of the payload, in order, in as few runs as they are stored in.
@@ -217,8 +217,8 @@ private:
     char* buf_ = inline_;
     size_t size_ = 0;
     size_t cap_ = kInline;
-    size_t shared_ = 0;         // bytes in shares_
-    std::vector<Share> shares_; // empty, as for most messages, it costs nothing
+    size_t shared_ = 0;                // bytes in shares_
+    QVarLengthArray<Share, 2> shares_; // no heap for the usual one or two
     const char* lossWhat_ = nullptr;
     qint64 lossValue_ = 0;
     char inline_[kInline];
