@@ -19,9 +19,14 @@ count() { # name n
 count logout 2000
 count delete 1000
 count adduser 1000
-n=20
-ir_line=$(count screen64k $n)
-ir=$(echo "$ir_line" | awk '{print $2}')
-echo "screen64k: $ir instructions per round trip, $(awk -v i="$ir" 'BEGIN{printf "%.2f", i/65536}') per block byte"
+# Block round trips, per block byte: 1 KiB carries the cost of a message
+# over few bytes, 64 KiB is mostly the bytes.
+block() { # name n size
+  local ir
+  ir=$(count "$1" "$2" | awk '{print $2}')
+  echo "$1: $ir instructions per round trip, $(awk -v i="$ir" -v s="$3" 'BEGIN{printf "%.2f", i/s}') per block byte"
+}
+block screen1k 200 1024
+block screen64k 20 65536
 # The largest block under the default receive limit stands for 16 MiB.
 for size in 1024 16384 65536 1048576 16777184; do "$exe" --peak $size; done
