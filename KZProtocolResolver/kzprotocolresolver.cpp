@@ -154,8 +154,13 @@ KZProtocolResolverPrivate::KZProtocolResolverPrivate(KZProtocolResolver* owner, 
         frameCapacity = capacity;
         created = kz_type_new(kz__protoiot, KZ_OPT_CAPACITY, capacity, 0);
     }
-    if (!created) return; // the resolver stays usable for registration; nothing is sent or parsed
+    // Without an engine the resolver stays usable for registration;
+    // nothing is sent or parsed.
+    if (created) adoptEngine(created);
+}
 
+void KZProtocolResolverPrivate::adoptEngine(void* created)
+{
     engine = created;
     engineHolder.reset(created, [](void* e) {
         kz_type_delete(kz_type_cast2(e, kz__object, "KZProtocolResolverPrivate", kSourceName, 82));

@@ -175,8 +175,14 @@ public:
 #include "methods.def"
 #undef KZ_METHOD
 
+    /// Makes `created` (a frame engine) the resolver's, freeing the one it
+    /// had: its events come here, and the pending list and receive counts
+    /// are read from it. The constructor's engine comes this way, and a test
+    /// or tool that wants other engine options swaps one in the same way.
+    void adoptEngine(void* created);
+
     KZProtocolResolver* owner;
-    void* engine = nullptr;
+    void* engine = nullptr; // set through adoptEngine()
     std::shared_ptr<void> engineHolder;
     QBasicMutex eventLock; // its fast path is inline: taken once per parseReceive
     QList<ReceivedEvent*> eventQueue;

@@ -169,9 +169,7 @@ TEST(PackSend, DrainHonoursNodeFlags)
         FrameSink sink;
         KZProtocolResolver r(256);
         auto* d = KZProtocolResolverPrivate::get(&r);
-        void* engine = kz_type_new(kz__protoiot, KZ_OPT_CAPACITY, 256, KZ_OPT_PIECES, mode, 0);
-        d->engineHolder.reset(engine, [](void* e) { kz_type_delete(e); });
-        d->engine = engine;
+        d->adoptEngine(kz_type_new(kz__protoiot, KZ_OPT_CAPACITY, 256, KZ_OPT_PIECES, mode, 0));
         sink.attach(r);
         r.lanLogin(QString(2000, QLatin1Char('z')), QString());
         r.lanLogout(5);
