@@ -618,12 +618,16 @@ static const unsigned char kz_keep[32] = {
     0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
     0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
 
+/* The constants for folding one 128-bit lane forward (and, in crc_reduce,
+ * 128 bits to 64): x^k mod P for those distances, bit-reflected. */
+#define KZ_FOLD1_K3K4 _mm_set_epi64x(0x00ccaa009ell, 0x01751997d0ll)
+
 /* The CRC of the 128-bit block x1 (a 16-byte run, register XORed in):
  * 128 bits to 64, then Barrett reduction to 32. The constants are x^k mod P
  * and P and floor(x^64 / P), all bit-reflected. */
 __attribute__((target("avx,pclmul"))) static inline uint32_t crc_reduce(__m128i x1)
 {
-    const __m128i k3k4 = _mm_set_epi64x(0x00ccaa009ell, 0x01751997d0ll);
+    const __m128i k3k4 = KZ_FOLD1_K3K4;
     const __m128i k5 = _mm_set_epi64x(0, 0x0163cd6124ll);
     const __m128i poly = _mm_set_epi64x(0x01f7011641ll, 0x01db710641ll);
     const __m128i mask32 = _mm_setr_epi32(-1, 0, -1, 0);
@@ -646,7 +650,7 @@ __attribute__((target("avx,pclmul"))) static inline uint32_t crc_reduce(__m128i 
 __attribute__((target("avx,pclmul"))) static inline uint32_t
 crc_finish(__m128i x1, const unsigned char* p, size_t n)
 {
-    const __m128i k3k4 = _mm_set_epi64x(0x00ccaa009ell, 0x01751997d0ll);
+    const __m128i k3k4 = KZ_FOLD1_K3K4;
     for (; n >= 16; p += 16, n -= 16) {
         const __m128i x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
         x1 = _mm_clmulepi64_si128(x1, k3k4, 0x11);
@@ -677,7 +681,7 @@ __attribute__((target("avx,pclmul"))) static uint32_t crc_fold(uint32_t c, const
                                                                size_t n)
 {
     const __m128i k1k2 = _mm_set_epi64x(0x01c6e41596ll, 0x0154442bd4ll);
-    const __m128i k3k4 = _mm_set_epi64x(0x00ccaa009ell, 0x01751997d0ll);
+    const __m128i k3k4 = KZ_FOLD1_K3K4;
 
     __m128i x1 = _mm_loadu_si128((const __m128i*)(p + 0x00));
     __m128i x2 = _mm_loadu_si128((const __m128i*)(p + 0x10));
@@ -781,6 +785,15 @@ crc_run_in(uint32_t c, const unsigned char* p, size_t n, const unsigned char* lo
     return crc_window(c, p, n, lo, hi);
 }
 
+/* Any run of 4 bytes or more inside [lo, hi), for callers built without
+ * the vector instructions: a short one in a smaller window is copied. */
+__attribute__((target("avx,pclmul"))) static uint32_t crc_run(uint32_t c, const unsigned char* p,
+                                                              size_t n, const unsigned char* lo,
+                                                              const unsigned char* hi)
+{
+    return n < 16 && hi - lo < 16 ? crc_short(c, p, n) : crc_run_in(c, p, n, lo, hi);
+}
+
 /* Both CRCs of a frame whose bytes [0, end) may all be read, header of
  * `head` >= 4 bytes, end - head >= 4: one call with everything in line, as
  * small frames are dominated by the cost of getting here. */
@@ -813,11 +826,7 @@ uint32_t kz_crc32_in(uint32_t crc, const unsigned char* p, size_t n, const unsig
     if (!p) return crc;
     const uint32_t c = ~crc;
 #ifdef KZ_X86_SIMD
-    if (n >= 4 && have_pclmul()) {
-        if (n >= 64) return ~crc_fold(c, p, n);
-        if (n >= 16) return ~crc_blocks(c, p, n);
-        return ~(hi - lo >= 16 ? crc_window(c, p, n, lo, hi) : crc_short(c, p, n));
-    }
+    if (n >= 4 && have_pclmul()) return ~crc_run(c, p, n, lo, hi);
 #else
     (void)lo, (void)hi;
 #endif
