@@ -410,12 +410,18 @@ void KZProtocolResolverPrivate::packBody(const uchar* head, const Payload& paylo
         return;
     }
     const CallScope scope(this); // the pack-result callback may delete the resolver
+    packOneFrame(int(bodyLength),
+                 [&](uchar* at) { writeSmall(at, head, plain, size_t(payload.size()), zeros); });
+}
+
+template <class Write>
+void KZProtocolResolverPrivate::packOneFrame(int length, Write write)
+{
     const int seq = sequence++;
-    const int length = int(bodyLength);
     auto* out = static_cast<uchar*>(std::malloc(size_t(KZ_FRAME_OVERHEAD + length)));
     int written = 0;
     if (out) {
-        writeSmall(out + KZ_FRAME_DATA_AT(0), head, plain, size_t(payload.size()), zeros);
+        write(out + KZ_FRAME_DATA_AT(0));
         written = kz_protocol_pack_whole(engine, out, seq, length);
     }
     emitFrame(reinterpret_cast<char*>(out), written);
@@ -426,30 +432,21 @@ void KZProtocolResolverPrivate::packLong(const uchar* head, const Payload& paylo
 {
     const CallScope scope(this); // the pack-result callback may delete the resolver
     const int capacity = frameCapacity;
-    const int seq = sequence++;
     const qint64 bodyLength = 4 + payload.size() + zeros;
     if (bodyLength > INT_MAX) {
         // Too long to count in an int: it cannot be framed. The host still
-        // gets a buffer to free.
+        // gets a buffer to free, and the message its number.
+        ++sequence;
         emitFrame(static_cast<char*>(std::malloc(1)), 0);
         return;
     }
     const int length = int(bodyLength);
-
-    // One frame: the body is written and coded straight into the buffer the
-    // host gets, sized to the frame.
     if (KZ_FRAME_OVERHEAD + qint64(length) <= capacity) {
-        const size_t size = size_t(KZ_FRAME_OVERHEAD + length);
-        auto* out = static_cast<uchar*>(std::malloc(size));
-        int written = 0;
-        if (out) {
-            BodyParts(head, payload, zeros).write(out + KZ_FRAME_DATA_AT(0), 0, length);
-            written = kz_protocol_pack_whole(engine, out, seq, length);
-        }
-        emitFrame(reinterpret_cast<char*>(out), written);
-        drainPending();
+        packOneFrame(length,
+                     [&](uchar* at) { BodyParts(head, payload, zeros).write(at, 0, length); });
         return;
     }
+    const int seq = sequence++;
     const BodyParts body(head, payload, zeros);
 
     // Split: the first piece carries capacity - 34 bytes and so does every
@@ -604,28 +601,25 @@ void KZProtocolResolverPrivate::drainQueue()
 
 int KZProtocolResolverPrivate::eventHandler(kz_event* e)
 {
-    KZProtocolResolverPrivate* const fed = feeding;
-    if (fed && e && e->object == fed->engine && e->type == KZ_EVENT_DATA && e->data &&
-        !fed->retired()) {
-        // A body from the engine this thread is feeding: it is ours, and
-        // handled now (see below).
-        fed->handleBody(static_cast<uchar*>(e->data), e->length, e->length2 > 1);
-        return 0;
-    }
     if (!e || !e->data) {
         debugLine() << "before reutrn e || e->data nullptr";
         return 0;
     }
-    auto* proto = static_cast<kz_object*>(
-        kz_type_cast2(e->object, kz__protocol, "parseReadEvent", kSourceName, 276));
-    if (!proto) {
-        debugLine() << "before return proto";
-        return 0;
-    }
-    auto* self = static_cast<KZProtocolResolverPrivate*>(proto->user);
-    if (!self) {
-        debugLine() << "before return resolver nullptr";
-        return 0;
+    // The engine this thread is feeding is known to be ours; any other
+    // object is checked before its resolver is looked up.
+    KZProtocolResolverPrivate* self = feeding;
+    if (!self || e->object != self->engine) {
+        auto* proto = static_cast<kz_object*>(
+            kz_type_cast2(e->object, kz__protocol, "parseReadEvent", kSourceName, 276));
+        if (!proto) {
+            debugLine() << "before return proto";
+            return 0;
+        }
+        self = static_cast<KZProtocolResolverPrivate*>(proto->user);
+        if (!self) {
+            debugLine() << "before return resolver nullptr";
+            return 0;
+        }
     }
     if (e->type != KZ_EVENT_DATA && e->type != KZ_EVENT_NOTICE) return kz_protoiot_event_handler(e);
 
@@ -694,44 +688,22 @@ void KZProtocolResolverPrivate::parseReadEvent(ReceivedEvent* record)
 
 void KZProtocolResolverPrivate::handleBody(uchar* data, int length, bool writable)
 {
-    // The usual body: a whole frame's, read-only, no longer than the scratch
-    // buffer kept from earlier messages. It is decoded into that buffer.
-    if (!writable && data && length >= 4 && length <= scratchSize) {
-        uchar* body = scratch.get();
-        body[0] = data[0];
-        kz_coding_decrypt_fast(body + 1, data + 1, length - 1);
-        if (body[1] == kMessageType)
-            dispatch(body, length - 4);
-        else
-            drop(KZProtocolResolver::DropUnknownType, length, body[1]);
-        return;
-    }
-    handleOtherBody(data, length, writable);
-}
-
-void KZProtocolResolverPrivate::handleOtherBody(uchar* data, int length, bool writable)
-{
     if (!data || length <= 0) {
         debugLine() << "data==nullptr || data_len ==0 and ready to return "
                     << static_cast<const void*>(nullptr) << 0;
         drop(KZProtocolResolver::DropEmptyBody, 0);
         return;
     }
-    // Decoded in place when the bytes may be changed, otherwise into the
-    // scratch buffer kept from one message to the next.
-    uchar* body = data;
     if (writable && length >= kDecodeLazilyFrom) {
         // A large body in a buffer of its own: only its header is decoded
         // now, the rest as the decoder reads it.
-        kz_coding_decrypt_fast(body + 1, body + 1, qMin(length, 4) - 1);
-        if (length < 4)
-            drop(KZProtocolResolver::DropShortBody, length);
-        else if (body[1] != kMessageType)
-            drop(KZProtocolResolver::DropUnknownType, length, body[1]);
-        else
-            dispatchCoded(body, length - 4);
+        kz_coding_decrypt_fast(data + 1, data + 1, 3);
+        if (isMessage(data, length)) dispatchCoded(data, length - 4);
         return;
     }
+    // Decoded in place when the bytes may be changed, otherwise into the
+    // scratch buffer kept from one message to the next.
+    uchar* body = data;
     if (!writable) {
         if (scratchSize < length) {
             scratch.reset(new (std::nothrow) uchar[size_t(length)]);
@@ -747,17 +719,25 @@ void KZProtocolResolverPrivate::handleOtherBody(uchar* data, int length, bool wr
     kz_coding_decrypt_fast(body + 1, data + 1, length - 1);
     // The event name may carry the peer's attr text after a comma; no
     // message uses it.
-    if (length < 4)
-        drop(KZProtocolResolver::DropShortBody, length);
-    else if (body[1] != kMessageType)
-        drop(KZProtocolResolver::DropUnknownType, length, body[1]);
-    else
-        dispatch(body, length - 4);
+    if (isMessage(body, length)) dispatch(body, length - 4);
     if (scratchSize > kScratchKeep) {
         // One large whole frame does not pin its memory.
         scratch.reset();
         scratchSize = 0;
     }
+}
+
+bool KZProtocolResolverPrivate::isMessage(const uchar* body, int length)
+{
+    if (length < 4) {
+        drop(KZProtocolResolver::DropShortBody, length);
+        return false;
+    }
+    if (body[1] != kMessageType) {
+        drop(KZProtocolResolver::DropUnknownType, length, body[1]);
+        return false;
+    }
+    return true;
 }
 
 // ---------------------------------------------------------------------------

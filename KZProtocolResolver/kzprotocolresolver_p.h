@@ -133,8 +133,9 @@ public:
     void parseReadEvent(ReceivedEvent* record);
     /// Decodes one received body (`writable`: in place) and dispatches it.
     void handleBody(uchar* data, int length, bool writable);
-    /// handleBody for all but the usual small read-only body.
-    void handleOtherBody(uchar* data, int length, bool writable);
+    /// True for a decoded body long enough for its header and of the
+    /// message type; otherwise drops it (counted, one debug line).
+    bool isMessage(const uchar* body, int length);
 
     /// Routes a restored body to the decoder of its method code. `dataLength`
     /// counts the bytes from offset 4 to the end. Unknown codes are dropped.
@@ -202,6 +203,11 @@ private:
     void packBody(const uchar* head, const kz::Payload& payload, qint64 zeros);
     // packBody for a body that is long, in several runs or split.
     void packLong(const uchar* head, const kz::Payload& payload, qint64 zeros);
+    // One frame: `write(at)` writes and codes the body of `length` bytes
+    // straight into the buffer the host gets, sized to the frame, which is
+    // then framed and handed out.
+    template <class Write>
+    void packOneFrame(int length, Write write);
     // packSend for an attr text or a body too long for the fast way: the
     // body built whole and packed (split) by the engine.
     void packSendGeneral(const QByteArray& attr, const uchar* head, const QByteArray& data,
