@@ -938,6 +938,115 @@ TEST(Reassembly, ABodysBufferServesTheNextAndIsReleasedWhenIdle)
     EXPECT_LT(heapInUse() - before, 64u * 1024);
 }
 
+// A body sink that takes the bodies whose event name is "data,T" and keeps
+// a log of its calls: "open", "put <offset>", "close <complete>".
+struct Sink
+{
+    struct Body
+    {
+        std::string bytes;
+    };
+    std::vector<std::string> log;
+    std::vector<std::unique_ptr<Body>> bodies;
+    bool failPut = false;
+
+    kz_body_sink table()
+    {
+        kz_body_sink t{};
+        t.context = this;
+        t.open = [](void* c, const char* name, uint32_t total, const void*, size_t) -> void* {
+            auto* self = static_cast<Sink*>(c);
+            if (std::string(name) != "data,T") return nullptr;
+            self->log.push_back("open " + std::to_string(total));
+            self->bodies.push_back(std::make_unique<Body>());
+            return self->bodies.back().get();
+        };
+        t.put = [](void* c, void* body, uint32_t offset, const void* data, size_t n) {
+            auto* self = static_cast<Sink*>(c);
+            auto* b = static_cast<Body*>(body);
+            self->log.push_back("put " + std::to_string(offset));
+            if (self->failPut || offset != b->bytes.size()) return 0;
+            b->bytes.append(static_cast<const char*>(data), n);
+            return 1;
+        };
+        t.close = [](void* c, void*, int complete) {
+            static_cast<Sink*>(c)->log.push_back("close " + std::to_string(complete));
+        };
+        return t;
+    }
+};
+
+TEST(Reassembly, ABodySinkTakesTheBodiesItOpensAndEndsEachOnce)
+{
+    Sender tx;
+    const std::string a = randomBytes(450, 50), b = randomBytes(380, 51);
+    Receiver rx;
+    Sink sink;
+    const kz_body_sink table = sink.table();
+    ASSERT_EQ(kz_protocol_set_body_sink(rx.engine(), &table), 0);
+    std::string taken;
+    rx.hook = [&](kz_event* e) {
+        if (e->type != KZ_EVENT_TAKEN) return;
+        taken = static_cast<Sink::Body*>(e->data)->bytes;
+        sink.log.push_back("event");
+    };
+    // Interleaved with a body the sink leaves to the engine.
+    auto ft = tx.pack(134, a, "T"), fe = tx.pack(134, b, "E");
+    for (size_t i = 0; i < ft.size(); ++i) rx.feed(ft[i] + (i < fe.size() ? fe[i] : ""));
+    EXPECT_EQ(taken, a);
+    EXPECT_EQ(sink.log, (std::vector<std::string>{"open 450", "put 0", "put 99", "put 199",
+                                                  "put 299", "put 399", "event", "close 1"}));
+    ASSERT_EQ(rx.events.size(), 2u);
+    EXPECT_EQ(rx.events[0], (Ev{KZ_EVENT_DATA, "data,E", b, 380, 4}));
+    EXPECT_EQ(rx.events[1].type, KZ_EVENT_TAKEN);
+    EXPECT_EQ(rx.events[1].name, "data,T");
+    EXPECT_EQ(rx.events[1].length, 450);
+    EXPECT_EQ(rx.events[1].length2, 5);
+
+    using Notices = std::vector<std::string>;
+    // Every way a taken body ends unfinished closes it once: out of order,
+    // replaced by a new start, refused by put, reset, the engine destroyed.
+    const auto unfinished = [&](const std::function<void(Receiver&)>& run) {
+        auto r = std::make_unique<Receiver>(1000);
+        sink.log.clear();
+        kz_protocol_set_body_sink(r->engine(), &table);
+        run(*r);
+        const Notices notices = r->notices();
+        r.reset();
+        const auto closes = std::count(sink.log.begin(), sink.log.end(), "close 0");
+        return std::make_pair(int(closes), notices);
+    };
+    auto t = tx.pack(134, a, "T");
+    EXPECT_EQ(unfinished([&](Receiver& r) { r.feed(t[0] + t[2]); }),
+              std::make_pair(1, Notices{"piece out of order, partial body dropped"}));
+    EXPECT_EQ(unfinished([&](Receiver& r) { r.feed(t[0] + join(t)); }),
+              std::make_pair(1, Notices{"partial body replaced by a new start"}));
+    sink.failPut = true;
+    EXPECT_EQ(unfinished([&](Receiver& r) { r.feed(join(t)); }),
+              std::make_pair(1, Notices{"out of memory, bytes dropped", "piece without a start",
+                                        "piece without a start", "piece without a start",
+                                        "piece without a start"}));
+    sink.failPut = false;
+    EXPECT_EQ(unfinished([&](Receiver& r) { r.feed(t[0] + t[1]), r.reset(); }),
+              std::make_pair(1, Notices{}));
+    EXPECT_EQ(unfinished([&](Receiver& r) { r.feed(t[0]); }), std::make_pair(1, Notices{}));
+    // A taken body counts at its whole total: a second body that starts
+    // within the limit of 1000 bytes pushes it out.
+    auto big = tx.pack(134, randomBytes(900, 52), "T"), other = tx.pack(134, randomBytes(300, 53));
+    EXPECT_EQ(unfinished([&](Receiver& r) { r.feed(big[0] + other[0] + other[1]); }),
+              std::make_pair(1, Notices{"partial body discarded to make room"}));
+
+    // No sink, or one without its other functions, is refused or ends the offers.
+    kz_body_sink half = table;
+    half.close = nullptr;
+    EXPECT_EQ(kz_protocol_set_body_sink(nullptr, &table), -1);
+    EXPECT_EQ(kz_protocol_set_body_sink(rx.engine(), &half), -1);
+    EXPECT_EQ(kz_protocol_set_body_sink(rx.engine(), nullptr), 0);
+    rx.events.clear();
+    rx.feed(join(tx.pack(134, a, "T")));
+    EXPECT_EQ(rx.bodies(), (Bodies{a}));
+}
+
 TEST(Receive, ResetForgetsBufferedBytesAndPartialBodiesAndHandlersMayReset)
 {
     const std::string frame = wholeFrame(1, "", "complete me");

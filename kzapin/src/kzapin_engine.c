@@ -62,8 +62,10 @@ typedef struct kz_assembly
     int pieces;
     uint64_t touched; /* receive clock when a piece was last added */
     unsigned char* buf;
-    size_t cap;
+    size_t cap; /* memory counted for this body: its buffer, or its total when taken */
     char* name;
+    void* taken;       /* the host's handle when its body sink took the body */
+    kz_body_sink sink; /* the sink that took it, as it was then */
 } kz_assembly;
 
 typedef struct kz_send_side
@@ -97,6 +99,8 @@ typedef struct kz_recv_side
     int refused;
 
     kz_rx_stats stats; /* bytes taken in, frames passed, bytes skipped */
+
+    kz_body_sink sink; /* offered every split body; open == NULL: none */
 
     char* name; /* event name of the last whole frame */
     size_t name_cap;
@@ -158,9 +162,12 @@ kz_object* kz_engine_create(const kz_engine_options* options)
     return &e->obj;
 }
 
-static void free_slot(kz_recv_side* rs, kz_assembly* a)
+/* Ends a partial body: `complete` when its event has been raised. A body
+ * the host took goes back to its sink. */
+static void free_slot(kz_recv_side* rs, kz_assembly* a, int complete)
 {
     rs->held -= a->cap;
+    if (a->taken) a->sink.close(a->sink.context, a->taken, complete);
     free(a->buf);
     free(a->name);
     memset(a, 0, sizeof *a);
@@ -180,7 +187,7 @@ static void recv_clear(kz_recv_side* rs)
     rs->buf = NULL;
     rs->len = rs->cap = rs->need = 0;
     for (int i = 0; i < KZ_ASSEMBLIES_MAX; ++i) {
-        if (rs->slots[i].used) free_slot(rs, &rs->slots[i]);
+        if (rs->slots[i].used) free_slot(rs, &rs->slots[i], 0);
     }
     rs->held = 0;
 }
@@ -481,7 +488,7 @@ static kz_assembly* find_slot(kz_recv_side* rs, uint32_t id)
 static void drop_slot(kz_engine* e, kz_assembly* a, const char* why, int reason, size_t extra)
 {
     size_t dropped = (size_t)a->have + extra;
-    free_slot(&e->recv, a);
+    free_slot(&e->recv, a, 0);
     notice(e, why, reason, dropped);
 }
 
@@ -497,6 +504,19 @@ static int evict_oldest(kz_engine* e, const kz_assembly* keep)
     }
     if (!oldest) return 0;
     drop_slot(e, oldest, kz_why_evicted, KZ_DROP_EVICTED, 0);
+    return 1;
+}
+
+/* Can `a` grow to `want` bytes with the memory of all partial bodies
+ * within the body limit? Makes room by dropping the spare buffer and, when
+ * `evict`, by discarding the oldest other bodies. */
+static int room_for(kz_engine* e, const kz_assembly* a, size_t want, int evict)
+{
+    kz_recv_side* rs = &e->recv;
+    if (rs->spare && rs->held - a->cap + want + rs->spare_cap > e->max_body) drop_spare(rs);
+    while (rs->held - a->cap + want > e->max_body) {
+        if (!evict || !evict_oldest(e, a)) return 0;
+    }
     return 1;
 }
 
@@ -520,19 +540,29 @@ static int reserve(kz_engine* e, kz_assembly* a, size_t need)
         rs->spare_cap = 0;
         return 1;
     }
-    if (rs->spare && rs->held - a->cap + want + rs->spare_cap > e->max_body) drop_spare(rs);
-    while (rs->held - a->cap + want > e->max_body) {
-        if (want > need) {
-            want = need;
-        } else if (!evict_oldest(e, a)) {
-            return 0;
-        }
-    }
+    if (!room_for(e, a, want, 0)) want = need;
+    if (!room_for(e, a, want, 1)) return 0;
     unsigned char* buf = realloc(a->buf, want);
     if (!buf) return 0;
     rs->held += want - a->cap;
     a->buf = buf;
     a->cap = want;
+    return 1;
+}
+
+/* Offers a split body that starts to the host's sink. A body it takes
+ * counts at its whole total from now on: the host holds its memory.
+ * Returns 0 when that does not fit the body limit. */
+static int take_body(kz_engine* e, kz_assembly* a, const unsigned char* first, size_t n)
+{
+    kz_recv_side* rs = &e->recv;
+    void* taken = rs->sink.open(rs->sink.context, a->name, a->total, first, n);
+    if (!taken) return 1;
+    a->taken = taken;
+    a->sink = rs->sink;
+    if (!room_for(e, a, a->total, 1)) return 0;
+    rs->held += a->total - a->cap;
+    a->cap = a->total;
     return 1;
 }
 
@@ -569,6 +599,10 @@ static void on_piece(kz_engine* e, const kz_header* h, const unsigned char* attr
         a->have = 0;
         a->pieces = 0;
         a->name = name;
+        if (rs->sink.open && !take_body(e, a, data, n)) {
+            drop_slot(e, a, kz_why_memory, KZ_DROP_MEMORY, n);
+            return;
+        }
     } else if (!a) {
         notice(e, kz_why_orphan, KZ_DROP_ORPHAN, n);
         return;
@@ -578,14 +612,23 @@ static void on_piece(kz_engine* e, const kz_header* h, const unsigned char* attr
     }
 
     a->touched = rs->clock;
-    if (!reserve(e, a, (size_t)a->have + n)) {
+    if (a->taken) {
+        if (!a->sink.put(a->sink.context, a->taken, a->have, data, n)) {
+            drop_slot(e, a, kz_why_memory, KZ_DROP_MEMORY, n);
+            return;
+        }
+    } else if (reserve(e, a, (size_t)a->have + n)) {
+        memcpy(a->buf + a->have, data, n);
+    } else {
         drop_slot(e, a, kz_why_memory, KZ_DROP_MEMORY, n);
         return;
     }
-    memcpy(a->buf + a->have, data, n);
     a->have += (uint32_t)n;
     a->pieces++;
-    if (a->have == a->total) {
+    if (a->have == a->total && a->taken) {
+        raise_event(e, KZ_EVENT_TAKEN, a->name, a->taken, a->total, a->pieces, a->id);
+        free_slot(rs, a, 1);
+    } else if (a->have == a->total) {
         /* The handler may change the body in place: it is ours and freed
          * right after. */
         raise_event(e, KZ_EVENT_DATA, a->name, a->buf, a->total, a->pieces, a->id);
@@ -594,7 +637,7 @@ static void on_piece(kz_engine* e, const kz_header* h, const unsigned char* attr
         unsigned char* buf = a->buf;
         const size_t cap = a->cap;
         a->buf = NULL;
-        free_slot(rs, a);
+        free_slot(rs, a, 1);
         drop_spare(rs);
         if (rs->held + cap <= e->max_body && !rs->stop) {
             rs->spare = buf;
@@ -956,4 +999,17 @@ const kz_rx_stats* kz_protocol_rx_counts(void* engine)
 {
     kz_engine* e = engine_of(engine);
     return e ? &e->recv.stats : NULL;
+}
+
+int kz_protocol_set_body_sink(void* engine, const kz_body_sink* sink)
+{
+    kz_engine* e = engine_of(engine);
+    if (!e) return -1;
+    if (sink && sink->open && (!sink->put || !sink->close)) return -1;
+    if (sink && sink->open) {
+        e->recv.sink = *sink;
+    } else {
+        memset(&e->recv.sink, 0, sizeof e->recv.sink);
+    }
+    return 0;
 }

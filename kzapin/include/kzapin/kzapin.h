@@ -135,6 +135,12 @@ enum {
      *  own buffer, freed when the handler returns: the handler may change
      *  it in place (decode it there, say) instead of copying it. */
     KZ_EVENT_DATA = 17,
+    /** A split body that the host's body sink took is complete (see
+     *  kz_protocol_set_body_sink): `data` is the handle its open() returned,
+     *  `length` the body's length, `length2` the number of frames, `seq`
+     *  its message id, `name` as for KZ_EVENT_DATA. The sink's close()
+     *  follows when the handler returns. */
+    KZ_EVENT_TAKEN = 18,
 };
 
 /** Reasons of a drop notice (its `length2`), with their texts. */
@@ -221,6 +227,42 @@ KZAPIN_API int kz_protocol_rx_stats(void* engine, kz_rx_stats* out);
  *  after every input: valid as long as the engine lives, under the same
  *  thread rule. NULL for a NULL or foreign engine. */
 KZAPIN_API const kz_rx_stats* kz_protocol_rx_counts(void* engine);
+
+/** Receives split bodies into memory of the host's choosing, piece by piece
+ *  as they arrive, instead of the engine assembling them in its own buffer
+ *  and handing them out whole: a host that knows where a body belongs (a
+ *  large field straight into the array it will keep, decoded on the way)
+ *  saves a copy of the whole body. */
+typedef struct kz_body_sink
+{
+    /** Asked when the first piece of a split body arrives: `name` is its
+     *  event name, `total` its length, `first` and `length` the first
+     *  piece (still coded, valid during the call). Returns a handle for the
+     *  body to take it, or NULL to leave it to the engine, which then
+     *  raises KZ_EVENT_DATA for it as usual. */
+    void* (*open)(void* context, const char* name, uint32_t total, const void* first,
+                  size_t length);
+    /** The bytes [offset, offset + length) of a taken body, in order and
+     *  without gaps from offset 0 (the first piece again) to its total.
+     *  Returns 0 when the host cannot take them: the body is then dropped
+     *  with a KZ_DROP_MEMORY notice. */
+    int (*put)(void* context, void* body, uint32_t offset, const void* data, size_t length);
+    /** Ends a taken body, once for every handle open() returned: `complete`
+     *  is 1 right after its KZ_EVENT_TAKEN event, 0 when it is dropped
+     *  unfinished (with the usual notice, or by a reset or the engine's
+     *  destruction, which raise none). */
+    void (*close)(void* context, void* body, int complete);
+    void* context;
+} kz_body_sink;
+
+/** Offers every split body that starts from now on to `sink` (copied; NULL
+ *  or a NULL open() ends the offers). A taken body counts at its whole
+ *  total against KZ_OPT_MAX_BODY, like the memory of partial bodies the
+ *  engine assembles, and is finished by the sink that took it. The sink's
+ *  functions run inside input() on its thread and must not feed the same
+ *  engine. Returns 0, or -1 for a NULL or foreign engine or a sink with
+ *  open() but no put() or close(). */
+KZAPIN_API int kz_protocol_set_body_sink(void* engine, const kz_body_sink* sink);
 
 /** Bytes a frame adds around its data: whole frame, and piece frame. */
 #define KZ_FRAME_OVERHEAD 22
