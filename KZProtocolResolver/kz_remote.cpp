@@ -107,3 +107,10 @@ void KZProtocolResolverPrivate::decodeRemoteUpdateScreen(uchar flag, Reader& r)
 {
     if (flag == Reply) take<Block>(r, cb.onLanRemoteUpdateScreenResultCB);
 }
+
+int KZProtocolResolverPrivate::updateDataAt(Reader& r)
+{
+    r.strz(); // mac
+    r.u32();  // count of the data
+    return r.offset();
+}

@@ -225,6 +225,13 @@ void KZProtocolResolverPrivate::decodeMacTsfFileContent(uchar flag, Reader& r)
     fire(cb.onLanMacTsfFileContentCB, p, q, third, len, block, data);
 }
 
+int KZProtocolResolverPrivate::fileContentDataAt(Reader& r)
+{
+    for (int i = 0; i < 4; ++i) r.i32(); // p, q, r, len
+    Field<blk16>::read(r);
+    return r.offset();
+}
+
 // MacTsfFileClose: request Close
 void KZProtocolResolver::lanMacTsfFileClose(int n1, int n2, const QByteArray& block)
 {

@@ -175,6 +175,7 @@ void KZProtocolResolverPrivate::adoptEngine(void* created)
     }
     pending = kz_protocol_pending(engine);
     rxCounts = kz_protocol_rx_counts(engine);
+    kz_protocol_set_body_sink(engine, &kBodySink);
 }
 
 KZProtocolResolverPrivate::~KZProtocolResolverPrivate()
@@ -539,6 +540,103 @@ void KZProtocolResolverPrivate::drainPendingNow()
 }
 
 // ---------------------------------------------------------------------------
+// Large last fields, received in place
+// ---------------------------------------------------------------------------
+
+namespace {
+
+// The messages that end in a byte field which can be large, with where its
+// bytes start.
+struct TrailingField
+{
+    Method code;
+    uchar flag;
+    int (*at)(Reader& r);
+};
+const TrailingField kTrailingFields[] = {
+    {Method::MacTsfFileContent, Request, &KZProtocolResolverPrivate::fileContentDataAt},
+    {Method::RemoteUpdateAttr, Reply, &KZProtocolResolverPrivate::updateDataAt},
+    {Method::RemoteUpdateImage, Reply, &KZProtocolResolverPrivate::updateDataAt},
+    {Method::RemoteUpdateScreen, Reply, &KZProtocolResolverPrivate::updateDataAt},
+};
+
+// Bodies from this size on are worth taking: below it the field is small
+// and the engine's buffer is warm.
+constexpr uint32_t kTakeFrom = 16 * 1024;
+
+} // namespace
+
+struct KZProtocolResolverPrivate::TakenBody
+{
+    // The field starts within the first bytes of the body or the body is
+    // left to the engine.
+    static constexpr int kHeadMax = 256;
+    uchar head[kHeadMax]; // bytes [0, split), decoded
+    int split = 0;
+    QByteArray tail; // bytes [split, total), decoded as they arrive
+    char* tailData = nullptr;
+
+    // Where the large last field of the body that starts with the `seen`
+    // decoded bytes of `head` begins: -1 when the body is not one of those
+    // messages or the field does not begin within them.
+    int fieldAt(int seen) const
+    {
+        if (seen < 4 || head[1] != kMessageType) return -1;
+        const quint16 code = quint16(head[2] | head[3] << 8);
+        for (const TrailingField& f : kTrailingFields) {
+            if (quint16(f.code) != code || f.flag != head[0]) continue;
+            Reader r(head + 4, seen - 4);
+            const int at = f.at(r);
+            return r.isShort() ? -1 : 4 + at;
+        }
+        return -1;
+    }
+};
+
+static void* openBody(void*, const char*, uint32_t total, const void* first, size_t length)
+{
+    using TakenBody = KZProtocolResolverPrivate::TakenBody;
+    if (total < kTakeFrom || length < 4) return nullptr;
+    std::unique_ptr<TakenBody> body(new (std::nothrow) TakenBody);
+    if (!body) return nullptr;
+    const auto* in = static_cast<const uchar*>(first);
+    const int seen = int(qMin<size_t>(length, TakenBody::kHeadMax));
+    // The coding starts at body byte 1.
+    body->head[0] = in[0];
+    kz_coding_code_at(body->head + 1, in + 1, seen - 1, 0);
+    body->split = body->fieldAt(seen);
+    if (body->split < 0) return nullptr;
+    try {
+        body->tail = QByteArray(int(total) - body->split, Qt::Uninitialized);
+    } catch (const std::bad_alloc&) {
+        return nullptr; // the engine assembles it, within its own limits
+    }
+    body->tailData = body->tail.data();
+    return body.release();
+}
+
+static int putBody(void*, void* taken, uint32_t offset, const void* data, size_t length)
+{
+    auto* body = static_cast<KZProtocolResolverPrivate::TakenBody*>(taken);
+    // The bytes before the field were decoded when the body was opened.
+    const qint64 end = qint64(offset) + qint64(length);
+    const qint64 from = qMax<qint64>(offset, body->split);
+    if (from < end)
+        kz_coding_code_at(body->tailData + (from - body->split),
+                          static_cast<const uchar*>(data) + (from - offset), int(end - from),
+                          from - 1);
+    return 1;
+}
+
+static void closeBody(void*, void* taken, int)
+{
+    delete static_cast<KZProtocolResolverPrivate::TakenBody*>(taken);
+}
+
+const kz_body_sink KZProtocolResolverPrivate::kBodySink = {&openBody, &putBody, &closeBody,
+                                                           nullptr};
+
+// ---------------------------------------------------------------------------
 // Receiving
 // ---------------------------------------------------------------------------
 
@@ -621,7 +719,8 @@ int KZProtocolResolverPrivate::eventHandler(kz_event* e)
             return 0;
         }
     }
-    if (e->type != KZ_EVENT_DATA && e->type != KZ_EVENT_NOTICE) return kz_protoiot_event_handler(e);
+    if (e->type != KZ_EVENT_DATA && e->type != KZ_EVENT_NOTICE && e->type != KZ_EVENT_TAKEN)
+        return kz_protoiot_event_handler(e);
 
     if (self->handleAtOnce) {
         // Raised inside parseReceive, which holds the event lock on this
@@ -635,6 +734,11 @@ int KZProtocolResolverPrivate::eventHandler(kz_event* e)
             self->drop(reasonOfNotice(e->length2), e->length);
             return kz_protoiot_event_handler(e);
         }
+        if (e->type == KZ_EVENT_TAKEN) {
+            auto* taken = static_cast<TakenBody*>(e->data);
+            self->dispatchTaken(taken->head, taken->split, &taken->tail);
+            return 0;
+        }
         // A reassembled body is the engine's own and may be decoded in place.
         self->handleBody(static_cast<uchar*>(e->data), e->length, e->length2 > 1);
         return 0;
@@ -646,6 +750,11 @@ int KZProtocolResolverPrivate::eventHandler(kz_event* e)
     record->length2 = e->length2;
     if (e->type == KZ_EVENT_DATA && e->length > 0)
         record->data = QByteArray(static_cast<const char*>(e->data), e->length);
+    if (e->type == KZ_EVENT_TAKEN) {
+        auto* taken = static_cast<TakenBody*>(e->data);
+        record->data = QByteArray(reinterpret_cast<const char*>(taken->head), taken->split);
+        record->tail.swap(taken->tail);
+    }
     {
         const std::lock_guard<QBasicMutex> lock(self->eventLock);
         self->eventQueue.append(record);
@@ -680,6 +789,11 @@ void KZProtocolResolverPrivate::parseReadEvent(ReceivedEvent* record)
     if (record->type == KZ_EVENT_NOTICE) {
         // Queued for the count and the log line only.
         drop(reasonOfNotice(record->length2), record->length);
+        return;
+    }
+    if (record->type == KZ_EVENT_TAKEN) {
+        dispatchTaken(reinterpret_cast<const uchar*>(record->data.constData()), record->data.size(),
+                      &record->tail);
         return;
     }
     if (record->type != KZ_EVENT_DATA) return;
@@ -804,7 +918,8 @@ const char* kz::methodName(quint16 code)
 
 // In line in both callers: a message goes through one call to its decoder.
 inline int KZProtocolResolverPrivate::dispatchWith(const uchar* body, int dataLength,
-                                                   QVector<TraceItem>* trace, uchar* coded)
+                                                   QVector<TraceItem>* trace, uchar* coded,
+                                                   QByteArray* tail)
 {
     if (dataLength < 0) return 1; // a body shorter than its header
     const quint16 code = quint16(body[2] | (body[3] << 8));
@@ -814,6 +929,7 @@ inline int KZProtocolResolverPrivate::dispatchWith(const uchar* body, int dataLe
         r.setTrace(trace);
         // Body byte 4 is keystream position 3: the coding starts at byte 1.
         if (coded) r.setCoded(coded, 3);
+        r.setTail(tail);
         (this->*route->decode)(body[0], r);
     } else {
         drop(KZProtocolResolver::DropUnknownMethod, dataLength + 4, code);
@@ -830,4 +946,9 @@ int KZProtocolResolverPrivate::dispatch(const uchar* body, int dataLength,
 void KZProtocolResolverPrivate::dispatchCoded(uchar* body, int dataLength)
 {
     dispatchWith(body, dataLength, nullptr, body + 4);
+}
+
+void KZProtocolResolverPrivate::dispatchTaken(const uchar* head, int split, QByteArray* tail)
+{
+    dispatchWith(head, split - 4, nullptr, nullptr, tail);
 }

@@ -29,6 +29,7 @@ struct ReceivedEvent
     int length = 0;
     int length2 = 0;
     QByteArray data; // a copy of the body for data events; null otherwise
+    QByteArray tail; // a taken body: its large last field (data holds the rest)
 };
 
 /// The callback slots, one per setter (see callbacks.def).
@@ -145,6 +146,17 @@ public:
     /// they are decoded in place as the decoder reads them.
     void dispatchCoded(uchar* body, int dataLength);
 
+    /// A split body whose last field is a large byte array (a screen, a
+    /// file's content) is taken from the engine as its pieces arrive: the
+    /// bytes before the field into `head`, the field's straight into the
+    /// array the callback gets, decoded on their way in. The body is then
+    /// neither assembled nor decoded a second time.
+    struct TakenBody;
+    static const kz_body_sink kBodySink;
+    /// Dispatches a taken body: `head` holds its first `split` bytes,
+    /// decoded, and `tail` the rest.
+    void dispatchTaken(const uchar* head, int split, QByteArray* tail);
+
     /// Calls `fn` with the context pointer and `args` if the slot is set.
     template <class F, class... A>
     void fire(F fn, const A&... args) const
@@ -175,6 +187,11 @@ public:
 #define KZ_METHOD(name, code, family) void decode##name(uchar flag, kz::Reader& r);
 #include "methods.def"
 #undef KZ_METHOD
+    // Payload offset where the large last field's bytes start, read by the
+    // fields before it: the update replies (screen, image, attributes) and a
+    // file content request.
+    static int updateDataAt(kz::Reader& r);
+    static int fileContentDataAt(kz::Reader& r);
 
     /// Makes `created` (a frame engine) the resolver's, freeing the one it
     /// had: its events come here, and the pending list and receive counts
@@ -224,8 +241,8 @@ private:
     static constexpr int kScratchKeep = 64 * 1024;
     // Bodies this large in a buffer of their own are decoded as they are read.
     static constexpr int kDecodeLazilyFrom = 4096;
-    int dispatchWith(const uchar* body, int dataLength, QVector<kz::TraceItem>* trace,
-                     uchar* coded);
+    int dispatchWith(const uchar* body, int dataLength, QVector<kz::TraceItem>* trace, uchar* coded,
+                     QByteArray* tail = nullptr);
     std::unique_ptr<uchar[]> scratch;
     int scratchSize = 0;
     // Packs and hands out the pieces the engine left in its pending list,

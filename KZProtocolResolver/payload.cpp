@@ -358,6 +358,7 @@ QMap<QString, int> Reader::strintmap()
 QByteArray Reader::bytes(int n)
 {
     if (n <= 0) return QByteArray();
+    if (tail_ && p_ == end_) return takeTail(n);
     if (n > remaining()) {
         markShort();
         n = remaining();
@@ -384,13 +385,32 @@ QByteArray Reader::bytes(int n)
     return b;
 }
 
+QByteArray Reader::takeTail(int n)
+{
+    QByteArray b;
+    if (n > tail_->size()) {
+        markShort();
+        n = tail_->size();
+    }
+    if (n > tail_->size() / 2) {
+        // The usual case: all of it but the body's closing zero.
+        tail_->truncate(n);
+        b.swap(*tail_);
+    } else {
+        b = tail_->left(n);
+    }
+    tail_ = nullptr;
+    return b;
+}
+
 QByteArray Reader::blob32()
 {
     const Quiet q(this, "blob32");
     const quint32 n = u32();
     // A count larger than the data is cut at the end of the data.
-    if (n > quint32(remaining())) markShort();
-    const QByteArray b = bytes(int(qMin(n, quint32(remaining()))));
+    const quint32 ahead = quint32(bytesAhead());
+    if (n > ahead) markShort();
+    const QByteArray b = bytes(int(qMin(n, ahead)));
     q.done([&] { return QString(QStringLiteral("[%1 bytes]").arg(b.size())); });
     return b;
 }

@@ -325,6 +325,12 @@ public:
         codedAt_ = position;
     }
 
+    /// Declares that the data goes on, past its end, in `tail`: a byte
+    /// field that starts where the data ends is taken from there (moved
+    /// out, not copied) instead of being cut. A body whose large last field
+    /// was received straight into an array of its own is read this way.
+    void setTail(QByteArray* tail) { tail_ = tail; }
+
     /// Records every field read from here on into `sink` (for dump tools).
     /// A read that runs past the end of the data adds one item of kind
     /// "cut" at the offset where the data ended inside a field.
@@ -385,6 +391,10 @@ private:
     static QString entryText(const QVector<TraceItem>& items);
     void markShort();
     bool take(void* dst, int n);
+    // Bytes a byte field that starts here may have: up to the end of the
+    // data, or of the tail where the data ends.
+    int bytesAhead() const { return tail_ && p_ == end_ ? tail_->size() : remaining(); }
+    QByteArray takeTail(int n);
     bool plainAhead(int n) const
     {
         return !trace_ && end_ - p_ >= n && (!coded_ || coded_ - p_ >= n);
@@ -436,6 +446,7 @@ private:
     QVector<TraceItem>* root_ = nullptr; // where "cut" goes, also from inside a list entry
     uchar* coded_ = nullptr;             // first byte not decoded yet; null when all is plain
     qint64 codedAt_ = 0;                 // keystream position of begin_
+    QByteArray* tail_ = nullptr;         // where the data goes on; see setTail()
 };
 
 } // namespace kz

@@ -226,6 +226,62 @@ TEST(Machines, LargeBlockCrossesSplitFrames)
     }
 }
 
+TEST(Machines, LargeLastFieldsInPiecesArriveAsFromOneBuffer)
+{
+    // A split body that ends in a large byte field (the update replies, a
+    // file's content) is received piece by piece straight into the array
+    // the callback gets. Whatever its counts say, it arrives as the same
+    // body decoded from one buffer. With 64-byte frames the first piece
+    // cannot show where the field starts, and the body takes the usual way.
+    const QByteArray data = pattern(40000), mac = QByteArray("m") + '\0';
+    const QByteArray ints = unhex("01 00 00 00 02 00 00 00 03 00 00 00"), block(16, 'b');
+    const auto u32 = [](quint32 v) { return QByteArray(reinterpret_cast<const char*>(&v), 4); };
+    const QByteArray bodies[] = {
+        unhex("01 11 06 06") + mac + u32(40000) + data,
+        unhex("01 11 05 06") + mac + u32(90000) + data, // count past the data
+        unhex("01 11 04 06") + mac + u32(39000) + data, // a little short of it
+        unhex("01 11 06 06") + mac + u32(1000) + data,  // well short of it
+        unhex("01 11 06 06") + mac + u32(0) + data,
+        unhex("01 11 06 06") + QByteArray(300, 'k') + '\0' + u32(40000) + data,
+        unhex("01 11 06 06") + QByteArray(40000, 'k'),  // the mac never ends
+        unhex("00 11 06 06") + mac + u32(40000) + data, // no such request
+        unhex("01 11 06 06") + mac + u32(9000) + data.left(9000),
+        unhex("00 11 0b 05") + ints + u32(40000) + block + data,
+        unhex("00 11 0b 05") + ints + u32(30) + block + data,
+        unhex("00 11 0b 05") + ints + u32(quint32(-1)) + block + data,
+    };
+    for (const QByteArray& body : bodies) {
+        const QVector<Call> expected = dispatchBody(body + '\0');
+        for (int capacity : {0, 64}) {
+            kzfuzz::Observer seen;
+            seen.record = true;
+            Wire w(nullptr, capacity);
+            kzfuzz::attachAll(w.receiver, &seen);
+            KZProtocolResolverPrivate::get(&w.sender)->packSend(
+                QByteArray(), uchar(body[0]), 17, quint16(uchar(body[2]) | uchar(body[3]) << 8),
+                body.mid(4), 1);
+            w.deliver();
+            EXPECT_EQ(seen.log, expected) << capacity << ' ' << qPrintable(hex(body.left(12)));
+        }
+    }
+
+    // Pieces fed to the engine outside parseReceive are handled, in order,
+    // by the next one.
+    kzfuzz::Observer seen;
+    seen.record = true;
+    Wire w;
+    kzfuzz::attachAll(w.receiver, &seen);
+    w.sender.lanRemoteUpdateScreenResponse(m, data);
+    w.sender.lanLogout(3);
+    const QByteArray stream = w.sink.stream();
+    kz_protoiot_engine.input(KZProtocolResolverPrivate::get(&w.receiver)->engine,
+                             stream.constData(), stream.size());
+    EXPECT_TRUE(seen.log.isEmpty());
+    w.receiver.parseReceive(QByteArray());
+    EXPECT_EQ(seen.log, calls({arrives<Cb::LanRemoteUpdateScreenResultCB>(m, data),
+                               arrives<Cb::LanLogoutCB>(3)}));
+}
+
 TEST(Machines, DecodesHandBuiltAndCutPayloads)
 {
     const struct
