@@ -665,8 +665,8 @@ void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
 
 void KZProtocolResolverPrivate::feed(const QByteArray& bytes)
 {
-    counters.add(counters.bytesReceived, quint64(bytes.size()));
     const std::lock_guard<QBasicMutex> lock(eventLock);
+    counters.add(counters.bytesReceived, quint64(bytes.size()));
     drainingThread.store(&feeding, std::memory_order_relaxed);
     // Events queued before (by input fed to the engine elsewhere) come
     // first; those of this input are handled as the engine raises them.

@@ -72,7 +72,13 @@ struct Counters
     std::atomic<quint64> garbageBytes{0};
     std::atomic<quint64> drops[KZProtocolResolver::DropReasonCount] = {};
 
-    void add(std::atomic<quint64>& c, quint64 n) { c.fetch_add(n, std::memory_order_relaxed); }
+    // One writer: the thread that feeds input, under the event lock (or a
+    // tool dispatching a body of its own, alone). Other threads only read,
+    // so a plain load and store will do, without a locked instruction.
+    void add(std::atomic<quint64>& c, quint64 n)
+    {
+        c.store(c.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
+    }
 };
 
 class KZProtocolResolverPrivate : public QObject
