@@ -173,6 +173,33 @@ TEST_F(LanTls, StalledConnectionsAreClosedAfterTheTimeOutAndHoldUpNoOne)
     }));
 }
 
+// Connections that hold their first byte back take at most 64 places per
+// address: the 65th is closed at once, and the places are free again once
+// those go.
+TEST_F(LanTls, ConnectionsWaitingForTheirFirstByteAreBoundedPerAddress)
+{
+    constexpr int kPerAddress = 64; // Listener::kMaxArrivalsPerAddress
+    Server server;
+    ASSERT_TRUE(server.start(serving(certs->server)));
+    std::vector<std::unique_ptr<QTcpSocket>> silent;
+    for (int i = 0; i <= kPerAddress; ++i) {
+        silent.push_back(std::make_unique<QTcpSocket>());
+        silent.back()->connectToHost(QHostAddress::LocalHost, server.port());
+    }
+    const auto closed = [&] {
+        int n = 0;
+        for (const auto& s : silent) n += s->state() == QAbstractSocket::UnconnectedState;
+        return n;
+    };
+    ASSERT_TRUE(waitFor([&] { return closed() >= 1; }, 5000));
+    waitFor([] { return false; }, 300);
+    EXPECT_EQ(closed(), 1);
+    EXPECT_TRUE(waitFor([&] { return server.log().contains("too many connections opening"); }));
+    check(server, {{"--ca|@CA", "login", 6, "closed"}}); // the same address: no place yet
+    silent.clear();
+    check(server, {{"--ca|@CA", "login", 0, ""}});
+}
+
 TEST_F(LanTls, ACertificateOrKeyThatCannotServeStopsTheStart)
 {
     const QString dir = certs->dir.path();

@@ -25,8 +25,8 @@ class Listener : public QTcpServer
 public:
     /// Connections being sorted or in their handshake, at most, in all and
     /// from one address; the ones beyond are closed at once.
-    static constexpr int kMaxArrivals = 256;
-    static constexpr int kMaxArrivalsPerAddress = 16;
+    static constexpr int kMaxArrivals = 512;
+    static constexpr int kMaxArrivalsPerAddress = 64;
     /// How long a new connection has for its first byte and its handshake.
     static constexpr int kDefaultHandshakeTimeoutMs = 10000;
 
