@@ -129,9 +129,11 @@ void Listener::incomingConnection(qintptr fd)
         ++turnedAway_;
         if (!lastFullLog_.isValid() || lastFullLog_.elapsed() >= 1000) {
             qCWarning(lcServer).noquote()
-                << "too many connections opening at once (" << arrivals_.size()
-                << "in all; the last from" << address.toString() << "); closed" << turnedAway_
-                << "since the last such line";
+                << QStringLiteral("too many connections opening at once (%1 in all; the last "
+                                  "from %2): closed %3 since the last such line")
+                       .arg(arrivals_.size())
+                       .arg(address.toString())
+                       .arg(turnedAway_);
             turnedAway_ = 0;
             lastFullLog_.start();
         }
