@@ -125,7 +125,7 @@ TEST_F(LanTls, TlsOnlyClosesPlainClientsWithOneLogLine)
     Server server;
     ASSERT_TRUE(server.start(serving(certs->server) << QStringLiteral("--tls-only")));
     check(server, {
-                      {"", "login", 2, "closed the connection"},
+                      {"", "login", 2, "takes TLS only closes plain clients"},
                       {"--ca|@CA", "users|list", 0, ""},
                   });
     ASSERT_TRUE(waitFor([&] { return server.log().contains("opened in the clear"); }, 5000));

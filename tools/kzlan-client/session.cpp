@@ -29,9 +29,14 @@ Session::Session(const Options& options) : options_(options)
                                       .arg(socket_.errorString()));
         else if (options_.tls && !encrypted_)
             fail(ExitTls, tlsFailure());
+        else if (loggedIn_)
+            fail(ExitUnreachable, QStringLiteral("connection to the server lost"));
         else
-            fail(ExitUnreachable, loggedIn_ ? QStringLiteral("connection to the server lost")
-                                            : QStringLiteral("the server closed the connection"));
+            fail(ExitUnreachable,
+                 QStringLiteral("the server closed the connection%1")
+                     .arg(options_.tls ? QString()
+                                       : QStringLiteral(" (a server that takes TLS only closes "
+                                                        "plain clients: --tls)")));
     };
     connect(&conn_, &KZConnection::disconnected, this, lost);
     connect(&socket_, &QTcpSocket::errorOccurred, this, [this, lost] {
