@@ -118,6 +118,7 @@ TEST_F(LanTls, OnlyAClientThatTrustsTheCertificateLogsIn)
                      {"--ca|@ELSEWHERE", "login", 6, "host name"}, // made out for kzlan.example
                      {"--ca|@ELSEWHERE|--tls-name|kzlan.example", "users|list", 0, ""},
                  });
+    EXPECT_EQ(server.terminate(), 0); // no leak reported, under the sanitizers
 }
 
 TEST_F(LanTls, TlsOnlyClosesPlainClientsWithOneLogLine)
@@ -198,6 +199,12 @@ TEST_F(LanTls, ConnectionsWaitingForTheirFirstByteAreBoundedPerAddress)
     check(server, {{"--ca|@CA", "login", 6, "closed"}}); // the same address: no place yet
     silent.clear();
     check(server, {{"--ca|@CA", "login", 0, ""}});
+
+    // Stopped while connections wait: they go with the server, nothing leaks.
+    QTcpSocket waiting;
+    waiting.connectToHost(QHostAddress::LocalHost, server.port());
+    ASSERT_TRUE(waitFor([&] { return waiting.state() == QAbstractSocket::ConnectedState; }));
+    EXPECT_EQ(server.terminate(), 0);
 }
 
 TEST_F(LanTls, ACertificateOrKeyThatCannotServeStopsTheStart)
