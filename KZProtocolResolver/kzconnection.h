@@ -58,6 +58,39 @@ class KZConnectionPrivate;
 /// connect(conn, &KZConnection::deleteUser, this, &Server::deleteUsers);
 /// conn->resolver()->lanLogin("operator", "secret");
 /// \endcode
+///
+/// **TLS.** The protocol's own login cipher has a key and vector that the
+/// protocol fixes: it keeps the password from a glance at a frame, not from
+/// anyone who captures the login, and nothing else is enciphered. Where the
+/// network is not trusted, run the connection over a QSslSocket (the host
+/// links Qt Network; the library itself needs Qt Core only). Start TLS from
+/// the socket's first byte: connectToHostEncrypted() on the client;
+/// startServerEncryption() on the server as soon as the socket is made (or
+/// attach the socket once it emitted `encrypted()`). Then:
+/// - frames sent before the handshake completes, even before the socket is
+///   connected, are held and travel encrypted after it;
+/// - only decrypted bytes are read: nothing reaches the resolver before the
+///   handshake is done;
+/// - a refused certificate or a failed handshake is errorOccurred() with the
+///   TLS layer's reason ("The certificate is self-signed, and untrusted",
+///   "The host name did not match any of the valid hosts for this
+///   certificate", …), followed by one disconnected(). Frames already sent
+///   are never written in the clear.
+///
+/// Do not start TLS later on a socket that already carries the connection
+/// (after `connected()`): frames written before that went out unprotected.
+///
+/// \code
+/// auto* socket = new QSslSocket;
+/// QSslConfiguration tls = socket->sslConfiguration();
+/// tls.setCaCertificates(QSslCertificate::fromPath("plant-ca.crt")); // or the system's
+/// socket->setSslConfiguration(tls);
+/// auto* conn = new KZConnection(nullptr, this);
+/// conn->setDevice(socket, KZConnection::Ownership::Owned);
+/// connect(conn, &KZConnection::errorOccurred, this, [](const QString& why) { … });
+/// conn->resolver()->lanLogin("operator", "secret");    // sent after the handshake
+/// socket->connectToHostEncrypted("kzlan-server.plant", 7600); // the name is checked
+/// \endcode
 class KZRESOLVER_EXPORT KZConnection : public KZConnectionSignals
 {
     Q_OBJECT

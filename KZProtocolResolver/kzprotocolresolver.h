@@ -219,7 +219,10 @@ public:
 
     /// \name Session: login and logout
     /// The password travels AES-128-CBC enciphered under a key the library
-    /// derives at run time; the receiving resolver deciphers it.
+    /// derives at run time; the receiving resolver deciphers it. The key and
+    /// the vector are fixed by the protocol: the cipher hides the password
+    /// from a glance at a frame, not from anyone who captures the login.
+    /// Protect the transport with TLS (KZConnection over a QSslSocket).
     ///@{
 
     /// Callback of setLanLoginCB(): called for a login request.

@@ -1,20 +1,29 @@
 // KZConnection over a real TCP pair on 127.0.0.1: messages arrive as signals
 // with their values, large messages cross in many frames, signals reach a
 // receiver in another thread by queued connection, a peer that vanishes
-// mid-message leaves nothing behind, and a device that takes frames a piece
-// at a time still gets every byte.
+// mid-message leaves nothing behind, a device that takes frames a piece at a
+// time still gets every byte, and the same over TLS (QSslSocket): frames
+// written before the handshake travel after it, a refused certificate is an
+// error with its reason and one disconnect.
 #include "kzconnection.h"
+#include "tlscerts.h"
 
 #include <gtest/gtest.h>
 
 #include <QBuffer>
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QHostAddress>
 #include <QMetaMethod>
 #include <QMutex>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslKey>
+#include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTemporaryDir>
 #include <QThread>
 #include <QTimer>
 
@@ -41,6 +50,14 @@ bool waitFor(const std::function<bool()>& done)
     while (!done() && t.elapsed() < 5000)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
     return done();
+}
+
+/// Runs the event loop for a while: a signal that would come twice comes now.
+void settle()
+{
+    QElapsedTimer t;
+    t.start();
+    while (t.elapsed() < 200) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
 }
 
 /// The frames of one message, packed by a resolver of our own.
@@ -270,6 +287,171 @@ TEST(Connection, WritesEveryByteToADeviceThatTakesPieces)
     EXPECT_GT(conn.pendingBytes(), 0);
     ASSERT_TRUE(waitFor([&] { return conn.pendingBytes() == 0; }));
     EXPECT_TRUE(device.data() == both);
+}
+
+/// A listener whose sockets start the server side of the TLS handshake as
+/// they are accepted.
+class TlsListener : public QTcpServer
+{
+public:
+    QSslConfiguration config;
+
+protected:
+    void incomingConnection(qintptr fd) override
+    {
+        auto* s = new QSslSocket(this);
+        s->setSslConfiguration(config);
+        s->setSocketDescriptor(fd);
+        s->startServerEncryption();
+        addPendingConnection(s);
+    }
+};
+
+/// Both ends of one TLS connection, each under a KZConnection attached
+/// before the handshake starts, with what their signals reported.
+struct TlsPair
+{
+    QSslSocket clientSocket;
+    KZConnection client{&clientSocket};
+    std::unique_ptr<QSslSocket> serverSocket;
+    std::unique_ptr<KZConnection> server;
+    int clientClosed = 0;
+    int serverClosed = 0;
+    QStringList clientErrors;
+
+    TlsPair()
+    {
+        QObject::connect(&client, &KZConnection::disconnected, [this] { ++clientClosed; });
+        QObject::connect(&client, &KZConnection::errorOccurred,
+                         [this](const QString& m) { clientErrors.append(m); });
+    }
+
+    /// Connects to `listener` checking its certificate against `name`, with
+    /// `ca` trusted (none: the system's store); true once the server side
+    /// has its socket and connection.
+    bool connect(TlsListener& listener, const QString& ca, const QString& name)
+    {
+        QSslConfiguration c = clientSocket.sslConfiguration();
+        if (!ca.isEmpty()) c.setCaCertificates(QSslCertificate::fromPath(ca));
+        clientSocket.setSslConfiguration(c);
+        clientSocket.connectToHostEncrypted(QStringLiteral("127.0.0.1"), listener.serverPort(),
+                                            name);
+        if (!waitFor([&] { return listener.hasPendingConnections(); })) return false;
+        serverSocket.reset(static_cast<QSslSocket*>(listener.nextPendingConnection()));
+        server = std::make_unique<KZConnection>(serverSocket.get());
+        QObject::connect(server.get(), &KZConnection::disconnected, [this] { ++serverClosed; });
+        return true;
+    }
+};
+
+/// A server certificate for localhost and 127.0.0.1, signed by a test CA.
+class Tls : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        ensureApp();
+        dir = new QTemporaryDir;
+        ca = tlscerts::selfSigned(dir->path(), QStringLiteral("kz-test-ca"),
+                                  QStringLiteral("DNS:kz-test-ca"));
+        id = tlscerts::signedBy(ca, dir->path(), QStringLiteral("localhost"),
+                                QStringLiteral("DNS:localhost,IP:127.0.0.1"));
+    }
+    static void TearDownTestSuite() { delete dir; }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(QSslSocket::supportsSsl());
+        QFile key(id.key);
+        ASSERT_TRUE(key.open(QIODevice::ReadOnly));
+        listener.config = QSslConfiguration::defaultConfiguration();
+        listener.config.setLocalCertificateChain(QSslCertificate::fromPath(id.cert));
+        listener.config.setPrivateKey(QSslKey(key.readAll(), QSsl::Ec));
+        ASSERT_FALSE(listener.config.privateKey().isNull());
+        ASSERT_TRUE(listener.listen(QHostAddress::LocalHost, 0));
+    }
+
+    static QTemporaryDir* dir;
+    static tlscerts::Identity ca;
+    static tlscerts::Identity id;
+    TlsListener listener;
+};
+
+QTemporaryDir* Tls::dir = nullptr;
+tlscerts::Identity Tls::ca;
+tlscerts::Identity Tls::id;
+
+TEST_F(Tls, FramesWrittenBeforeTheHandshakeTravelAfterIt)
+{
+    TlsPair p;
+    // One frame before the socket is even connecting, one once it is
+    // connected but still in its handshake.
+    p.client.resolver()->lanLogin(QStringLiteral("operator"), QStringLiteral("secret"));
+    bool encryptedWhenWritten = true;
+    QObject::connect(&p.clientSocket, &QSslSocket::connected, [&] {
+        encryptedWhenWritten = p.clientSocket.isEncrypted();
+        p.client.resolver()->lanLogout(7);
+    });
+    ASSERT_TRUE(p.connect(listener, ca.cert, QStringLiteral("127.0.0.1")));
+
+    QStringList seen; // on the server, in order, with the socket's state
+    QList<int> result;
+    QObject::connect(p.server.get(), &KZConnection::login, [&](const QString& a, const QString&) {
+        seen << a + (p.serverSocket->isEncrypted() ? QStringLiteral(" encrypted") : QString());
+        p.server->resolver()->lanLoginResult(true, 4, true);
+    });
+    QObject::connect(p.server.get(), &KZConnection::logout,
+                     [&](int v) { seen << QStringLiteral("logout %1").arg(v); });
+    QObject::connect(&p.client, &KZConnection::loginResult,
+                     [&](bool ok, int code, bool, bool admin) {
+                         result = {ok, code, admin};
+                     });
+    ASSERT_TRUE(waitFor([&] { return !result.isEmpty() && seen.size() == 2; }))
+        << p.clientErrors.join(QLatin1Char('\n')).toStdString();
+    EXPECT_FALSE(encryptedWhenWritten) << "the second frame was to be written mid-handshake";
+    EXPECT_EQ(seen,
+              (QStringList{QStringLiteral("operator encrypted"), QStringLiteral("logout 7")}));
+    EXPECT_EQ(result, (QList<int>{1, 4, 1}));
+    EXPECT_EQ(p.server->resolver()->statistics().garbageBytes, 0u) << "handshake bytes were fed";
+    EXPECT_EQ(p.client.resolver()->statistics().garbageBytes, 0u);
+
+    p.clientSocket.disconnectFromHost();
+    ASSERT_TRUE(waitFor([&] { return p.serverClosed > 0 && p.clientClosed > 0; }));
+    settle();
+    EXPECT_EQ(p.serverClosed, 1);
+    EXPECT_EQ(p.clientClosed, 1);
+}
+
+// A certificate the client refuses: its connection reports the reason the TLS
+// layer gives and disconnects once, and no frame reaches the server.
+TEST_F(Tls, ARefusedCertificateIsAnErrorWithItsReasonThenOneDisconnect)
+{
+    const struct
+    {
+        const char* what;
+        bool trustCa;
+        const char* name;   // the certificate is checked against it
+        const char* reason; // in the first error message, any case
+    } rows[] = {
+        {"issuer not trusted", false, "127.0.0.1", "certificate"},
+        {"made out for another name", true, "kzlan.example", "host name"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        TlsPair p;
+        int logins = 0;
+        p.client.resolver()->lanLogin(QStringLiteral("operator"), QStringLiteral("secret"));
+        ASSERT_TRUE(
+            p.connect(listener, row.trustCa ? ca.cert : QString(), QString::fromLatin1(row.name)));
+        QObject::connect(p.server.get(), &KZConnection::login, [&] { ++logins; });
+        ASSERT_TRUE(waitFor([&] { return p.clientClosed > 0; }));
+        settle();
+        EXPECT_EQ(p.clientClosed, 1);
+        ASSERT_FALSE(p.clientErrors.isEmpty());
+        EXPECT_TRUE(p.clientErrors.first().contains(QLatin1String(row.reason), Qt::CaseInsensitive))
+            << p.clientErrors.join(QLatin1Char('\n')).toStdString();
+        EXPECT_EQ(logins, 0);
+    }
 }
 
 } // namespace

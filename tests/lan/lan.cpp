@@ -35,14 +35,15 @@ Server::~Server()
     }
 }
 
-bool Server::start()
+bool Server::start(const QStringList& options)
 {
     proc_ = std::make_unique<QProcess>();
     proc_->start(QStringLiteral(KZLAN_SERVER),
-                 {QStringLiteral("--listen"), QStringLiteral("127.0.0.1"), QStringLiteral("--port"),
-                  QStringLiteral("0"), QStringLiteral("--db"), database(),
-                  QStringLiteral("--storage"), storage(), QStringLiteral("--admin-password"),
-                  kAdminPassword});
+                 QStringList{QStringLiteral("--listen"), QStringLiteral("127.0.0.1"),
+                             QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--db"),
+                             database(), QStringLiteral("--storage"), storage(),
+                             QStringLiteral("--admin-password"), kAdminPassword} +
+                     options);
     // "kzlan-server listening on 127.0.0.1:PORT", maybe after other lines.
     const QByteArray prefix = "kzlan-server listening on ";
     QElapsedTimer t;

@@ -31,8 +31,9 @@ public:
     Server();
     ~Server();
 
-    /// Starts the server and reads its port from the listening line.
-    bool start();
+    /// Starts the server (with `options` added to the test's own) and reads
+    /// its port from the listening line.
+    bool start(const QStringList& options = {});
     /// SIGKILL: no chance to finish anything.
     void kill9();
     /// SIGTERM and the exit code (-1 if it did not exit cleanly).

@@ -3,6 +3,7 @@
 // JSON with --json) and logs out; the exit code says how it went.
 #include "commands.h"
 #include "output.h"
+#include "pemfiles.h"
 
 #include <QCoreApplication>
 
@@ -36,7 +37,8 @@ void usage(FILE* to)
 {
     std::fprintf(to,
                  "usage: kzlan-client [--host H] [--port N] [--user U] [--password P] [--json]\n"
-                 "                    [--timeout SECONDS] <sub-command> [args]\n"
+                 "                    [--timeout SECONDS] [--tls [--ca FILE] [--tls-name NAME]]\n"
+                 "                    <sub-command> [args]\n"
                  "  A client of kzlan-server: logs in, does one task, logs out.\n\n"
                  "  --host H        server address (default 127.0.0.1)\n"
                  "  --port N        server port (default 7600)\n"
@@ -45,12 +47,22 @@ void usage(FILE* to)
                  "  --json          print one JSON document instead of text columns\n"
                  "  --timeout S     give up when the server says nothing for S seconds\n"
                  "                  (default 10)\n"
+                 "  --tls           connect with TLS; the server's certificate must be trusted\n"
+                 "                  and made out for the host (or --tls-name)\n"
+                 "  --ca FILE       trust the certificates in this PEM file (the server's own,\n"
+                 "                  or the CA that signed it) instead of the system's; implies\n"
+                 "                  --tls\n"
+                 "  --tls-name NAME the name the server's certificate must carry, when --host\n"
+                 "                  is an address or another name; implies --tls\n"
                  "  --help          this text\n\n"
+                 "  Without TLS the password crosses the network in a cipher whose key the\n"
+                 "  protocol fixes: anyone who captures the login can recover it.\n\n"
                  "sub-commands:\n");
     for (const Command& c : kCommands)
         std::fprintf(to, "  %s %s\n      %s\n", c.name, c.args, c.about);
     std::fprintf(to, "\nexit codes: 0 ok, 1 usage error, 2 server unreachable or connection lost,\n"
-                     "            3 login refused, 4 time-out, 5 request refused by the server\n");
+                     "            3 login refused, 4 time-out, 5 request refused by the server,\n"
+                     "            6 TLS failed (certificate not trusted or not for this host)\n");
 }
 
 } // namespace
@@ -129,6 +141,10 @@ int main(int argc, char** argv)
             opt.json = true;
             continue;
         }
+        if (o == QLatin1String("--tls")) {
+            opt.tls = true;
+            continue;
+        }
         if (words.isEmpty()) return usageError(QStringLiteral("%1 needs a value").arg(o));
         const QString v = words.takeFirst();
         bool ok = true;
@@ -145,6 +161,15 @@ int main(int argc, char** argv)
         else if (o == QLatin1String("--timeout")) {
             opt.timeoutSeconds = v.toInt(&ok);
             ok = ok && opt.timeoutSeconds > 0 && opt.timeoutSeconds <= 24 * 3600;
+        } else if (o == QLatin1String("--ca")) {
+            QString error;
+            opt.ca = readPemCertificates(v, &error);
+            if (opt.ca.isEmpty()) return usageError(error);
+            opt.tls = true;
+        } else if (o == QLatin1String("--tls-name")) {
+            opt.tlsName = v;
+            ok = !v.isEmpty();
+            opt.tls = true;
         } else
             return usageError(QStringLiteral("unknown option %1").arg(o));
         if (!ok) return usageError(QStringLiteral("bad value for %1: %2").arg(o, v));

@@ -1,5 +1,7 @@
 #include "session.h"
 
+#include <QSslConfiguration>
+
 #include <cstdio>
 
 void printError(const QString& message)
@@ -25,9 +27,16 @@ Session::Session(const Options& options) : options_(options)
                                       .arg(options_.host)
                                       .arg(options_.port)
                                       .arg(socket_.errorString()));
+        else if (options_.tls && !encrypted_)
+            fail(ExitTls, tlsFailure());
+        else if (loggedIn_)
+            fail(ExitUnreachable, QStringLiteral("connection to the server lost"));
         else
-            fail(ExitUnreachable, loggedIn_ ? QStringLiteral("connection to the server lost")
-                                            : QStringLiteral("the server closed the connection"));
+            fail(ExitUnreachable,
+                 QStringLiteral("the server closed the connection%1")
+                     .arg(options_.tls ? QString()
+                                       : QStringLiteral(" (a server that takes TLS only closes "
+                                                        "plain clients: --tls)")));
     };
     connect(&conn_, &KZConnection::disconnected, this, lost);
     connect(&socket_, &QTcpSocket::errorOccurred, this, [this, lost] {
@@ -63,9 +72,48 @@ int Session::open()
         loggedIn_ = true;
         finish();
     });
+    // With TLS the socket keeps the login until the handshake is done.
     connect(&socket_, &QTcpSocket::connected, this,
             [this] { lan().lanLogin(options_.user, options_.password); });
-    return run([this] { socket_.connectToHost(options_.host, options_.port); });
+    if (!options_.tls) return run([this] { socket_.connectToHost(options_.host, options_.port); });
+    const int ready = prepareTls();
+    if (ready != ExitOk) return ready;
+    return run([this] {
+        socket_.connectToHostEncrypted(options_.host, options_.port,
+                                       options_.tlsName.isEmpty() ? options_.host
+                                                                  : options_.tlsName);
+    });
+}
+
+int Session::prepareTls()
+{
+    if (!QSslSocket::supportsSsl()) {
+        printError(QStringLiteral("TLS is not available: Qt found no TLS library (OpenSSL)"));
+        return ExitTls;
+    }
+    QSslConfiguration c = socket_.sslConfiguration();
+    c.setProtocol(QSsl::TlsV1_2OrLater);
+    c.setPeerVerifyMode(QSslSocket::VerifyPeer); // the chain, and the name against the host
+    if (!options_.ca.isEmpty()) c.setCaCertificates(options_.ca);
+    socket_.setSslConfiguration(c);
+    connect(&socket_, &QSslSocket::encrypted, this, [this] { encrypted_ = true; });
+    connect(&socket_, qOverload<const QList<QSslError>&>(&QSslSocket::sslErrors), this,
+            [this](const QList<QSslError>& errors) { tlsErrors_ = errors; });
+    return ExitOk;
+}
+
+QString Session::tlsFailure() const
+{
+    const QString where = QStringLiteral("%1:%2").arg(options_.host).arg(options_.port);
+    if (tlsErrors_.isEmpty())
+        return QStringLiteral("TLS with %1 failed: %2").arg(where, socket_.errorString());
+    QStringList why;
+    for (const QSslError& e : tlsErrors_) why.append(e.errorString());
+    return QStringLiteral("the certificate of %1 is refused: %2%3")
+        .arg(where, why.join(QStringLiteral("; ")),
+             options_.ca.isEmpty() ? QStringLiteral(" (give the server's certificate or its CA "
+                                                    "with --ca)")
+                                   : QString());
 }
 
 void Session::close()

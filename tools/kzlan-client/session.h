@@ -1,5 +1,5 @@
-// kzlan-client's connection to the server: a KZConnection on a TCP socket,
-// the login, and a synchronous way to send a request and wait for what
+// kzlan-client's connection to the server: a KZConnection on a TCP socket
+// (TLS with --tls), the login, and a synchronous way to send a request and wait for what
 // answers it.
 #ifndef KZLAN_CLIENT_SESSION_H
 #define KZLAN_CLIENT_SESSION_H
@@ -9,9 +9,11 @@
 #include <QEventLoop>
 #include <QJsonValue>
 #include <QList>
+#include <QSslCertificate>
+#include <QSslError>
+#include <QSslSocket>
 #include <QString>
 #include <QStringList>
-#include <QTcpSocket>
 #include <QTimer>
 
 #include <functional>
@@ -24,6 +26,8 @@ enum Exit {
     ExitLoginRefused = 3,
     ExitTimeout = 4, ///< the server did not answer in time
     ExitRefused = 5, ///< the server answered no
+    ExitTls = 6,     ///< TLS failed: the server's certificate is not trusted or not
+                     ///< made out for the host, or the handshake broke off
 };
 
 /// The global options, taken from the command line before the sub-command.
@@ -35,6 +39,11 @@ struct Options
     QString password;
     bool json = false;
     int timeoutSeconds = 10;
+    bool tls = false;
+    /// Trusted instead of the system's certificate authorities (--ca).
+    QList<QSslCertificate> ca;
+    /// The name the server's certificate must carry; empty: the host.
+    QString tlsName;
 };
 
 /// One session with the server. A sub-command opens it (connect and log in),
@@ -78,9 +87,13 @@ public:
 
 private:
     void received();
+    /// The TLS settings on the socket; ExitOk or the exit code of a failure.
+    int prepareTls();
+    /// The message of a TLS failure, from what the socket reported.
+    QString tlsFailure() const;
 
     Options options_;
-    QTcpSocket socket_;
+    QSslSocket socket_; ///< in the clear unless started encrypted
     KZConnection conn_;
     QEventLoop* loop_ = nullptr;
     QTimer idle_;
@@ -89,6 +102,8 @@ private:
     bool finished_ = false;
     bool reached_ = false; ///< the socket was connected once
     bool loggedIn_ = false;
+    bool encrypted_ = false;     ///< the TLS handshake succeeded
+    QList<QSslError> tlsErrors_; ///< why the server's certificate was refused
 };
 
 /// Prints one error line on stderr: "kzlan-client: <message>".

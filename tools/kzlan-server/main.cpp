@@ -1,8 +1,9 @@
 // kzlan-server: the reference LAN server. Keeps accounts, machines, plans,
 // planned stops, files and prices in SQLite or PostgreSQL and answers every
-// request of the protocol over TCP, one resolver per client.
+// request of the protocol over TCP (TLS optional), one resolver per client.
 #include "server.h"
 #include "storage.h"
+#include "tls.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -57,7 +58,8 @@ int main(int argc, char** argv)
     QCommandLineParser cli;
     cli.setApplicationDescription(
         QStringLiteral("Reference LAN server: accounts, machines, plans, planned stops, files and "
-                       "prices in SQLite or PostgreSQL, served to any number of clients."));
+                       "prices in SQLite or PostgreSQL, served to any number of clients.\n\n") +
+        TlsOptions::help());
     cli.addHelpOption();
     cli.addVersionOption();
     const QCommandLineOption port(
@@ -89,6 +91,7 @@ int main(int argc, char** argv)
                        "generated one, printed once)."),
         QStringLiteral("PW"));
     cli.addOptions({port, listen, db, storageDir, adminPassword});
+    TlsOptions tls(cli);
     cli.process(app);
 
     bool portOk = false;
@@ -102,6 +105,12 @@ int main(int argc, char** argv)
         fail(QStringLiteral("--listen takes an IP address, not %1").arg(cli.value(listen)));
         return 1;
     }
+    QString tlsError, tlsWarning;
+    if (!tls.load(&tlsError, &tlsWarning)) {
+        fail(tlsError);
+        return 1;
+    }
+    if (!tlsWarning.isEmpty()) fail(QStringLiteral("warning: ") + tlsWarning);
 
     const QString location = cli.value(db);
     const bool postgres = location.startsWith(QLatin1String("postgres"));
@@ -138,6 +147,7 @@ int main(int argc, char** argv)
                                               : QFileInfo(location).absolutePath())
                                     .filePath(QStringLiteral("files"));
     Server server(storage, files);
+    tls.apply(server.listener());
     if (!server.listen(address, quint16(portNumber), &error)) {
         fail(QStringLiteral("cannot listen on %1:%2: %3")
                  .arg(address.toString())

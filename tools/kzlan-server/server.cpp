@@ -1,10 +1,10 @@
 // Accepting clients, their sessions, login and the pushes of lists.
+#include "listener.h"
 #include "server_p.h"
 
 #include <QDateTime>
 #include <QDir>
 #include <QPointer>
-#include <QTcpServer>
 #include <QTimer>
 
 #include <utility>
@@ -21,7 +21,7 @@ Server::Client::Client(Server* server, QTcpSocket* socket)
 }
 
 Server::Server(Storage& storage, const QString& storageDir, QObject* parent)
-    : QObject(parent), storage_(storage), storageDir_(storageDir), listener_(new QTcpServer(this))
+    : QObject(parent), storage_(storage), storageDir_(storageDir), listener_(new Listener(this))
 {
     connect(listener_, &QTcpServer::newConnection, this, &Server::accept);
 }

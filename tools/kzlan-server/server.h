@@ -2,6 +2,8 @@
 // client, answering every request from the storage.
 //
 // What a client sees:
+// - Transport: plain TCP, or TLS on the same port when the listener has a
+//   certificate (listener.h sorts connections by their first byte).
 // - Login: the reply is lanLoginResult(ok, code, admin) with code 0 when
 //   accepted and 2 when refused, whichever of name and password was wrong;
 //   failed attempts from one address or for one name slow down (100 ms,
@@ -34,7 +36,7 @@
 #include <QString>
 #include <QThreadPool>
 
-class QTcpServer;
+class Listener;
 class Storage;
 
 Q_DECLARE_LOGGING_CATEGORY(lcServer)
@@ -64,6 +66,8 @@ public:
     /// loses its part file).
     void shutdown();
     int clientCount() const { return clients_.size(); }
+    /// The accepting side: TLS and the handshake time-out are set there.
+    Listener& listener() { return *listener_; }
 
     /// The delay before answering a failed login, in milliseconds, after
     /// `failures` recent failures (the first one included).
@@ -107,7 +111,7 @@ private:
 
     Storage& storage_;
     QString storageDir_;
-    QTcpServer* listener_ = nullptr;
+    Listener* listener_ = nullptr;
     QSet<Client*> clients_;
     QHash<QString, Failures> failures_;
     int lastTask_ = 0;
