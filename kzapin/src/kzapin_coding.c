@@ -122,6 +122,10 @@ static void code_run_at(void* dst, const void* src, int n, uint64_t position)
             *d++ = (unsigned char)(*s++ ^ (unsigned char)(k >> (8 * skip)));
     }
 #ifdef KZAPIN_X86_KERNELS
+    if (len >= 64 && kz_cpu_avx512) {
+        kz_code_run_avx512(d, s, len, index);
+        return;
+    }
     if (len >= 64 && kz_cpu_avx2) {
         const size_t words = kz_code_words_avx2(d, s, len / 8, index);
         d += 8 * words, s += 8 * words, len -= 8 * words, index += words;

@@ -2,6 +2,7 @@
  * CRC-32 by carry-less multiplication (PCLMULQDQ), 128 bits per lane.
  * Built with -mavx -mpclmul; called only when the processor has both.
  */
+#include "kzapin_crc32_fold.h"
 #include "kzapin_kernels.h"
 
 #include <immintrin.h>
@@ -50,7 +51,7 @@ static inline uint32_t crc_reduce(__m128i x1)
 /* Folds the whole blocks of p[0, n) into the lane x1, then the last n % 16
  * bytes (which may follow only a lane already folded, so that the last 16
  * bytes of the run can be loaded), and reduces. */
-static inline uint32_t crc_finish(__m128i x1, const unsigned char* p, size_t n)
+uint32_t kz_crc32_finish_pclmul(__m128i x1, const unsigned char* p, size_t n)
 {
     const __m128i k3k4 = KZ_FOLD1_K3K4;
     for (; n >= 16; p += 16, n -= 16) {
@@ -81,6 +82,7 @@ static inline uint32_t crc_finish(__m128i x1, const unsigned char* p, size_t n)
  * folded into the XORs). k1..k4 are x^k mod P for the fold distances, bit-reflected. */
 static uint32_t crc_fold(uint32_t c, const unsigned char* p, size_t n)
 {
+    if (n >= 256 && kz_cpu_avx512) return kz_crc32_fold_vpclmul(c, p, n);
     const __m128i k1k2 = _mm_set_epi64x(0x01c6e41596ll, 0x0154442bd4ll);
     const __m128i k3k4 = KZ_FOLD1_K3K4;
 
@@ -122,14 +124,14 @@ static uint32_t crc_fold(uint32_t c, const unsigned char* p, size_t n)
     x1 = _mm_xor_si128(_mm_xor_si128(_mm_clmulepi64_si128(x1, k3k4, 0x11), x3), x5);
     x5 = _mm_clmulepi64_si128(x1, k3k4, 0x00);
     x1 = _mm_xor_si128(_mm_xor_si128(_mm_clmulepi64_si128(x1, k3k4, 0x11), x4), x5);
-    return crc_finish(x1, p, n);
+    return kz_crc32_finish_pclmul(x1, p, n);
 }
 
 /* A run of 16 to 63 bytes: its first block, then the rest. */
 static inline uint32_t crc_blocks(uint32_t c, const unsigned char* p, size_t n)
 {
     const __m128i x1 = _mm_xor_si128(_mm_loadu_si128((const __m128i*)p), _mm_cvtsi32_si128((int)c));
-    return crc_finish(x1, p + 16, n - 16);
+    return kz_crc32_finish_pclmul(x1, p + 16, n - 16);
 }
 
 /* The register c placed over the first four of n bytes that end a block. */

@@ -36,6 +36,10 @@ uint32_t kz_crc32_tables(uint32_t c, const unsigned char* p, size_t n);
  * many of `words` as it can; returns how many (a multiple of four). AVX2. */
 size_t kz_code_words_avx2(unsigned char* d, const unsigned char* s, size_t words, uint64_t index);
 
+/* Codes all `len` bytes of a run whose first byte takes byte 0 of keystream
+ * word `index`. AVX-512 F, DQ, BW. */
+void kz_code_run_avx512(unsigned char* d, const unsigned char* s, size_t len, uint64_t index);
+
 /* The CRC on the inverted register of a run of 4 bytes or more inside
  * [lo, hi), all of which may be read. PCLMULQDQ. */
 uint32_t kz_crc32_run_pclmul(uint32_t c, const unsigned char* p, size_t n, const unsigned char* lo,
@@ -45,8 +49,10 @@ uint32_t kz_crc32_run_pclmul(uint32_t c, const unsigned char* p, size_t n, const
 uint32_t kz_frame_crcs_pclmul(unsigned char* store, const unsigned char* frame, size_t head,
                               size_t end, uint32_t* whole);
 
-/* What the processor offers, looked up once when the library is loaded. */
-extern int kz_cpu_avx2, kz_cpu_pclmul;
+/* The kernels in use, chosen when the library is loaded (or limited by
+ * kz_kernels_limit): AVX2 coding, PCLMULQDQ CRC, and the AVX-512 coding and
+ * VPCLMULQDQ folding of long runs. */
+extern int kz_cpu_avx2, kz_cpu_pclmul, kz_cpu_avx512;
 #endif
 
 #endif /* KZAPIN_KERNELS_H */
