@@ -414,8 +414,8 @@ struct KernelLevel
 // PCLMULQDQ, AVX-512 with VPCLMULQDQ) codes and checksums as the portable
 // one does: runs of the lengths around every block size of the vector code
 // and random ones, at every alignment of the bytes and of the keystream,
-// out of place (nothing written outside the run) and in place, and both
-// checksums of long frames.
+// out of place (nothing written outside the run) and in place, coding and
+// checksum in one call on both sides, and both checksums of long frames.
 TEST(Kernels, EveryLevelCodesAndChecksumsAsThePortableOne)
 {
     const std::string data = randomBytes(70000, 30);
@@ -439,8 +439,8 @@ TEST(Kernels, EveryLevelCodesAndChecksumsAsThePortableOne)
 
     struct Result
     {
-        std::string coded, inPlace;
-        uint32_t crc, head, whole;
+        std::string coded, inPlace, fused, back;
+        uint32_t crc, head, whole, sent, received;
     };
     const auto runAll = [&] {
         std::vector<Result> out;
@@ -455,6 +455,16 @@ TEST(Kernels, EveryLevelCodesAndChecksumsAsThePortableOne)
             r.inPlace.assign(src, c.n);
             kz_coding_code_at(&r.inPlace[0], r.inPlace.data(), int(c.n), c.position);
             r.crc = kz_crc32(0x1234u, src, c.n);
+            // Coding and checksum in one call: the CRC covers the coded
+            // bytes, written by the sender, read (in place) by the receiver.
+            std::string fused(c.n + 2, '\x5C');
+            r.sent = kz_coding_encrypt_crc32(&fused[1], src, int(c.n), c.position, 0x1234u);
+            EXPECT_EQ(fused.front(), '\x5C') << c.n;
+            EXPECT_EQ(fused.back(), '\x5C') << c.n;
+            r.fused = fused.substr(1, c.n);
+            r.back = r.fused;
+            r.received =
+                kz_coding_decrypt_crc32(&r.back[0], r.back.data(), int(c.n), c.position, 0x1234u);
             r.head = r.whole = 0;
             if (c.n >= 30) {
                 const auto* f = reinterpret_cast<const unsigned char*>(src);
@@ -470,7 +480,7 @@ TEST(Kernels, EveryLevelCodesAndChecksumsAsThePortableOne)
         ASSERT_EQ(level.inEffect, KZ_KERNELS_PORTABLE);
         portable = runAll();
     }
-    for (int want : {KZ_KERNELS_AVX2, KZ_KERNELS_AVX512}) {
+    for (int want : {KZ_KERNELS_PORTABLE, KZ_KERNELS_AVX2, KZ_KERNELS_AVX512}) {
         const KernelLevel level(want);
         if (level.inEffect != want) std::printf("kernel level %d: not on this processor\n", want);
         const std::vector<Result> got = runAll();
@@ -484,6 +494,11 @@ TEST(Kernels, EveryLevelCodesAndChecksumsAsThePortableOne)
             ASSERT_EQ(got[i].crc, portable[i].crc);
             ASSERT_EQ(got[i].head, portable[i].head);
             ASSERT_EQ(got[i].whole, portable[i].whole);
+            ASSERT_EQ(got[i].fused, portable[i].coded);
+            ASSERT_EQ(got[i].back, data.substr(c.align, c.n));
+            const uint32_t codedCrc = kz_crc32(0x1234u, portable[i].coded.data(), c.n);
+            ASSERT_EQ(got[i].sent, codedCrc);
+            ASSERT_EQ(got[i].received, codedCrc);
         }
     }
 }
