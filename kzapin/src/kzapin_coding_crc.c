@@ -18,14 +18,8 @@ static uint32_t code_crc(void* dst, const void* src, int n, int64_t position, ui
     unsigned char* d = dst;
     const unsigned char* s = src;
 #ifdef KZAPIN_X86_KERNELS
-    /* The bytes up to the next keystream word go the two-pass way, the rest
-     * (whole words from there) through the fused kernel. */
-    const size_t head = (size_t)((8 - (uint64_t)position % 8) % 8);
-    if (kz_cpu_avx512 && (size_t)n >= head + KZ_FUSED_MIN) {
-        crc = code_crc(d, s, (int)head, position, crc, of_output);
-        const uint64_t index = ((uint64_t)position + head) / 8;
-        return ~kz_code_crc_avx512(d + head, s + head, (size_t)n - head, index, ~crc, of_output);
-    }
+    if (kz_cpu_avx512 && (size_t)n >= KZ_FUSED_MIN)
+        return ~kz_code_crc_avx512(d, s, (size_t)n, (uint64_t)position, ~crc, of_output);
 #endif
     if (of_output) {
         kz_coding_code_at(d, s, n, position);

@@ -18,17 +18,29 @@ static inline __m512i code_block(unsigned char* d, const unsigned char* s, __m51
     return of_output ? o : w;
 }
 
-uint32_t kz_code_crc_avx512(unsigned char* d, const unsigned char* s, size_t len, uint64_t index,
+uint32_t kz_code_crc_avx512(unsigned char* d, const unsigned char* s, size_t len, uint64_t position,
                             uint32_t c, int of_output)
 {
+    /* Blocks start at keystream words. The first one begins `skip` bytes
+     * before the run: those are neither read nor written, and count as zero
+     * bytes ahead of the register, which leave a CRC as it is. */
+    const unsigned skip = (unsigned)(position % 8);
+    const __mmask64 first = ~(__mmask64)0 << skip;
     const __m512i step = KZ_KEY_STEP;
-    __m512i z = kz_key_counters(index);
-    __m512i x0 = _mm512_xor_si512(code_block(d, s, z, of_output), kz_fold_register(c));
-    __m512i x1 = code_block(d + 64, s + 64, z = _mm512_add_epi64(z, step), of_output);
-    __m512i x2 = code_block(d + 128, s + 128, z = _mm512_add_epi64(z, step), of_output);
-    __m512i x3 = code_block(d + 192, s + 192, z = _mm512_add_epi64(z, step), of_output);
+    __m512i z = kz_key_counters(position / 8);
+    const __m512i w0 = _mm512_maskz_loadu_epi8(first, (const void*)((uintptr_t)s - skip));
+    const __m512i o0 = kz_key_apply(w0, kz_key8(z));
+    _mm512_mask_storeu_epi8((void*)((uintptr_t)d - skip), first, o0);
+    const uint64_t r = (uint64_t)c << (8 * skip), spill = skip > 4 ? c >> (64 - 8 * skip) : 0;
+    __m512i x0 =
+        _mm512_xor_si512(of_output ? _mm512_maskz_mov_epi8(first, o0) : w0,
+                         _mm512_castsi128_si512(_mm_set_epi64x((long long)spill, (long long)r)));
+    d += 64 - skip, s += 64 - skip, len -= 64 - skip;
+    __m512i x1 = code_block(d, s, z = _mm512_add_epi64(z, step), of_output);
+    __m512i x2 = code_block(d + 64, s + 64, z = _mm512_add_epi64(z, step), of_output);
+    __m512i x3 = code_block(d + 128, s + 128, z = _mm512_add_epi64(z, step), of_output);
     z = _mm512_add_epi64(z, step);
-    d += 256, s += 256, len -= 256;
+    d += 192, s += 192, len -= 192;
     for (; len >= 256; d += 256, s += 256, len -= 256) {
         const __m512i z1 = _mm512_add_epi64(z, step), z2 = _mm512_add_epi64(z1, step),
                       z3 = _mm512_add_epi64(z2, step);

@@ -40,11 +40,11 @@ size_t kz_code_words_avx2(unsigned char* d, const unsigned char* s, size_t words
  * word `index`. AVX-512 F, DQ, BW. */
 void kz_code_run_avx512(unsigned char* d, const unsigned char* s, size_t len, uint64_t index);
 
-/* Codes `len` >= 256 bytes as kz_code_run_avx512 does and folds their
- * coded form (the output when `of_output`, else the input) into the CRC
- * on the inverted register `c`, in one pass; returns the register.
+/* Codes `len` >= 256 bytes that lie `position` bytes into a run and folds
+ * their coded form (the output when `of_output`, else the input) into the
+ * CRC on the inverted register `c`, in one pass; returns the register.
  * AVX-512 F, DQ, BW, VL and VPCLMULQDQ. */
-uint32_t kz_code_crc_avx512(unsigned char* d, const unsigned char* s, size_t len, uint64_t index,
+uint32_t kz_code_crc_avx512(unsigned char* d, const unsigned char* s, size_t len, uint64_t position,
                             uint32_t c, int of_output);
 
 /* The CRC on the inverted register of a run of 4 bytes or more inside
