@@ -2,7 +2,10 @@
 // second resolver's parseReceive, frame by frame.
 //
 //   kzfastpath                      Google Benchmark: ns per round trip and
-//                                   per block byte, blocks 1 KiB .. 16 MiB
+//                                   per block byte, blocks 1 KiB .. 16 MiB;
+//                                   file chunks; the floor (bench_floor.cpp)
+//                                   and, where protobuf is installed, the
+//                                   protobuf column (bench_protobuf.cpp)
 //   kzfastpath --loop NAME N        N round trips of NAME in one function,
 //                                   roundTrips(), for callgrind to count
 //   kzfastpath --peak SIZE          one round trip of a SIZE-byte block;
@@ -54,6 +57,10 @@ struct Pair
             [](void* ctx, const QStringList&) { ++static_cast<Pair*>(ctx)->delivered; });
         receiver.setLanAddUserResultCB(
             [](void* ctx, const user_info&) { ++static_cast<Pair*>(ctx)->delivered; });
+        receiver.setLanMacTsfFileContentCB(
+            [](void* ctx, int, int, int, int, const QByteArray&, const QByteArray& data) {
+                if (!data.isEmpty()) ++static_cast<Pair*>(ctx)->delivered;
+            });
         receiver.setLanRemoteUpdateScreenResultCB(
             [](void* ctx, const QString&, const QByteArray& data) {
                 if (!data.isEmpty()) ++static_cast<Pair*>(ctx)->delivered;
@@ -119,6 +126,19 @@ BENCHMARK(BM_FastBlock)
     ->Arg(64 << 10)
     ->Arg(1 << 20)
     ->Arg((16 << 20) - 32);
+
+// A file chunk with its 16-byte block: the row the protobuf column
+// (bench_protobuf.cpp) carries the same values for.
+void BM_FastFileChunk(benchmark::State& state)
+{
+    Pair p;
+    const QByteArray key(16, '\x42');
+    const QByteArray data = block(int(state.range(0)));
+    for (auto _ : state) p.sender.lanMacTsfFileContent(1, 2, 3, data.size(), key, data);
+    if (p.delivered != long(state.iterations())) state.SkipWithError("a message was lost");
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(BM_FastFileChunk)->Arg(1 << 10)->Arg(64 << 10);
 
 } // namespace
 

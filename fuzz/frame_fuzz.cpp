@@ -15,6 +15,7 @@
 //   Input: u8 mode, u8 piece mode, u16 capacity (modulo 4200; 0 takes the
 //   engine's default), u8 attr length (modulo 24), the attr, then the body.
 #include "fuzz_util.h"
+#include "kernels.h"
 
 #include <QList>
 
@@ -176,6 +177,8 @@ void pack(kzfuzz::Input& in)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
+    static const int kernels = kzfuzz::pinKernels();
+    (void)kernels;
     kzfuzz::Input in(data, size);
     if (in.u8() % 2 == 0)
         receive(in);

@@ -207,6 +207,23 @@ void cipherSeeds()
     put("cipher_fuzz", QStringLiteral("cbc-short-iv"), input(0, 1, key, iv.left(15), secret));
 }
 
+void codingSeeds()
+{
+    // u8 alignment, u8 position scale, u16 position, then the bytes: runs
+    // around the block sizes of the vector kernels.
+    const auto input = [](int align, int scale, int position, int n) {
+        QByteArray b(4 + n, '\0');
+        b[0] = char(align), b[1] = char(scale), b[2] = char(position), b[3] = char(position >> 8);
+        for (int i = 0; i < n; ++i) b[4 + i] = char(i * 131 + 7);
+        return b;
+    };
+    put("coding_fuzz", QStringLiteral("empty"), input(0, 0, 0, 0));
+    put("coding_fuzz", QStringLiteral("short"), input(3, 0, 5, 15));
+    put("coding_fuzz", QStringLiteral("blocks"), input(1, 0, 1, 257));
+    put("coding_fuzz", QStringLiteral("frame"), input(30, 0, 2013, 2014));
+    put("coding_fuzz", QStringLiteral("far"), input(7, 33, 777, 4097));
+}
+
 void dictionary()
 {
     QByteArray d = "# kzresolver fuzz dictionary: frame marks and method codes\n"
@@ -247,6 +264,7 @@ int main(int argc, char** argv)
     streamSeeds();
     frameSeeds();
     cipherSeeds();
+    codingSeeds();
     dictionary();
     std::printf("kzfuzz_seeds: %d seeds and kz.dict in %s\n", g_written, argv[1]);
     return 0;

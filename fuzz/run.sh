@@ -5,14 +5,16 @@
 # target and fails at the first target that finds a fault; the input that
 # found it is left in BUILD/fuzz/artifacts/.
 #
-# Usage: fuzz/run.sh BUILD SECONDS [TARGET...]   (TARGET: stream decode frame cipher)
+# Usage: fuzz/run.sh BUILD SECONDS [TARGET...]   (TARGET: stream decode frame cipher coding)
+# KZ_FUZZ_KERNELS=portable|avx2|avx512 pins the coding and CRC kernels of
+# the frame and stream targets (see fuzz/CMakeLists.txt).
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="$(cd "${1:?build directory}" && pwd)"
 seconds="${2:?seconds per target}"
 shift 2
 targets=("$@")
-[ ${#targets[@]} -eq 0 ] && targets=(stream decode frame cipher)
+[ ${#targets[@]} -eq 0 ] && targets=(stream decode frame cipher coding)
 
 seeds="$build/fuzz/seeds"
 mkdir -p "$build/fuzz/artifacts"

@@ -4,6 +4,7 @@
 // Input: u8 n (cut count, taken modulo 32), n x u16 cut offsets (taken
 // modulo the stream length + 1), then the stream.
 #include "fuzz_util.h"
+#include "kernels.h"
 #include "sinks.h"
 
 #include <algorithm>
@@ -11,6 +12,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
+    static const int kernels = kzfuzz::pinKernels();
+    (void)kernels;
     static const bool quiet = kzfuzz::quietDebug();
     (void)quiet;
 

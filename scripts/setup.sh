@@ -6,11 +6,12 @@ set -euo pipefail
 # for cpack's Debian packages (dpkg-shlibdeps). The Qt SQL drivers (SQLite,
 # PostgreSQL) of both majors for kzlan-server, and postgresql for its tests on
 # PostgreSQL (scripts/test-postgres.sh). openssl: the TLS tests make their
-# certificates with it.
+# certificates with it. protobuf for the protobuf column of the fast-path
+# benchmark (bench/bench_protobuf.cpp).
 packages=(cmake ninja-build g++ pkg-config ccache qtbase5-dev qt6-base-dev libgtest-dev
           libgmock-dev libbenchmark-dev libssl-dev clang-14 libclang-rt-14-dev libfuzzer-14-dev
           dpkg-dev file libqt5sql5-sqlite libqt5sql5-psql libqt6sql6-sqlite libqt6sql6-psql
-          postgresql openssl)
+          postgresql openssl libprotobuf-dev protobuf-compiler)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -10,6 +10,7 @@ extern "C" {
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -396,6 +397,110 @@ TEST(Coding, EveryByteTakesTheKeystreamByteOfItsPosition)
         kz_coding_code_at(&pieces[at], &pieces[at], int(n), int64_t(at));
     }
     EXPECT_EQ(pieces, whole);
+}
+
+// Runs the kernels of one level for the life of the object, then the widest
+// again.
+struct KernelLevel
+{
+    explicit KernelLevel(int level) : inEffect(kz_kernels_limit(level)) {}
+    ~KernelLevel() { kz_kernels_limit(KZ_KERNELS_BEST); }
+    KernelLevel(const KernelLevel&) = delete;
+    KernelLevel& operator=(const KernelLevel&) = delete;
+    const int inEffect;
+};
+
+// Every kernel level this processor runs (the portable one, AVX2 with
+// PCLMULQDQ, AVX-512 with VPCLMULQDQ) codes and checksums as the portable
+// one does: runs of the lengths around every block size of the vector code
+// and random ones, at every alignment of the bytes and of the keystream,
+// out of place (nothing written outside the run) and in place, coding and
+// checksum in one call on both sides, and both checksums of long frames.
+TEST(Kernels, EveryLevelCodesAndChecksumsAsThePortableOne)
+{
+    const std::string data = randomBytes(70000, 30);
+    struct Case
+    {
+        size_t n, align;
+        int64_t position;
+    };
+    std::vector<Case> cases;
+    const int64_t positions[] = {0, 1, 5, 7, 8, 9, 255, 256, 257, 1000003, (int64_t(1) << 40) + 3};
+    for (size_t n : {0,  1,   2,   3,   4,   7,   8,   9,   15,  16,  17,  31,  32,  33,  63,  64,
+                     65, 127, 128, 129, 191, 192, 193, 255, 256, 257, 319, 320, 321, 511, 512, 513})
+        for (size_t align = 0; align < 16; ++align)
+            for (int64_t position : positions) cases.push_back({n, align, position});
+    std::mt19937 rng(30);
+    size_t k = 0;
+    for (size_t n : {2014, 2047, 4095, 4096, 4097, 65535, 65536, 65537})
+        cases.push_back({n, k % 64, positions[k % 11]}), ++k;
+    for (int i = 0; i < 200; ++i)
+        cases.push_back({rng() % 69000, rng() % 64, int64_t(rng() % 3) * int64_t(rng() % 100000)});
+
+    struct Result
+    {
+        std::string coded, inPlace, fused, back;
+        uint32_t crc, head, whole, sent, received;
+    };
+    const auto runAll = [&] {
+        std::vector<Result> out;
+        for (const Case& c : cases) {
+            const char* src = data.data() + c.align;
+            Result r;
+            std::string guarded(c.n + 2, '\x5C');
+            kz_coding_code_at(&guarded[1], src, int(c.n), c.position);
+            EXPECT_EQ(guarded.front(), '\x5C') << c.n;
+            EXPECT_EQ(guarded.back(), '\x5C') << c.n;
+            r.coded = guarded.substr(1, c.n);
+            r.inPlace.assign(src, c.n);
+            kz_coding_code_at(&r.inPlace[0], r.inPlace.data(), int(c.n), c.position);
+            r.crc = kz_crc32(0x1234u, src, c.n);
+            // Coding and checksum in one call: the CRC covers the coded
+            // bytes, written by the sender, read (in place) by the receiver.
+            std::string fused(c.n + 2, '\x5C');
+            r.sent = kz_coding_encrypt_crc32(&fused[1], src, int(c.n), c.position, 0x1234u);
+            EXPECT_EQ(fused.front(), '\x5C') << c.n;
+            EXPECT_EQ(fused.back(), '\x5C') << c.n;
+            r.fused = fused.substr(1, c.n);
+            r.back = r.fused;
+            r.received =
+                kz_coding_decrypt_crc32(&r.back[0], r.back.data(), int(c.n), c.position, 0x1234u);
+            r.head = r.whole = 0;
+            if (c.n >= 30) {
+                const auto* f = reinterpret_cast<const unsigned char*>(src);
+                r.head = kz_frame_crcs(nullptr, f, 26, c.n, &r.whole);
+            }
+            out.push_back(r);
+        }
+        return out;
+    };
+    std::vector<Result> portable;
+    {
+        const KernelLevel level(KZ_KERNELS_PORTABLE);
+        ASSERT_EQ(level.inEffect, KZ_KERNELS_PORTABLE);
+        portable = runAll();
+    }
+    for (int want : {KZ_KERNELS_PORTABLE, KZ_KERNELS_AVX2, KZ_KERNELS_AVX512}) {
+        const KernelLevel level(want);
+        if (level.inEffect != want) std::printf("kernel level %d: not on this processor\n", want);
+        const std::vector<Result> got = runAll();
+        for (size_t i = 0; i < cases.size(); ++i) {
+            const Case& c = cases[i];
+            SCOPED_TRACE(testing::Message()
+                         << "level " << level.inEffect << ", " << c.n << " bytes at +" << c.align
+                         << ", keystream at " << c.position);
+            ASSERT_EQ(got[i].coded, portable[i].coded);
+            ASSERT_EQ(got[i].inPlace, portable[i].coded);
+            ASSERT_EQ(got[i].crc, portable[i].crc);
+            ASSERT_EQ(got[i].head, portable[i].head);
+            ASSERT_EQ(got[i].whole, portable[i].whole);
+            ASSERT_EQ(got[i].fused, portable[i].coded);
+            ASSERT_EQ(got[i].back, data.substr(c.align, c.n));
+            const uint32_t codedCrc = kz_crc32(0x1234u, portable[i].coded.data(), c.n);
+            ASSERT_EQ(got[i].sent, codedCrc);
+            ASSERT_EQ(got[i].received, codedCrc);
+        }
+    }
 }
 
 TEST(Objects, OptionsAndCastsAreChecked)

@@ -116,6 +116,20 @@ extern kz_frame_crcs_fn kz_frame_crcs;
 uint32_t kz_frame_crcs_portable(unsigned char* store, const unsigned char* frame, size_t head,
                                 size_t end, uint32_t* whole);
 
+/* The kernels of the coding and the CRC, widest first. */
+enum {
+    KZ_KERNELS_PORTABLE = 0, /* tables and 64-bit words: every processor */
+    KZ_KERNELS_AVX2 = 1,     /* AVX2 coding, PCLMULQDQ CRC */
+    KZ_KERNELS_AVX512 = 2,   /* and AVX-512 coding, VPCLMULQDQ CRC of long runs */
+    KZ_KERNELS_BEST = 2,
+};
+
+/* Runs the kernels of `level` or, where the processor lacks them, the
+ * widest below it; returns the level in effect. The library starts at
+ * the widest level the processor runs. For tests and fuzz targets that
+ * check each path: call it while no other thread codes or checks frames. */
+int kz_kernels_limit(int level);
+
 /* Writes a new frame's header CRC at frame + head and returns its frame
  * CRC, the CRC-32 of frame[0, end). */
 static inline uint32_t kz_crc32_frame(unsigned char* frame, size_t head, size_t end)

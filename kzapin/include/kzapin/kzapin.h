@@ -382,6 +382,22 @@ KZAPIN_API void kz_coding_code_at(void* dst, const void* src, int n, int64_t pos
 /** Reverses kz_coding_encrypt_fast for a run of the same length. */
 KZAPIN_API void kz_coding_decrypt_fast(void* dst, const void* src, int n);
 
+/** Codes `n` bytes that lie `position` bytes into a run, as
+ *  kz_coding_code_at does, and returns the CRC-32 of the coded bytes it
+ *  wrote, continuing from `crc` (as kz_crc32 would compute it over `dst`
+ *  afterwards): the sender codes a frame's data and checksums it in one
+ *  pass over the bytes where the processor allows. `dst` may equal `src`.
+ *  Returns `crc` unchanged and writes nothing for n <= 0, a negative
+ *  position or a NULL pointer. */
+KZAPIN_API uint32_t kz_coding_encrypt_crc32(void* dst, const void* src, int n, int64_t position,
+                                            uint32_t crc);
+/** The receiver's side of kz_coding_encrypt_crc32: returns the CRC-32 of
+ *  the `n` coded bytes at `src`, continuing from `crc`, and writes them
+ *  decoded to `dst` (which may equal `src`), in one pass where the
+ *  processor allows. */
+KZAPIN_API uint32_t kz_coding_decrypt_crc32(void* dst, const void* src, int n, int64_t position,
+                                            uint32_t crc);
+
 /** CRC-32 (IEEE 802.3, reflected, as zlib computes it) of `n` bytes,
  *  continuing from `crc` (0 to start). */
 KZAPIN_API uint32_t kz_crc32(uint32_t crc, const void* data, size_t n);
