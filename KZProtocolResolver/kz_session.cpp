@@ -1,4 +1,7 @@
-// Session messages: login (with its enciphered password) and logout.
+// Session messages: login and logout. The login's codec is written here, for
+// its cipher: the password travels AES-128-CBC enciphered under a key built
+// from a stored seed each time it is needed (never stored itself), with a
+// fixed vector. The rest comes from protocol/session.table.
 #include "kzprotocolresolver_p.h"
 #include "qaesencryption.h"
 
@@ -8,8 +11,6 @@ using namespace kz;
 
 namespace {
 
-// The password cipher: AES-128-CBC under a key built from a stored seed each
-// time it is needed (never stored itself), with a fixed vector.
 QByteArray credentialKey()
 {
     const QByteArray digest =
@@ -32,12 +33,6 @@ QByteArray decipher(const QByteArray& cipher)
     return aes.decode(cipher, credentialKey(), credentialVector());
 }
 
-// Logout request: i32 value (no reply)
-struct Logout : Layout<i32>
-{
-    static constexpr const char* names[] = {"value"};
-};
-
 } // namespace
 
 // Login: request str16 account | u16 n | n bytes ciphertext
@@ -56,35 +51,32 @@ void KZProtocolResolver::lanLoginResult(bool first, int code, bool second)
             Payload() << i32{code & ~1} << flag8{first} << flag8{(code & 1) != 0} << flag8{second});
 }
 
-void KZProtocolResolverPrivate::decodeLogin(uchar flag, Reader& r)
+template <class R>
+void KZProtocolResolverPrivate::decodeLoginRequest(R& r)
 {
-    if (flag == Request) {
-        r.label("account");
-        const QString account = r.str16();
-        r.label("passwordSize");
-        const int size = r.i16();
-        r.label("password");
-        const QByteArray plain = decipher(r.bytes(size));
-        const int z = plain.indexOf('\0');
-        // Cut at the first zero byte; cipher padding (1..15) stays at the end.
-        fire(cb.onLanLoginCB, account,
-             QString::fromUtf8(plain.constData(), z < 0 ? plain.size() : z));
-    } else if (flag == Reply) {
-        r.label("code");
-        const int code = r.i32();
-        r.label("first");
-        const bool first = r.flag8();
-        r.label("codeBit0");
-        const bool bit0 = r.flag8();
-        r.label("second");
-        const bool second = r.flag8();
-        fire(cb.onLanLoginResultCB, first, code, bit0, second);
-    }
+    r.label("account");
+    const QString account = r.str16();
+    r.label("passwordSize");
+    const int size = r.i16();
+    r.label("password");
+    const QByteArray plain = decipher(r.bytes(size));
+    const int z = plain.indexOf('\0');
+    // Cut at the first zero byte; cipher padding (1..15) stays at the end.
+    fire(cb.onLanLoginCB, account, QString::fromUtf8(plain.constData(), z < 0 ? plain.size() : z));
 }
 
-void KZProtocolResolver::lanLogout(int value) { d->send<Logout>(Method::Logout, Request, value); }
-
-void KZProtocolResolverPrivate::decodeLogout(uchar flag, Reader& r)
+template <class R>
+void KZProtocolResolverPrivate::decodeLoginReply(R& r)
 {
-    if (flag == Request) take<Logout>(r, cb.onLanLogoutCB);
+    r.label("code");
+    const int code = r.i32();
+    r.label("first");
+    const bool first = r.flag8();
+    r.label("codeBit0");
+    const bool bit0 = r.flag8();
+    r.label("second");
+    const bool second = r.flag8();
+    fire(cb.onLanLoginResultCB, first, code, bit0, second);
 }
+
+#include "kz_session.inc"

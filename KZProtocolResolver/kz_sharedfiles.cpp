@@ -1,34 +1,11 @@
-// Shared files: the two lists of shared files under a text, for management
-// clients and for app clients, and a request to download some of them.
+// Shared files: the encoders come from protocol/sharedfiles.table; written
+// here are the decoders of the messages with two lists, which share one byte
+// budget as the peers read them.
 #include "kzprotocolresolver_p.h"
 
 using namespace kz;
 
 namespace {
-
-// LoadSharedFiles request: strz path, sbyte kind (kind first in the API)
-struct LoadShared : Layout<strz, sbyte>::Api<1, 0>
-{
-    static constexpr const char* names[] = {"path", "kind"};
-};
-
-// LoadSharedFiles reply: strz path, strlist first, strlist second
-struct SharedLists : Layout<strz, strlist, strlist>
-{
-    static constexpr const char* names[] = {"path", "first", "second"};
-};
-
-// AppLoadSharedFiles reply: the same fields, the path last in the API
-struct AppSharedLists : Layout<strz, strlist, strlist>::Api<1, 2, 0>
-{
-    static constexpr const char* names[] = {"path", "first", "second"};
-};
-
-// DownloadSharedFiles request: sbyte kind, strz path, strlist first, strlist second
-struct Download : Layout<sbyte, strz, strlist, strlist>
-{
-    static constexpr const char* names[] = {"kind", "path", "first", "second"};
-};
 
 // The two lists as the peers read them: one running budget serves both. It
 // starts at the bytes after the first count and falls by each entry's bytes;
@@ -40,7 +17,8 @@ struct TwoLists
     QStringList first, second;
 };
 
-QStringList budgetList(Reader& r, int& budget)
+template <class R>
+QStringList budgetList(R& r, int& budget)
 {
     QStringList out;
     r.label("count");
@@ -53,7 +31,8 @@ QStringList budgetList(Reader& r, int& budget)
     return out;
 }
 
-TwoLists readTwoLists(Reader& r)
+template <class R>
+TwoLists readTwoLists(R& r)
 {
     TwoLists out;
     int budget = r.remaining() - 2;
@@ -64,38 +43,18 @@ TwoLists readTwoLists(Reader& r)
 
 } // namespace
 
-// LoadSharedFiles: request LoadShared | reply SharedLists (lists by the shared budget)
-void KZProtocolResolver::lanLoadSharedFiles(int kind, const QString& path)
+template <class R>
+void KZProtocolResolverPrivate::decodeLoadSharedFilesReply(R& r)
 {
-    d->send<LoadShared>(Method::LoadSharedFiles, Request, kind, path);
-}
-
-void KZProtocolResolver::lanLoadSharedFilesResponse(const QString& path, const QStringList& first,
-                                                    const QStringList& second)
-{
-    d->send<SharedLists>(Method::LoadSharedFiles, Reply, path, first, second);
-}
-
-void KZProtocolResolverPrivate::decodeLoadSharedFiles(uchar flag, Reader& r)
-{
-    if (flag == Request) return take<LoadShared>(r, cb.onLanLoadSharedFilesCB);
-    if (flag != Reply) return;
     r.label("path");
     const QString path = r.strz();
     const TwoLists lists = readTwoLists(r);
     fire(cb.onLanLoadSharedFilesResultCB, path, lists.first, lists.second);
 }
 
-// DownloadSharedFiles: request Download (lists by the shared budget), no reply
-void KZProtocolResolver::lanDownloadSharedFiles(int kind, const QString& path,
-                                                const QStringList& first, const QStringList& second)
+template <class R>
+void KZProtocolResolverPrivate::decodeDownloadSharedFilesRequest(R& r)
 {
-    d->send<Download>(Method::DownloadSharedFiles, Request, kind, path, first, second);
-}
-
-void KZProtocolResolverPrivate::decodeDownloadSharedFiles(uchar flag, Reader& r)
-{
-    if (flag != Request) return;
     r.label("kind");
     const int kind = Field<sbyte>::read(r);
     r.label("path");
@@ -104,25 +63,15 @@ void KZProtocolResolverPrivate::decodeDownloadSharedFiles(uchar flag, Reader& r)
     fire(cb.onLanDownloadSharedFilesCB, kind, path, lists.first, lists.second);
 }
 
-// AppLoadSharedFiles: request Text (the path) | reply AppSharedLists: the
-// path travels ahead of the lists although it is the last argument.
-void KZProtocolResolver::lanAppLoadSharedFiles(const QString& path)
+// The app reply: the path travels ahead of the lists although it is the
+// last argument.
+template <class R>
+void KZProtocolResolverPrivate::decodeAppLoadSharedFilesReply(R& r)
 {
-    d->send<Text>(Method::AppLoadSharedFiles, Request, path);
-}
-
-void KZProtocolResolver::lanAppLoadSharedFilesResult(const QStringList& first,
-                                                     const QStringList& second, const QString& path)
-{
-    d->send<AppSharedLists>(Method::AppLoadSharedFiles, Reply, first, second, path);
-}
-
-void KZProtocolResolverPrivate::decodeAppLoadSharedFiles(uchar flag, Reader& r)
-{
-    if (flag == Request) return take<Text>(r, cb.onLanAppLoadSharedFilesCB);
-    if (flag != Reply) return;
     r.label("path");
     const QString path = r.strz();
     const TwoLists lists = readTwoLists(r);
     fire(cb.onLanAppLoadSharedFilesResultCB, lists.first, lists.second, path);
 }
+
+#include "kz_sharedfiles.inc"

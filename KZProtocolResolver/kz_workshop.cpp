@@ -1,5 +1,6 @@
-// Workshop plans: the workshop data set, the plans of one key, and adding,
-// editing and deleting workshop plans.
+// Workshop plans: the workshop data set is written here (a row's empty map is
+// left out, count included); the other messages come from
+// protocol/workshop.table.
 #include "kzprotocolresolver_p.h"
 
 using namespace kz;
@@ -11,34 +12,6 @@ namespace {
 // QVariants by value only once a comparator is registered.
 const bool rowMapsCompare = QMetaType::registerEqualsComparator<QMap<QString, int>>();
 #endif
-
-// A query-plan row: strz, strz, strz, i32, i32.
-using QueryPlanRow = rowof<strz, strz, strz, i32, i32>;
-
-// WorkshopQueryPlan request: strz key
-struct Key : Layout<strz>
-{
-    static constexpr const char* names[] = {"key"};
-};
-
-// WorkshopQueryPlan reply: strz key, u16 n { query-plan row } under the
-// signed-count rule
-struct QueryPlanResult : Layout<strz, signedlistof<QueryPlanRow>>
-{
-    static constexpr const char* names[] = {"key", "rows"};
-};
-
-// WorkshopAddPlan request: strz a, b, c, strintmap map, i32 n
-struct AddPlan : Layout<strz, strz, strz, strintmap, i32>
-{
-    static constexpr const char* names[] = {"a", "b", "c", "map", "n"};
-};
-
-// WorkshopEditPlan request: strz a, b, c, d, e, strintmap map, i32 n
-struct EditPlan : Layout<strz, strz, strz, strz, strz, strintmap, i32>
-{
-    static constexpr const char* names[] = {"a", "b", "c", "d", "e", "map", "n"};
-};
 
 // A workshop-data row: strz x4, i32 x3, then the map of value 7 as strintmap;
 // an empty map is left out entirely, count included (kept as peers send it).
@@ -54,7 +27,8 @@ bool writeWorkshopRow(Payload& p, const QVariant& v)
     return !map.isEmpty();
 }
 
-QVariant readWorkshopRow(Reader& r)
+template <class R>
+QVariant readWorkshopRow(R& r)
 {
     QVariantList row;
     for (int k = 0; k < 4; ++k) row.append(r.strz());
@@ -65,13 +39,8 @@ QVariant readWorkshopRow(Reader& r)
 
 } // namespace
 
-// InitWorkshopData: request (empty) | reply u16 n { workshop-data row }
-// The count is the size cut to 16 bits, but every row is written.
-void KZProtocolResolver::lanInitWorkshopData()
-{
-    d->send<Empty>(Method::InitWorkshopData, Request);
-}
-
+// InitWorkshopData reply: u16 n { workshop-data row }. The count is the size
+// cut to 16 bits, but every row is written.
 void KZProtocolResolver::lanInitWorkshopDataResponse(const QList<QVariant>& rows)
 {
     Payload p(2 + 40 * rows.size());
@@ -83,64 +52,12 @@ void KZProtocolResolver::lanInitWorkshopDataResponse(const QList<QVariant>& rows
     d->send(Method::InitWorkshopData, Reply, p);
 }
 
-void KZProtocolResolverPrivate::decodeInitWorkshopData(uchar flag, Reader& r)
+template <class R>
+void KZProtocolResolverPrivate::decodeInitWorkshopDataReply(R& r)
 {
-    if (flag == Request) return take<Empty>(r, cb.onLanInitWorkshopDataCB);
-    if (flag != Reply) return;
     r.label("rows");
-    const QList<QVariant> rows = r.list<QVariant>([&] { return readWorkshopRow(r); });
+    const QList<QVariant> rows = r.template list<QVariant>([&] { return readWorkshopRow(r); });
     fire(cb.onLanInitWorkshopDataResultCB, rows);
 }
 
-// WorkshopQueryPlan: request Key | reply QueryPlanResult
-void KZProtocolResolver::lanWorkshopQueryPlan(const QString& key)
-{
-    d->send<Key>(Method::WorkshopQueryPlan, Request, key);
-}
-
-void KZProtocolResolver::lanWorkshopQueryPlanResult(const QString& key, const QList<QVariant>& rows)
-{
-    d->send<QueryPlanResult>(Method::WorkshopQueryPlan, Reply, key, rows);
-}
-
-void KZProtocolResolverPrivate::decodeWorkshopQueryPlan(uchar flag, Reader& r)
-{
-    route<Key, QueryPlanResult>(flag, r, cb.onLanWorkshopQueryPlanCB,
-                                cb.onLanWorkshopQueryPlanResultCB);
-}
-
-// WorkshopAddPlan: request AddPlan (an empty map goes out as the count 0)
-void KZProtocolResolver::lanWorkshopAddPlan(const QString& a, const QString& b, const QString& c,
-                                            const QMap<QString, int>& map, int n)
-{
-    d->send<AddPlan>(Method::WorkshopAddPlan, Request, a, b, c, map, n);
-}
-
-void KZProtocolResolverPrivate::decodeWorkshopAddPlan(uchar flag, Reader& r)
-{
-    if (flag == Request) take<AddPlan>(r, cb.onLanWorkshopAddPlanCB);
-}
-
-// WorkshopEditPlan: request EditPlan
-void KZProtocolResolver::lanWorkshopEditPlan(const QString& a, const QString& b, const QString& c,
-                                             const QString& dText, const QString& e,
-                                             const QMap<QString, int>& map, int n)
-{
-    d->send<EditPlan>(Method::WorkshopEditPlan, Request, a, b, c, dText, e, map, n);
-}
-
-void KZProtocolResolverPrivate::decodeWorkshopEditPlan(uchar flag, Reader& r)
-{
-    if (flag == Request) take<EditPlan>(r, cb.onLanWorkshopEditPlanCB);
-}
-
-// WorkshopDelPlan: request Texts2
-void KZProtocolResolver::lanWorkshopDelPlan(const QString& a, const QString& b)
-{
-    d->send<Texts2>(Method::WorkshopDelPlan, Request, a, b);
-}
-
-void KZProtocolResolverPrivate::decodeWorkshopDelPlan(uchar flag, Reader& r)
-{
-    if (flag == Request) take<Texts2>(r, cb.onLanWorkshopDelPlanCB);
-}
+#include "kz_workshop.inc"

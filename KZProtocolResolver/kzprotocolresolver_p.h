@@ -1,13 +1,14 @@
-// Private side of KZProtocolResolver: all state, the send routine, the
+// Private side of KZProtocolResolver: all state, the send routes, the
 // receive path and the decoders. Not installed.
 #ifndef KZRESOLVER_KZPROTOCOLRESOLVER_P_H
 #define KZRESOLVER_KZPROTOCOLRESOLVER_P_H
 
 #include "kzapin/kzapin.h"
 #include "kzprotocolresolver.h"
-#include "layout.h"
 #include "methods.h"
 #include "payload.h"
+#include "recordforms.h"
+#include "trace.h"
 
 #include <QLoggingCategory>
 #include <QMutex>
@@ -17,6 +18,18 @@
 #include <memory>
 
 struct kz_event;
+
+// Read twice per encoder call and per parseReceive: thread-locals in the
+// static TLS block (one pointer), not through the dynamic TLS lookup a shared
+// library otherwise uses.
+#if defined(__GNUC__) && defined(__ELF__)
+#define KZ_FAST_TLS __attribute__((tls_model("initial-exec")))
+#else
+#define KZ_FAST_TLS
+#endif
+
+/// The name the frame library's checked casts report a failure under.
+constexpr char kSourceName[] = "kzprotocolresolver";
 
 /// The library's own logging category, "kz.resolver": one debug line per
 /// drop, one warning per lossy message. Debug lines are off by default.
@@ -32,7 +45,7 @@ struct ReceivedEvent
     QByteArray tail; // a taken body: its large last field (data holds the rest)
 };
 
-/// The callback slots, one per setter (see callbacks.def).
+/// The callback slots, one per setter (callbacks.def, generated from the protocol table).
 struct KZCallbacks
 {
 #define KZ_CALLBACK(Type) KZProtocolResolver::Type on##Type = nullptr;
@@ -128,13 +141,6 @@ public:
     /// Counts one drop and writes its line on the library's category.
     void drop(KZProtocolResolver::DropReason reason, qint64 bytes, qint64 detail = -1);
 
-    /// Sends the API arguments `a` in the wire layout L.
-    template <class L, class... A>
-    void send(kz::Method method, uchar flag, const A&... a)
-    {
-        send(method, flag, L::encode(a...));
-    }
-
     void parseReceive(const QByteArray& bytes);
     static int eventHandler(kz_event* e);
     void parseReadEvent(ReceivedEvent* record);
@@ -147,7 +153,7 @@ public:
     /// Routes a restored body to the decoder of its method code. `dataLength`
     /// counts the bytes from offset 4 to the end. Unknown codes are dropped.
     /// With `trace`, every field the decoder reads is recorded there.
-    int dispatch(const uchar* body, int dataLength, QVector<kz::TraceItem>* trace = nullptr);
+    int dispatch(const uchar* body, int dataLength, kz::Trace* trace = nullptr);
     /// dispatch() of a body whose bytes from offset 4 on are still coded;
     /// they are decoded in place as the decoder reads them.
     void dispatchCoded(uchar* body, int dataLength);
@@ -170,29 +176,9 @@ public:
         if (fn && !retired()) fn(receiveData, args...);
     }
 
-    /// Reads one payload of layout L and fires `slot` with its values.
-    template <class L, class F>
-    void take(kz::Reader& r, F slot) const
-    {
-        L::decode(r, kz::namesOf<L>(), [&](const auto&... v) { fire(slot, v...); });
-    }
-
-    /// The decoder of a message with both forms: flag 0 reads Req and fires
-    /// `onRequest`, flag 1 reads Rep and fires `onReply`; other flags are
-    /// ignored.
-    template <class Req, class Rep, class Q, class P>
-    void route(uchar flag, kz::Reader& r, Q onRequest, P onReply) const
-    {
-        if (flag == kz::Request)
-            take<Req>(r, onRequest);
-        else if (flag == kz::Reply)
-            take<Rep>(r, onReply);
-    }
-
-    // One decoder per method code.
-#define KZ_METHOD(name, code, family) void decode##name(uchar flag, kz::Reader& r);
-#include "methods.def"
-#undef KZ_METHOD
+    // The decoders: one per method code, and the hand-written ones of single
+    // directions (decoders.inc, generated from the protocol table).
+#include "decoders.inc"
     // Payload offset where the large last field's bytes start, read by the
     // fields before it: the update replies (screen, image, attributes) and a
     // file content request.
@@ -247,7 +233,7 @@ private:
     static constexpr int kScratchKeep = 64 * 1024;
     // Bodies this large in a buffer of their own are decoded as they are read.
     static constexpr int kDecodeLazilyFrom = 4096;
-    int dispatchWith(const uchar* body, int dataLength, QVector<kz::TraceItem>* trace, uchar* coded,
+    int dispatchWith(const uchar* body, int dataLength, kz::Trace* trace, uchar* coded,
                      QByteArray* tail = nullptr);
     std::unique_ptr<uchar[]> scratch;
     int scratchSize = 0;

@@ -1,6 +1,9 @@
+// Generated from protocol/*.table by protocol/kzgen: do not edit. After changing the
+// table, refresh with: cmake --build <build dir> --target protocol_refresh
+
 /// \file kzrecords.h
-/// Record types carried by the messages of KZProtocolResolver: plain value
-/// types, copied field by field.
+/// Record types carried by the messages of KZProtocolResolver: plain value types, copied
+/// field by field.
 #ifndef KZRESOLVER_KZRECORDS_H
 #define KZRESOLVER_KZRECORDS_H
 
@@ -10,7 +13,7 @@
 #include <QStringList>
 #include <QVariant>
 
-// -- accounts ---------------------------------------------------------------
+// Users -------------------------------------------------------------------------------------------
 
 /// One user account, filed in a (first-level, second-level) group.
 struct user_info
@@ -22,8 +25,8 @@ struct user_info
     bool flag = false;  ///< the account flag (the boolean of lanAddUser)
     QString lv1Group;   ///< first-level group that holds the user
     QString lv2Group;   ///< second-level group (inside lv1Group)
-    /// The groups the user may see: first-level name to its second-level
-    /// names (what lanUpdateUserGroupPermission sets).
+    /// The groups the user may see: first-level name to its second-level names (what
+    /// lanUpdateUserGroupPermission sets).
     QMap<QString, QStringList> groupPermission;
 };
 
@@ -34,11 +37,13 @@ inline bool operator==(const user_info& a, const user_info& b)
            a.permission == b.permission && a.flag == b.flag && a.lv1Group == b.lv1Group &&
            a.lv2Group == b.lv2Group && a.groupPermission == b.groupPermission;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const user_info& a, const user_info& b) { return !(a == b); }
 
-/// One machine operator (a person working at the machines), kept apart from
-/// the user accounts. A default record has empty strings and both flags false.
+// Operators ---------------------------------------------------------------------------------------
+
+/// One machine operator (a person working at the machines), kept apart from the user accounts. A
+/// default record has empty strings and both flags false.
 struct operator_user
 {
     QString name;       ///< identifying string: the key of the operator table
@@ -56,14 +61,15 @@ inline bool operator==(const operator_user& a, const operator_user& b)
     return a.name == b.name && a.text2 == b.text2 && a.text3 == b.text3 && a.text4 == b.text4 &&
            a.text5 == b.text5 && a.flagA == b.flagA && a.flagB == b.flagB;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const operator_user& a, const operator_user& b) { return !(a == b); }
 
-/// A permission word: nineteen one-bit flags (bits 0 to 18) and a 13-bit
-/// field (bits 19 to 31). On the wire it is the 32-bit word with each field
-/// at its own bit position; word() and the word constructor convert field by
-/// field, so the conversion does not depend on the compiler's bit-field
-/// layout.
+// Permissions -------------------------------------------------------------------------------------
+
+/// A permission word: nineteen one-bit flags (bits 0 to 18) and a 13-bit field (bits 19 to 31). On
+/// the wire it is the 32-bit word with each field at its own bit position; word() and the word
+/// constructor convert field by field, so the conversion does not depend on the compiler's
+/// bit-field layout.
 struct fctp_user2_power
 {
     unsigned int flag0 : 1;  ///< bit 0
@@ -87,9 +93,9 @@ struct fctp_user2_power
     unsigned int flag18 : 1; ///< bit 18
     unsigned int upper : 13; ///< bits 19 to 31
 
-    /// All flags clear, upper field 0.
+    /// All fields 0.
     fctp_user2_power() : fctp_user2_power(0u) {}
-    /// The fields of a 32-bit permission word.
+    /// The fields of a 32-bit word.
     explicit fctp_user2_power(quint32 w)
         : flag0(w & 1), flag1(w >> 1 & 1), flag2(w >> 2 & 1), flag3(w >> 3 & 1), flag4(w >> 4 & 1),
           flag5(w >> 5 & 1), flag6(w >> 6 & 1), flag7(w >> 7 & 1), flag8(w >> 8 & 1),
@@ -97,7 +103,7 @@ struct fctp_user2_power
           flag13(w >> 13 & 1), flag14(w >> 14 & 1), flag15(w >> 15 & 1), flag16(w >> 16 & 1),
           flag17(w >> 17 & 1), flag18(w >> 18 & 1), upper(w >> 19)
     {}
-    /// The 32-bit permission word of these fields.
+    /// The 32-bit word of these fields.
     quint32 word() const
     {
         return quint32(flag0) | quint32(flag1) << 1 | quint32(flag2) << 2 | quint32(flag3) << 3 |
@@ -110,9 +116,9 @@ struct fctp_user2_power
     }
 };
 
-/// Equal when the permission words are equal.
+/// Equal when the words are equal.
 inline bool operator==(fctp_user2_power a, fctp_user2_power b) { return a.word() == b.word(); }
-/// Equal when the permission words are equal.
+/// Not equal: some field differs.
 inline bool operator!=(fctp_user2_power a, fctp_user2_power b) { return !(a == b); }
 
 /// One per-machine permission entry.
@@ -129,10 +135,10 @@ inline bool operator==(const mac_user_power& a, const mac_user_power& b)
 {
     return a.key1 == b.key1 && a.key2 == b.key2 && a.key3 == b.key3 && a.power == b.power;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const mac_user_power& a, const mac_user_power& b) { return !(a == b); }
 
-// -- machines ---------------------------------------------------------------
+// Machine registry --------------------------------------------------------------------------------
 
 /// One machine of the registry, filed in a (first-level, second-level) group.
 struct mac_info
@@ -152,12 +158,13 @@ inline bool operator==(const mac_info& a, const mac_info& b)
     return a.mac == b.mac && a.text2 == b.text2 && a.code == b.code && a.text4 == b.text4 &&
            a.lv1Group == b.lv1Group && a.lv2Group == b.lv2Group && a.value7 == b.value7;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const mac_info& a, const mac_info& b) { return !(a == b); }
 
-/// One entry of a machine's work log. lanMacWorkLog carries text1, text2,
-/// value3, value4, text5 and text8; value6 and value7 travel only in the
-/// log queries.
+// Machine status reports --------------------------------------------------------------------------
+
+/// One entry of a machine's work log. lanMacWorkLog carries text1, text2, value3, value4, text5 and
+/// text8; value6 and value7 travel only in the log queries.
 struct work_log
 {
     QString text1;     ///< first log string
@@ -177,12 +184,11 @@ inline bool operator==(const work_log& a, const work_log& b)
            a.value4 == b.value4 && a.text5 == b.text5 && a.value6 == b.value6 &&
            a.value7 == b.value7 && a.text8 == b.text8;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const work_log& a, const work_log& b) { return !(a == b); }
 
-/// Production figures of one process (the value of a map keyed by process
-/// name). The work log carries both figures as text with six significant
-/// digits.
+/// Production figures of one process (the value of a map keyed by process name). The work log
+/// carries both figures as text with six significant digits.
 struct oee_process_data
 {
     double figure1 = 0; ///< first figure
@@ -195,10 +201,10 @@ inline bool operator==(const oee_process_data& a, const oee_process_data& b)
 {
     return a.figure1 == b.figure1 && a.count == b.count && a.figure2 == b.figure2;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const oee_process_data& a, const oee_process_data& b) { return !(a == b); }
 
-// Records of the planning and OEE messages.
+// Planned stops and work time ---------------------------------------------------------------------
 
 /// One planned work-time span. On the wire: first, second, then amount.
 struct oee_worktime_item
@@ -213,16 +219,16 @@ inline bool operator==(const oee_worktime_item& a, const oee_worktime_item& b)
 {
     return a.amount == b.amount && a.first == b.first && a.second == b.second;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const oee_worktime_item& a, const oee_worktime_item& b) { return !(a == b); }
 
-/// A group of planned stops, the value of oee_shut_item::stops. It has the
-/// shape of the body of lanAddPlanShutItem: a text, a stop map and names.
+/// A group of planned stops, the value of oee_shut_item::stops. It has the shape of the body of
+/// lanAddPlanShutItem: a text, a stop map and names.
 struct oee_shut_group
 {
     QString text; ///< the group's text
-    /// Stops by number; each entry is two texts and a number (a QString,
-    /// a QString and a double; the number travels with six significant digits).
+    /// Stops by number; each entry is two texts and a number (a QString, a QString and a double;
+    /// the number travels with six significant digits).
     QMap<int, QList<QVariant>> stops;
     QStringList names; ///< the group's names
 };
@@ -232,7 +238,7 @@ inline bool operator==(const oee_shut_group& a, const oee_shut_group& b)
 {
     return a.text == b.text && a.stops == b.stops && a.names == b.names;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const oee_shut_group& a, const oee_shut_group& b) { return !(a == b); }
 
 /// One date's set of planned stops, as lanOeeShutItemList pushes it.
@@ -252,8 +258,10 @@ inline bool operator==(const oee_shut_item& a, const oee_shut_item& b)
     return a.id == b.id && a.kind == b.kind && a.date == b.date && a.names == b.names &&
            a.workTimes == b.workTimes && a.stops == b.stops;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const oee_shut_item& a, const oee_shut_item& b) { return !(a == b); }
+
+// OEE data ----------------------------------------------------------------------------------------
 
 /// One element of oee_date_data::items: a text and its number.
 struct oee_date_item
@@ -267,21 +275,19 @@ inline bool operator==(const oee_date_item& a, const oee_date_item& b)
 {
     return a.text == b.text && a.value == b.value;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const oee_date_item& a, const oee_date_item& b) { return !(a == b); }
 
-/// The OEE data of one key (a date or a machine, as the asking side chose)
-/// in the reply of lanLoadOEEData. Travels in the order first, second,
-/// amount, counts, process, items, values.
+/// The OEE data of one key (a date or a machine, as the asking side chose) in the reply of
+/// lanLoadOEEData. Travels in the order first, second, amount, counts, process, items, values.
 struct oee_date_data
 {
     QMap<QString, int> counts; ///< counts by name
     QString first;             ///< first text
     QString second;            ///< second text
     double amount = 0;         ///< a figure; travels with six significant digits
-    /// Per-process figures. They travel as three whole numbers: the two
-    /// figures arrive truncated toward zero (outside the 32-bit range:
-    /// -2147483648).
+    /// Per-process figures. They travel as three whole numbers: the two figures arrive truncated
+    /// toward zero (outside the 32-bit range: -2147483648).
     QMap<QString, oee_process_data> process;
     QList<oee_date_item> items;   ///< texts with a number each, in order
     QMap<QString, double> values; ///< figures by name; six significant digits
@@ -294,17 +300,15 @@ inline bool operator==(const oee_date_data& a, const oee_date_data& b)
            a.amount == b.amount && a.process == b.process && a.items == b.items &&
            a.values == b.values;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const oee_date_data& a, const oee_date_data& b) { return !(a == b); }
 
-// Records of the log and statistics messages.
-//
-// The log records carry the host's own values (machines, files, times,
-// counts, durations, codes) without interpretation; their fields are named
-// by position and kind. A field named "not carried" keeps its default on the
-// receiving side.
+// Log queries -------------------------------------------------------------------------------------
 
-/// One entry of a processing log: a text and seven numbers.
+/// One entry of a processing log: a text and seven numbers. The log records carry the host's own
+/// values (machines, files, times, counts, durations, codes) without interpretation; their fields
+/// are named by position and kind. A field named "not carried" keeps its default on the receiving
+/// side.
 struct kz_log_process_entry
 {
     QString text1;     ///< the entry's text
@@ -344,7 +348,7 @@ inline bool operator==(const kz_log_process& a, const kz_log_process& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.entries == b.entries;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const kz_log_process& a, const kz_log_process& b) { return !(a == b); }
 
 /// One entry of a run-time log: two texts and three numbers.
@@ -383,12 +387,11 @@ inline bool operator==(const kz_log_runtime& a, const kz_log_runtime& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.entries == b.entries;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const kz_log_runtime& a, const kz_log_runtime& b) { return !(a == b); }
 
-/// One abnormal event. The data message of the first generation carries
-/// text2, text0, text4..text7 and value8 (text1 stays empty); the second
-/// generation adds text1. reserved3 travels in neither.
+/// One abnormal event. The data message of the first generation carries text2, text0, text4..text7
+/// and value8 (text1 stays empty); the second generation adds text1. reserved3 travels in neither.
 struct kz_abnormal_info
 {
     QString text0;     ///< first text
@@ -409,7 +412,7 @@ inline bool operator==(const kz_abnormal_info& a, const kz_abnormal_info& b)
            a.reserved3 == b.reserved3 && a.text4 == b.text4 && a.text5 == b.text5 &&
            a.text6 == b.text6 && a.text7 == b.text7 && a.value8 == b.value8;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const kz_abnormal_info& a, const kz_abnormal_info& b) { return !(a == b); }
 
 /// One entry of an alarm log: three texts and a number.
@@ -446,7 +449,7 @@ inline bool operator==(const kz_log_alarm& a, const kz_log_alarm& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.entries == b.entries;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const kz_log_alarm& a, const kz_log_alarm& b) { return !(a == b); }
 
 /// One processing stop.
@@ -488,12 +491,11 @@ inline bool operator==(const kz_log_shutdown& a, const kz_log_shutdown& b)
     return a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 && a.text4 == b.text4 &&
            a.value5 == b.value5;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const kz_log_shutdown& a, const kz_log_shutdown& b) { return !(a == b); }
 
-/// One processing record of the second generation. figure7 arrives rounded
-/// to a whole number (halves to even); figure9, figure11, figure12 and
-/// figure14 arrive with six significant digits.
+/// One processing record of the second generation. figure7 arrives rounded to a whole number
+/// (halves to even); figure9, figure11, figure12 and figure14 arrive with six significant digits.
 struct kz_log_process_detail
 {
     QString text0;       ///< first text
@@ -555,8 +557,8 @@ inline bool operator!=(const kz_log_runtime_info& a, const kz_log_runtime_info& 
     return !(a == b);
 }
 
-/// One alarm record of the second generation. figure6 arrives rounded to a
-/// whole number (halves to even).
+/// One alarm record of the second generation. figure6 arrives rounded to a whole number (halves to
+/// even).
 struct kz_log_alarm_info
 {
     QString text0;      ///< first text
@@ -574,8 +576,10 @@ inline bool operator==(const kz_log_alarm_info& a, const kz_log_alarm_info& b)
     return a.text0 == b.text0 && a.text1 == b.text1 && a.text2 == b.text2 && a.text3 == b.text3 &&
            a.text4 == b.text4 && a.text5 == b.text5 && a.figure6 == b.figure6;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const kz_log_alarm_info& a, const kz_log_alarm_info& b) { return !(a == b); }
+
+// Machine data and statistics ---------------------------------------------------------------------
 
 /// One machine start (the run-time logs of the app queries).
 struct boot_record
@@ -593,7 +597,7 @@ inline bool operator==(const boot_record& a, const boot_record& b)
     return a.text1 == b.text1 && a.text2 == b.text2 && a.value3 == b.value3 &&
            a.reserved4 == b.reserved4 && a.value5 == b.value5;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const boot_record& a, const boot_record& b) { return !(a == b); }
 
 /// One alarm of the app queries' alarm logs.
@@ -608,7 +612,7 @@ inline bool operator==(const alarm_log_info& a, const alarm_log_info& b)
 {
     return a.text1 == b.text1 && a.text2 == b.text2;
 }
-/// Equal when every field is equal (lists and maps entry by entry).
+/// Not equal: some field differs.
 inline bool operator!=(const alarm_log_info& a, const alarm_log_info& b) { return !(a == b); }
 
 /// One item of a processing statistic.

@@ -161,21 +161,6 @@ Payload& Payload::operator<<(rawbytes x)
 // Reader
 // ---------------------------------------------------------------------------
 
-void Reader::markShort()
-{
-    if (!short_ && root_) root_->append({"cut", offset(), QString(), nullptr});
-    short_ = true;
-}
-
-QString Reader::entryText(const QVector<TraceItem>& items)
-{
-    if (items.size() == 1 && !items[0].name) return items[0].value;
-    QStringList parts;
-    for (const TraceItem& t : items)
-        parts.append(t.name ? QLatin1String(t.name) + QLatin1Char(' ') + t.value : t.value);
-    return QLatin1Char('{') + parts.join(QStringLiteral(", ")) + QLatin1Char('}');
-}
-
 void Reader::decodeTo(const uchar* want)
 {
     // Small steps would cost a call each; large ones decode what a big
@@ -203,77 +188,31 @@ bool Reader::take(void* dst, int n)
 
 quint8 Reader::u8Slow()
 {
-    const int at = offset();
     quint8 v;
     take(&v, 1);
-    record("u8", at, v);
     return v;
 }
 
 quint16 Reader::u16Slow()
 {
-    const int at = offset();
     uchar b[2];
     take(b, 2);
-    const quint16 v = quint16(b[0] | (b[1] << 8));
-    record("u16", at, v);
-    return v;
+    return quint16(b[0] | (b[1] << 8));
 }
 
-qint16 Reader::i16Slow()
-{
-    const int at = offset();
-    uchar b[2];
-    take(b, 2);
-    const qint16 v = qint16(quint16(b[0] | (b[1] << 8)));
-    record("i16", at, v);
-    return v;
-}
+qint16 Reader::i16Slow() { return qint16(u16Slow()); }
 
 quint32 Reader::u32Slow()
 {
-    const int at = offset();
     uchar b[4];
     take(b, 4);
-    const quint32 v =
-        quint32(b[0]) | quint32(b[1]) << 8 | quint32(b[2]) << 16 | quint32(b[3]) << 24;
-    record("u32", at, v);
-    return v;
+    return quint32(b[0]) | quint32(b[1]) << 8 | quint32(b[2]) << 16 | quint32(b[3]) << 24;
 }
 
-qint32 Reader::i32Slow()
-{
-    const Quiet q(this, "i32");
-    const qint32 v = qint32(u32Slow());
-    q.done([&] { return QString::number(v); });
-    return v;
-}
-
-// A flag past the end of the data reads as false. The data the decoders
-// get ends with the body's closing zero byte, though, so a reply that lacks
-// only its last flag reads that flag from the zero: as true, as the wire
-// says. Only a reply cut shorter than that reads it as false.
-bool Reader::flag8()
-{
-    const Quiet q(this, "flag8");
-    const quint8 b = u8();
-    const bool v = b == 0 && !short_;
-    q.done([&] { return QString(v ? QStringLiteral("true") : QStringLiteral("false")); });
-    return v;
-}
-
-bool Reader::flag8x()
-{
-    const Quiet q(this, "flag8");
-    const quint8 b = u8();
-    const bool v = (b ^ 1) != 0 && !short_;
-    q.done([&] { return QString(v ? QStringLiteral("true") : QStringLiteral("false")); });
-    return v;
-}
+qint32 Reader::i32Slow() { return qint32(u32Slow()); }
 
 QString Reader::strz()
 {
-    const int at = offset();
     const void* z = nullptr;
     for (;;) {
         // Searched in what is plain so far, which grows until the zero is
@@ -287,72 +226,7 @@ QString Reader::strz()
     const QString s = QString::fromUtf8(reinterpret_cast<const char*>(p_), int(stop - p_));
     if (!z) markShort();
     p_ = z ? stop + 1 : end_;
-    if (trace_ && depth_ == 0) record("strz", at, QLatin1Char('"') + s + QLatin1Char('"'));
     return s;
-}
-
-QString Reader::str16()
-{
-    const Quiet q(this, "str16");
-    const int n = i16();
-    const QByteArray b = bytes(n);
-    // The text ends at its first zero byte (the sender's terminator).
-    const int z = b.indexOf('\0');
-    const QString s = QString::fromUtf8(b.constData(), z < 0 ? b.size() : z);
-    q.done([&] { return QString(QLatin1Char('"') + s + QLatin1Char('"')); });
-    return s;
-}
-
-double Reader::dtext()
-{
-    const Quiet q(this, "dtext");
-    const double v = strz().toDouble();
-    q.done([&] { return QString::number(v, 'g', 6); });
-    return v;
-}
-
-int Reader::itext()
-{
-    const Quiet q(this, "itext");
-    const int v = strz().toInt(nullptr, 10);
-    q.done([&] { return QString::number(v); });
-    return v;
-}
-
-QStringList Reader::strlist()
-{
-    const Quiet q(this, "strlist");
-    QStringList out;
-    forEach(count16(), [&] { out.append(strz()); });
-    q.done([&] {
-        return QString(
-            QStringLiteral("[%1]{\"%2\"}").arg(out.size()).arg(out.join(QStringLiteral("\",\""))));
-    });
-    return out;
-}
-
-QMap<QString, QStringList> Reader::groupmap()
-{
-    const Quiet q(this, "groupmap");
-    QMap<QString, QStringList> out;
-    forEach(count16(), [&] {
-        const QString key = strz();
-        out.insert(key, strlist());
-    });
-    q.done([&] { return QString(QStringLiteral("[%1]").arg(out.size())); });
-    return out;
-}
-
-QMap<QString, int> Reader::strintmap()
-{
-    const Quiet q(this, "strintmap");
-    QMap<QString, int> out;
-    forEach(count16(), [&] {
-        const QString key = strz();
-        out.insert(key, i32());
-    });
-    q.done([&] { return QString(QStringLiteral("[%1]").arg(out.size())); });
-    return out;
 }
 
 QByteArray Reader::bytes(int n)
@@ -363,7 +237,6 @@ QByteArray Reader::bytes(int n)
         markShort();
         n = remaining();
     }
-    const int at = offset();
     QByteArray b;
     constexpr int kDecodeInto = 1024;
     if (coded_ && n >= kDecodeInto) {
@@ -381,7 +254,6 @@ QByteArray Reader::bytes(int n)
         b = QByteArray(reinterpret_cast<const char*>(p_), n);
         p_ += n;
     }
-    if (trace_ && depth_ == 0) record("bytes", at, QStringLiteral("[%1 bytes]").arg(n));
     return b;
 }
 
@@ -400,18 +272,6 @@ QByteArray Reader::takeTail(int n)
         b = tail_->left(n);
     }
     tail_ = nullptr;
-    return b;
-}
-
-QByteArray Reader::blob32()
-{
-    const Quiet q(this, "blob32");
-    const quint32 n = u32();
-    // A count larger than the data is cut at the end of the data.
-    const quint32 ahead = quint32(bytesAhead());
-    if (n > ahead) markShort();
-    const QByteArray b = bytes(int(qMin(n, ahead)));
-    q.done([&] { return QString(QStringLiteral("[%1 bytes]").arg(b.size())); });
     return b;
 }
 

@@ -30,6 +30,7 @@ namespace kz {
 struct u8 { quint8 v; };
 struct u16 { quint16 v; };
 struct u32 { quint32 v; };
+struct i16 { qint16 v; };
 struct i32 { qint32 v; };
 /// A boolean as one inverted byte: 0 for true, 1 for false.
 struct flag8 { bool v; };
@@ -111,6 +112,7 @@ public:
         return put(x.v);
     }
     Payload& operator<<(u32 x) { return put(x.v); }
+    Payload& operator<<(i16 x) { return put(quint16(x.v)); }
     Payload& operator<<(i32 x) { return put(quint32(x.v)); }
     Payload& operator<<(flag8 x) { return *this << u8{quint8(x.v ? 0 : 1)}; }
     Payload& operator<<(str16 x);
@@ -228,21 +230,18 @@ private:
 // The reader
 // ---------------------------------------------------------------------------
 
-/// One field as a dump tool sees it: what was read, where, and its value.
-struct TraceItem
-{
-    const char* kind;
-    int offset;
-    QString value;
-    const char* name = nullptr; ///< the field's name, where a layout gives one
-};
-
 /// The bounds-safe payload reader. Its one bounds check is in take(): a read
 /// past the end yields zero or empty text and marks the reader short; it
 /// never reads outside [data, data + size).
 ///
 /// remaining() is the byte budget that list and map loops test: they stop
 /// when their count is used up or the budget reaches zero.
+///
+/// The composite forms (flags, counted lists, maps, length-prefixed text)
+/// are read by the rules in namespace `rule`, written once for this reader
+/// and for TracingReader, which records what a decoder reads. Decoders are
+/// templates over the reader; the structure calls (label(), record(),
+/// entry(), composite()) cost nothing here.
 class Reader
 {
 public:
@@ -254,38 +253,41 @@ public:
     bool atEnd() const { return p_ >= end_; }
     /// True once any read wanted more bytes than there were.
     bool isShort() const { return short_; }
+    /// Marks the data as cut: a field claimed more than there is.
+    void markShort() { short_ = true; }
+    /// Bytes a byte field that starts here may have: up to the end of the
+    /// data, or of the tail where the data ends.
+    int bytesAhead() const { return tail_ && p_ == end_ ? tail_->size() : remaining(); }
 
-    // Fixed-width fields: read in line when nothing is traced and the bytes
-    // are there, plain.
+    // Fixed-width fields: read in line when the bytes are there, plain.
     quint8 u8() { return plainAhead(1) ? *p_++ : u8Slow(); }
     quint16 u16() { return plainAhead(2) ? quint16(le(2)) : u16Slow(); }
     qint16 i16() { return plainAhead(2) ? qint16(quint16(le(2))) : i16Slow(); }
     quint32 u32() { return plainAhead(4) ? le(4) : u32Slow(); }
     qint32 i32() { return plainAhead(4) ? qint32(le(4)) : i32Slow(); }
-    /// Inverted boolean, zero test: true exactly when the byte is 0. A
-    /// flag past the end of the data is false (but a decoder's data ends
-    /// with the body's closing zero, which reads as true).
-    bool flag8();
-    /// Inverted boolean, low-bit flip: true unless the byte is 1 (b ^ 1).
-    /// A flag past the end of the data is false.
-    bool flag8x();
     QString strz();
-    QString str16();
-    double dtext();
-    int itext();
-    QStringList strlist();
-    QMap<QString, QStringList> groupmap();
-    QMap<QString, int> strintmap();
-    QByteArray blob32();
     /// Up to n bytes (fewer at the end of the data; none for n <= 0).
     QByteArray bytes(int n);
 
+    // The composite forms, by the rules below.
+    /// Inverted boolean, zero test: true exactly when the byte is 0. A
+    /// flag past the end of the data is false (but a decoder's data ends
+    /// with the body's closing zero, which reads as true).
+    inline bool flag8();
+    /// Inverted boolean, low-bit flip: true unless the byte is 1 (b ^ 1).
+    /// A flag past the end of the data is false.
+    inline bool flag8x();
+    inline QString str16();
+    inline double dtext();
+    inline int itext();
+    inline QStringList strlist();
+    inline QMap<QString, QStringList> groupmap();
+    inline QMap<QString, int> strintmap();
+    inline QByteArray blob32();
     /// A list or map count: u16 read as signed; zero or below means empty.
-    int count16()
-    {
-        const int n = i16();
-        return n > 0 ? n : 0;
-    }
+    inline int count16();
+    /// count16() of a list or map read as one field, its entries following.
+    int entryCount() { return count16(); }
 
     /// Runs `entry` for each of `count` entries, stopping early when the
     /// budget (the bytes that remain) reaches zero.
@@ -294,23 +296,30 @@ public:
     {
         for (int i = 0; i < count && !atEnd(); ++i) entry();
     }
-
-    /// A list: a count16, then entries read by `one` (forEach rule). Traced
-    /// as one item: the count, then the first entries with their fields.
+    /// A list: a count16, then entries read by `one` (forEach rule).
     template <class T, class F>
-    QList<T> list(F one)
+    QList<T> list(F one);
+
+    // What a TracingReader records; nothing here.
+    /// Names the next field read.
+    void label(const char*) {}
+    /// The fields of one record, read by `fields`.
+    template <class F>
+    void record(F fields)
     {
-        QList<T> out;
-        const Quiet q(this, "list");
-        QStringList shown;
-        forEach(count16(), [&] { out.append(entry(one, shown)); });
-        if (out.size() > shown.size()) shown.append(QStringLiteral("..."));
-        q.done([&] {
-            return QStringLiteral("[%1]").arg(out.size()) +
-                   (shown.isEmpty() ? QString()
-                                    : QLatin1Char(' ') + shown.join(QStringLiteral(", ")));
-        });
-        return out;
+        fields();
+    }
+    /// One entry of a list or map, read by `read`.
+    template <class F>
+    void entry(F read)
+    {
+        read();
+    }
+    /// A composite field read by `read`; `text` would render it.
+    template <class F, class T>
+    auto composite(const char*, F read, T) -> decltype(read())
+    {
+        return read();
     }
 
     /// Declares the data still coded as it arrived (the body coding, whose
@@ -331,74 +340,10 @@ public:
     /// was received straight into an array of its own is read this way.
     void setTail(QByteArray* tail) { tail_ = tail; }
 
-    /// Records every field read from here on into `sink` (for dump tools).
-    /// A read that runs past the end of the data adds one item of kind
-    /// "cut" at the offset where the data ended inside a field.
-    void setTrace(QVector<TraceItem>* sink) { trace_ = root_ = sink; }
-    /// Names the next field read (its trace item carries the name). Inside
-    /// a composite traced as one item the name is not used.
-    void label(const char* name)
-    {
-        if (depth_ == 0) label_ = name;
-    }
-
-    /// While one lives, inner reads are not traced one by one; the outer
-    /// composite records itself as one item.
-    class Quiet
-    {
-    public:
-        Quiet(Reader* r, const char* kind)
-            : r_(r), kind_(kind), name_(r->depth_ == 0 ? r->takeLabel() : nullptr),
-              at_(r->offset()), outermost_(r->depth_++ == 0)
-        {}
-        ~Quiet() { --r_->depth_; }
-        /// Records the composite with the text that `value()` makes, when
-        /// a trace records it (the text is not made otherwise).
-        template <class F>
-        void done(F value) const
-        {
-            if (outermost_ && r_->trace_) r_->trace_->append({kind_, at_, value(), name_});
-        }
-
-    private:
-        Reader* r_;
-        const char* kind_;
-        const char* name_;
-        int at_;
-        bool outermost_;
-    };
-
 private:
-    friend class Quiet;
-    static constexpr int kShownEntries = 8;
-
-    /// Reads one list entry. While a trace records the outermost list, the
-    /// entry's own fields are collected and shown as "{name value, ...}".
-    template <class F>
-    auto entry(F one, QStringList& shown) -> decltype(one())
-    {
-        if (!trace_ || depth_ != 1 || shown.size() >= kShownEntries) return one();
-        QVector<TraceItem> items;
-        QVector<TraceItem>* const outer = trace_;
-        trace_ = &items;
-        depth_ = 0;
-        auto v = one();
-        depth_ = 1;
-        trace_ = outer;
-        shown.append(entryText(items));
-        return v;
-    }
-    static QString entryText(const QVector<TraceItem>& items);
-    void markShort();
     bool take(void* dst, int n);
-    // Bytes a byte field that starts here may have: up to the end of the
-    // data, or of the tail where the data ends.
-    int bytesAhead() const { return tail_ && p_ == end_ ? tail_->size() : remaining(); }
     QByteArray takeTail(int n);
-    bool plainAhead(int n) const
-    {
-        return !trace_ && end_ - p_ >= n && (!coded_ || coded_ - p_ >= n);
-    }
+    bool plainAhead(int n) const { return end_ - p_ >= n && (!coded_ || coded_ - p_ >= n); }
     // The next n (2 or 4) bytes, little-endian; they are there.
     // n is 1, 2 or 4, known where it is called: one load.
     quint32 le(int n)
@@ -421,33 +366,132 @@ private:
     }
     // Decodes from coded_ to at least `want` (in steps of some size).
     void decodeTo(const uchar* want);
-    const char* takeLabel()
-    {
-        const char* n = label_;
-        label_ = nullptr;
-        return n;
-    }
-    void record(const char* kind, int at, const QString& value)
-    {
-        if (trace_ && depth_ == 0) trace_->append({kind, at, value, takeLabel()});
-    }
-    void record(const char* kind, int at, qint64 v)
-    {
-        if (trace_ && depth_ == 0) record(kind, at, QString::number(v));
-    }
 
     const uchar* p_;
     const uchar* begin_;
     const uchar* end_;
     bool short_ = false;
-    int depth_ = 0;
-    const char* label_ = nullptr;
-    QVector<TraceItem>* trace_ = nullptr;
-    QVector<TraceItem>* root_ = nullptr; // where "cut" goes, also from inside a list entry
-    uchar* coded_ = nullptr;             // first byte not decoded yet; null when all is plain
-    qint64 codedAt_ = 0;                 // keystream position of begin_
-    QByteArray* tail_ = nullptr;         // where the data goes on; see setTail()
+    uchar* coded_ = nullptr;     // first byte not decoded yet; null when all is plain
+    qint64 codedAt_ = 0;         // keystream position of begin_
+    QByteArray* tail_ = nullptr; // where the data goes on; see setTail()
 };
+
+/// The reading rules of the composite forms, stated once for every reader
+/// (R: Reader or TracingReader).
+namespace rule {
+
+template <class R>
+int count16(R& r)
+{
+    const int n = r.i16();
+    return n > 0 ? n : 0;
+}
+
+template <class R>
+bool flag8(R& r)
+{
+    const quint8 b = r.u8();
+    return b == 0 && !r.isShort();
+}
+
+template <class R>
+bool flag8x(R& r)
+{
+    const quint8 b = r.u8();
+    return (b ^ 1) != 0 && !r.isShort();
+}
+
+/// The text ends at its first zero byte (the sender's terminator).
+template <class R>
+QString str16(R& r)
+{
+    const int n = r.i16();
+    const QByteArray b = r.bytes(n);
+    const int z = b.indexOf('\0');
+    return QString::fromUtf8(b.constData(), z < 0 ? b.size() : z);
+}
+
+template <class R>
+double dtext(R& r)
+{
+    return r.strz().toDouble();
+}
+
+template <class R>
+int itext(R& r)
+{
+    return r.strz().toInt(nullptr, 10);
+}
+
+template <class R>
+QStringList strlist(R& r)
+{
+    QStringList out;
+    r.forEach(r.entryCount(), [&] { out.append(r.strz()); });
+    return out;
+}
+
+template <class R>
+QMap<QString, QStringList> groupmap(R& r)
+{
+    QMap<QString, QStringList> out;
+    r.forEach(r.entryCount(), [&] {
+        r.entry([&] {
+            const QString key = r.strz();
+            out.insert(key, r.strlist());
+        });
+    });
+    return out;
+}
+
+template <class R>
+QMap<QString, int> strintmap(R& r)
+{
+    QMap<QString, int> out;
+    r.forEach(r.entryCount(), [&] {
+        r.entry([&] {
+            const QString key = r.strz();
+            out.insert(key, r.i32());
+        });
+    });
+    return out;
+}
+
+/// A count larger than the data is cut at the end of the data.
+template <class R>
+QByteArray blob32(R& r)
+{
+    const quint32 n = r.u32();
+    const quint32 ahead = quint32(r.bytesAhead());
+    if (n > ahead) r.markShort();
+    return r.bytes(int(qMin(n, ahead)));
+}
+
+template <class T, class R, class F>
+QList<T> list(R& r, F one)
+{
+    QList<T> out;
+    r.forEach(r.entryCount(), [&] { r.entry([&] { out.append(one()); }); });
+    return out;
+}
+
+} // namespace rule
+
+inline bool Reader::flag8() { return rule::flag8(*this); }
+inline bool Reader::flag8x() { return rule::flag8x(*this); }
+inline QString Reader::str16() { return rule::str16(*this); }
+inline double Reader::dtext() { return rule::dtext(*this); }
+inline int Reader::itext() { return rule::itext(*this); }
+inline QStringList Reader::strlist() { return rule::strlist(*this); }
+inline QMap<QString, QStringList> Reader::groupmap() { return rule::groupmap(*this); }
+inline QMap<QString, int> Reader::strintmap() { return rule::strintmap(*this); }
+inline QByteArray Reader::blob32() { return rule::blob32(*this); }
+inline int Reader::count16() { return rule::count16(*this); }
+template <class T, class F>
+QList<T> Reader::list(F one)
+{
+    return rule::list<T>(*this, one);
+}
 
 } // namespace kz
 

@@ -1,16 +1,18 @@
 // Callback sinks for every message callback of the resolver, for the fuzz
 // targets and the hostile-input tests.
 //
-// attachAll(resolver, observer) registers one sink per slot listed in
-// callbacks.def, so a family that adds its callbacks there is covered here
-// without any edit. Each sink reads every value it is handed (every
-// character of every text, every entry of every list and map, every field of
-// every record), so that AddressSanitizer checks the decoder's results, and
-// reports the call to the observer passed as context.
+// attachAll(resolver, observer) registers one sink per callback slot
+// (callbacks.def, generated from the protocol table), so a message added to
+// the table is covered here without any edit. Each sink reads every value it
+// is handed (every character of every text, every entry of every list and
+// map, every field of every record, by the generated kz::forEachField), so
+// that AddressSanitizer checks the decoder's results, and reports the call to
+// the observer passed as context.
 #ifndef KZ_FUZZ_SINKS_H
 #define KZ_FUZZ_SINKS_H
 
 #include "kzprotocolresolver.h"
+#include "recordfields.h"
 
 #include <QByteArray>
 #include <QDate>
@@ -50,85 +52,6 @@ inline const char* callbackName(Cb id)
 // ---------------------------------------------------------------------------
 // Reading every value
 // ---------------------------------------------------------------------------
-
-namespace detail {
-
-/// Converts to any type; only used unevaluated, to count aggregate fields.
-struct AnyField
-{
-    template <class T>
-    operator T() const;
-};
-
-template <class T, class Seq, class = void>
-struct BraceInit : std::false_type
-{
-};
-template <class T, std::size_t... I>
-struct BraceInit<T, std::index_sequence<I...>, std::void_t<decltype(T{(void(I), AnyField{})...})>>
-    : std::true_type
-{
-};
-
-/// The number of fields of an aggregate record (up to 16).
-template <class T, std::size_t N = 0>
-constexpr std::size_t fieldCount()
-{
-    if constexpr (N < 16 && BraceInit<T, std::make_index_sequence<N + 1>>::value)
-        return fieldCount<T, N + 1>();
-    else
-        return N;
-}
-
-/// Calls `f` with every field of the aggregate `v`, in declaration order.
-template <class T, class F>
-void forEachField(const T& v, F&& f)
-{
-    constexpr std::size_t n = fieldCount<T>();
-    // clang-format off
-    if constexpr (n == 1) { const auto& [a] = v; f(a); }
-    else if constexpr (n == 2) { const auto& [a, b] = v; f(a); f(b); }
-    else if constexpr (n == 3) { const auto& [a, b, c] = v; f(a); f(b); f(c); }
-    else if constexpr (n == 4) { const auto& [a, b, c, d] = v; f(a); f(b); f(c); f(d); }
-    else if constexpr (n == 5) { const auto& [a, b, c, d, e] = v; f(a); f(b); f(c); f(d); f(e); }
-    else if constexpr (n == 6) {
-        const auto& [a, b, c, d, e, g] = v; f(a); f(b); f(c); f(d); f(e); f(g); }
-    else if constexpr (n == 7) {
-        const auto& [a, b, c, d, e, g, h] = v; f(a); f(b); f(c); f(d); f(e); f(g); f(h); }
-    else if constexpr (n == 8) {
-        const auto& [a, b, c, d, e, g, h, i] = v;
-        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); }
-    else if constexpr (n == 9) {
-        const auto& [a, b, c, d, e, g, h, i, j] = v;
-        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); }
-    else if constexpr (n == 10) {
-        const auto& [a, b, c, d, e, g, h, i, j, k] = v;
-        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); }
-    else if constexpr (n == 11) {
-        const auto& [a, b, c, d, e, g, h, i, j, k, l] = v;
-        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); f(l); }
-    else if constexpr (n == 12) {
-        const auto& [a, b, c, d, e, g, h, i, j, k, l, m] = v;
-        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); f(l); f(m); }
-    else if constexpr (n == 13) {
-        const auto& [a, b, c, d, e, g, h, i, j, k, l, m, o] = v;
-        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); f(l); f(m); f(o); }
-    else if constexpr (n == 14) {
-        const auto& [a, b, c, d, e, g, h, i, j, k, l, m, o, p] = v;
-        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); f(l); f(m); f(o); f(p); }
-    else if constexpr (n == 15) {
-        const auto& [a, b, c, d, e, g, h, i, j, k, l, m, o, p, q] = v;
-        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); f(l); f(m); f(o); f(p);
-        f(q); }
-    else {
-        static_assert(n == 16, "a record of more than 16 fields needs a longer list here");
-        const auto& [a, b, c, d, e, g, h, i, j, k, l, m, o, p, q, r] = v;
-        f(a); f(b); f(c); f(d); f(e); f(g); f(h); f(i); f(j); f(k); f(l); f(m); f(o); f(p);
-        f(q); f(r); }
-    // clang-format on
-}
-
-} // namespace detail
 
 /// Folds every byte of `v` that a host could look at into a number. All
 /// overloads are declared first so that nested containers find each other.
@@ -214,15 +137,10 @@ quint64 touch(const T& v)
         return bits;
     } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
         return quint64(v);
-    } else if constexpr (std::is_aggregate_v<T>) {
-        quint64 h = 0;
-        detail::forEachField(v, [&h](const auto& field) { h = h * 31u + touch(field); });
-        return h;
     } else {
-        // A value class without visible fields (a packed word, say): its bytes.
-        const auto* p = reinterpret_cast<const unsigned char*>(&v);
+        static_assert(kz::isRecord<T>, "a value of a type the sinks do not know");
         quint64 h = 0;
-        for (std::size_t i = 0; i < sizeof(T); ++i) h = h * 31u + p[i];
+        kz::forEachField(v, [&h](const auto& field) { h = h * 31u + touch(field); });
         return h;
     }
 }
@@ -271,12 +189,11 @@ QString show(const T& v)
         return QString::number(v, 'g', 17);
     } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
         return QString::number(qint64(v));
-    } else if constexpr (std::is_aggregate_v<T>) {
-        QStringList parts;
-        detail::forEachField(v, [&parts](const auto& field) { parts << show(field); });
-        return QLatin1Char('{') + parts.join(QStringLiteral(", ")) + QLatin1Char('}');
     } else {
-        return QStringLiteral("<%1 bytes>").arg(sizeof(T));
+        static_assert(kz::isRecord<T>, "a value of a type the sinks do not know");
+        QStringList parts;
+        kz::forEachField(v, [&parts](const auto& field) { parts << show(field); });
+        return QLatin1Char('{') + parts.join(QStringLiteral(", ")) + QLatin1Char('}');
     }
 }
 

@@ -2,6 +2,7 @@
 // never leaves its data however short or malformed the payload.
 #include "payload.h"
 #include "support.h"
+#include "trace.h"
 
 #include <gtest/gtest.h>
 #include <kzapin/kzapin.h>
@@ -239,14 +240,19 @@ TEST(Reader, TraceNamesEachField)
 {
     const QStringList list{QStringLiteral("a"), QStringLiteral("b")};
     const QByteArray b = (Payload() << strlist{list} << flag8{true}).bytes();
-    QVector<TraceItem> trace;
+    Trace trace;
     Reader r = readerOf(b);
-    r.setTrace(&trace);
-    r.strlist();
-    r.flag8();
-    ASSERT_EQ(trace.size(), 2);
-    EXPECT_STREQ(trace[0].kind, "strlist");
-    EXPECT_EQ(trace[0].value, QStringLiteral("[2]{\"a\",\"b\"}"));
-    EXPECT_EQ(trace[1].offset, 6);
-    EXPECT_EQ(trace[1].value, QStringLiteral("true"));
+    TracingReader t(r, trace);
+    t.label("names");
+    t.strlist();
+    t.flag8();
+    ASSERT_EQ(trace.items.size(), 2);
+    EXPECT_STREQ(trace.items[0].kind, "strlist");
+    EXPECT_STREQ(trace.items[0].name, "names");
+    EXPECT_EQ(trace.items[0].text, QStringLiteral("[2]{\"a\",\"b\"}"));
+    EXPECT_EQ(trace.items[0].children.size(), 2);
+    EXPECT_EQ(trace.items[1].offset, 6);
+    EXPECT_EQ(trace.items[1].text, QStringLiteral("true"));
+    EXPECT_EQ(trace.items[1].value, QVariant(true));
+    EXPECT_EQ(trace.cutAt, -1);
 }

@@ -55,7 +55,7 @@ void emitJson(const QJsonObject& o)
 /// composites as the text the trace shows.
 QJsonValue jsonValue(const kz::TraceItem& t)
 {
-    const QString& v = t.value;
+    const QString& v = t.text;
     const QLatin1String kind(t.kind);
     if (kind == QLatin1String("flag8")) return v == QLatin1String("true");
     if (kind == QLatin1String("dtext")) return v.toDouble();
@@ -179,16 +179,12 @@ private:
         if (flag != kz::Request && flag != kz::Reply)
             return fail(o, head, QStringLiteral("flag is neither request (0) nor reply (1)"), body);
 
-        QVector<kz::TraceItem> trace;
+        kz::Trace trace;
         KZProtocolResolverPrivate::get(&resolver_)->dispatch(b, body.size() - 4, &trace);
-        int cutAt = -1;
+        const int cutAt = trace.cutAt;
         QJsonArray fields;
         QString text = head;
-        for (const kz::TraceItem& t : trace) {
-            if (!std::strcmp(t.kind, "cut")) {
-                cutAt = t.offset;
-                continue;
-            }
+        for (const kz::TraceItem& t : trace.fields()) {
             const QString fieldName = t.name ? QString::fromLatin1(t.name) : QStringLiteral("?");
             fields.append(QJsonObject{{"name", fieldName},
                                       {"kind", QString::fromLatin1(t.kind)},
@@ -196,7 +192,7 @@ private:
                                       {"value", jsonValue(t)}});
             if (!opt_.quiet)
                 text += QStringLiteral("\n    %1 = %2  (%3 @%4)")
-                            .arg(fieldName, t.value, QString::fromLatin1(t.kind))
+                            .arg(fieldName, t.text, QString::fromLatin1(t.kind))
                             .arg(t.offset);
         }
         o.insert("fields", fields);

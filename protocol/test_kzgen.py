@@ -1,0 +1,87 @@
+"""The generator's checks of a table: each mistake a TableError naming its file and line, and the
+protocol's own table read as it stands. Run by CTest (Protocol.TableChecks)."""
+
+import os
+import tempfile
+import unittest
+
+from kzgen import cli, table, validate
+from kzgen.model import TableError
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+FORMS = """form strz - QString: text
+form strlist - QStringList: texts
+form flag8 1 bool: a flag
+form i32 4 int: a number
+"""
+GOOD = """family Demo Demo
+  doc A family.
+
+message DeleteUser 0x001B: Deletes users.
+  request lanDeleteUser: names:strlist
+    doc Asks to delete users.
+    called for a request to delete users
+  reply lanDeleteUserResponse: names:strlist ok:flag8@0
+    doc Answers a deletion.
+    called for a deletion reply
+"""
+
+
+def load(family_text):
+    d = tempfile.mkdtemp()
+    with open(os.path.join(d, "index.table"), "w") as f:
+        f.write("forms forms.table\nfamily demo.table\n")
+    with open(os.path.join(d, "forms.table"), "w") as f:
+        f.write(FORMS)
+    with open(os.path.join(d, "demo.table"), "w") as f:
+        f.write(family_text)
+    return validate.validate(table.load(os.path.join(d, "index.table")))
+
+
+class TableChecks(unittest.TestCase):
+    def rejects(self, text, line, words):
+        with self.assertRaises(TableError) as e:
+            load(text)
+        self.assertEqual(e.exception.where.line, line, str(e.exception))
+        self.assertTrue(e.exception.where.file.endswith("demo.table"), str(e.exception))
+        self.assertIn(words, e.exception.message)
+
+    def test_a_good_table_reads(self):
+        d = load(GOOD).message("DeleteUser").direction("reply")
+        self.assertEqual([f.name for f in d.api_fields()], ["ok", "names"])
+        self.assertEqual(d.setter, "setLanDeleteUserResultCB")
+        self.assertEqual(d.flag, 1)
+
+    def test_unknown_form(self):
+        self.rejects(GOOD.replace("names:strlist ok", "names:strlistt ok"), 8, "unknown form")
+
+    def test_duplicate_code(self):
+        second = GOOD.split("\n", 3)[3].replace("DeleteUser", "DeleteMac")
+        self.rejects(GOOD + "\n" + second, 12, "taken twice")
+
+    def test_missing_direction(self):
+        self.rejects(GOOD + "\nmessage Lonely 0x0030: Nothing.\n", 12, "no direction")
+
+    def test_wrong_order(self):
+        self.rejects(GOOD.replace("ok:flag8@0", "ok:flag8@2"), 8, "wrong order")
+        self.rejects(GOOD.replace("names:strlist ok:flag8@0", "names:strlist@0 ok:flag8@0"), 8,
+                     "wrong order")
+
+    def test_two_directions_decoding_one_flag(self):
+        self.rejects(GOOD.replace("lanDeleteUserResponse:", "lanDeleteUserResponse flag 0:"), 8,
+                     "decoded by its request")
+
+    def test_a_regular_message_cannot_use_a_description_only_form(self):
+        self.rejects(GOOD.replace("request lanDeleteUser: names:strlist",
+                                  "request lanDeleteUser: names:{a:strz}"), 5, "hand-written")
+
+
+class TheProtocol(unittest.TestCase):
+    def test_reads_and_covers_every_code_once(self):
+        p = cli.load(os.path.join(HERE, "index.table"))
+        self.assertEqual(len(p.messages), len({m.code for m in p.messages}))
+        self.assertEqual(len(p.directions()), len({d.setter for d in p.directions()}))
+
+
+if __name__ == "__main__":
+    unittest.main()
