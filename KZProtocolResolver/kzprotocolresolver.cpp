@@ -52,6 +52,10 @@ QString KZProtocolResolver::getAccount() const { return d->account; }
 void KZProtocolResolver::clear() {}
 void KZProtocolResolver::parseReceive(QByteArray bytes) { d->parseReceive(bytes); }
 
+void KZProtocolResolver::setMaxReceiveBody(int bytes) { d->setMaxBody(bytes); }
+
+int KZProtocolResolver::maxReceiveBody() const { return d->maxBody(); }
+
 KZProtocolResolver::Statistics KZProtocolResolver::statistics() const
 {
     const Counters& c = d->counters;
@@ -204,7 +208,8 @@ void KZProtocolResolverPrivate::drop(KZProtocolResolver::DropReason reason, qint
     line.nospace().noquote() << "drop: " << KZProtocolResolver::dropReasonText(reason);
     switch (reason) {
     case KZProtocolResolver::DropOversizedBody:
-        line << ", " << bytes << " bytes claimed, limit " << KZ_DEFAULT_MAX_BODY;
+        line << ", " << bytes << " bytes claimed, limit "
+             << kz_protocol_option(engine, KZ_OPT_MAX_BODY);
         break;
     case KZProtocolResolver::DropUnknownType:
         line << " " << detail << ", " << bytes << " bytes";
@@ -663,6 +668,22 @@ void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
     }
 }
 
+void KZProtocolResolverPrivate::setMaxBody(int bytes)
+{
+    if (bytes < 1 || !engine) return;
+    // Inside a callback the engine is still reading the current block.
+    if (drainingThread.load(std::memory_order_relaxed))
+        pendingMaxBody = bytes;
+    else
+        kz_protocol_set_max_body(engine, bytes);
+}
+
+int KZProtocolResolverPrivate::maxBody() const
+{
+    if (pendingMaxBody > 0) return pendingMaxBody;
+    return engine ? kz_protocol_option(engine, KZ_OPT_MAX_BODY) : 0;
+}
+
 void KZProtocolResolverPrivate::feed(const QByteArray& bytes)
 {
     const std::lock_guard<QBasicMutex> lock(eventLock);
@@ -685,6 +706,10 @@ void KZProtocolResolverPrivate::feed(const QByteArray& bytes)
     }
     if (!eventQueue.isEmpty()) drainQueue();
     drainingThread.store(nullptr, std::memory_order_relaxed);
+    if (pendingMaxBody > 0 && engine) {
+        kz_protocol_set_max_body(engine, pendingMaxBody);
+        pendingMaxBody = 0;
+    }
 }
 
 void KZProtocolResolverPrivate::drainQueue()
