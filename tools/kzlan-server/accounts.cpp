@@ -46,20 +46,31 @@ void Server::attachAccounts(Client* c)
                 pushUsers(c);
             });
     connect(k, &KZConnection::deleteUser, c, [=](const QStringList& names) {
-        // The administrator account stays: without it nobody could log in
-        // to repair the server.
-        const bool ok = allowed(c, "DeleteUser") && !names.contains(QStringLiteral("admin")) &&
-                        storage_.deleteUsers(names);
+        // The administrator account stays, and so does one administrator at
+        // least: without them nobody could log in to repair the server.
+        bool ok = allowed(c, "DeleteUser") && !names.contains(QStringLiteral("admin"));
+        if (ok) {
+            Storage::Transaction t(storage_);
+            ok = storage_.deleteUsers(names) && storage_.administratorCount() > 0 && t.commit();
+        }
         if (ok) record(c, QString(), QStringLiteral("users deleted"), names.join(QLatin1Char(',')));
         r->lanDeleteUserResponse(ok, names);
-        if (ok) pushUsers(c);
+        if (!ok) return;
+        endSessions(names, nullptr);
+        pushUsers(c);
     });
     // UpdateClient: name, text2, new password (empty: unchanged), lv1, lv2,
-    // (unused), flag, (unused).
+    // (unused), flag, (unused). A user who is not an administrator changes
+    // only their own full name and password: groups and flag as stored.
+    // A new password ends the account's other sessions.
     connect(k, &KZConnection::updateClient, c,
             [=](const QString& name, const QString& text2, const QString& password,
                 const QString& lv1, const QString& lv2, const QString& s6, bool flag, bool b2) {
-                bool ok = allowed(c, "UpdateClient");
+                bool ok = allowed(c, "UpdateClient") && ownOrAdmin(c, name, "UpdateClient");
+                if (ok && !c->admin) {
+                    const user_info now = storage_.user(name).value_or(user_info());
+                    ok = now.lv1Group == lv1 && now.lv2Group == lv2 && now.flag == flag;
+                }
                 if (ok) {
                     Storage::Transaction t(storage_);
                     ok = storage_.updateUser(userOf(name, text2, lv1, lv2, flag)) &&
@@ -69,13 +80,23 @@ void Server::attachAccounts(Client* c)
                 }
                 if (ok) record(c, QString(), QStringLiteral("user updated"), name);
                 r->lanUpdateClientResponse(ok, name, text2, QString(), lv1, lv2, s6, flag, b2);
-                if (ok) pushUsers(c);
+                if (!ok) return;
+                if (!password.isEmpty()) endSessions({name}, name == c->user ? c : nullptr);
+                pushUsers(c);
             });
     connect(k, &KZConnection::updateUserPermission, c, [=](const QString& name, int permission) {
-        const bool ok =
-            allowed(c, "UpdateUserPermission") && storage_.setUserPermission(name, permission);
+        bool ok = allowed(c, "UpdateUserPermission");
+        if (ok) {
+            Storage::Transaction t(storage_);
+            ok = storage_.setUserPermission(name, permission) &&
+                 storage_.administratorCount() > 0 && t.commit();
+        }
         r->lanUpdateUserPermissionResponse(ok, name, permission);
-        if (ok) pushUsers(c);
+        if (!ok) return;
+        record(c, QString(), QStringLiteral("permission set"),
+               QStringLiteral("%1: %2").arg(name).arg(permission));
+        refreshRights(name, permission);
+        pushUsers(c);
     });
     connect(k, &KZConnection::updateUserGroupPermission, c,
             [=](const QString& name, const QMap<QString, QStringList>& groups) {
@@ -173,16 +194,22 @@ void Server::attachAccounts(Client* c)
 
     // -- permissions -------------------------------------------------------------
     // Entries are (user, first-level group or machine, second-level group).
-    // Add, edit and delete answer with the user's permissions as they now are.
+    // Add, edit and delete answer with the user's permissions as they now
+    // are; a refusal with none.
     const auto answerSet = [=](bool ok, const QString& target) {
         QMap<QString, fctp_user2_power> powers;
-        for (const mac_user_power& e : storage_.permissions({target}))
-            powers.insert(e.key3.isEmpty() ? e.key2 : e.key2 + QLatin1Char('/') + e.key3, e.power);
+        if (ok)
+            for (const mac_user_power& e : storage_.permissions({target}))
+                powers.insert(e.key3.isEmpty() ? e.key2 : e.key2 + QLatin1Char('/') + e.key3,
+                              e.power);
         r->lanSetPermissionResult(ok, target, powers);
     };
+    // A user who is not an administrator reads their own entries only.
     connect(k, &KZConnection::queryPermission, c, [=](const QStringList& keys) {
-        r->lanQueryPermissionResult(allowed(c, "QueryPermission") ? storage_.permissions(keys)
-                                                                  : QList<mac_user_power>());
+        const bool ok = allowed(c, "QueryPermission") &&
+                        (c->admin || keys == QStringList{c->user} ||
+                         ownOrAdmin(c, keys.join(QLatin1Char(',')), "QueryPermission"));
+        r->lanQueryPermissionResult(ok ? storage_.permissions(keys) : QList<mac_user_power>());
     });
     connect(k, &KZConnection::addPermission, c,
             [=](const QStringList& keys, const QString& target, unsigned int power) {

@@ -60,6 +60,18 @@ void Server::attachFiles(Client* c)
         c->in.size = -1;
         c->in.part.setFileName(QString());
     };
+    // A user who is not an administrator replaces, renames and deletes only
+    // the files they sent.
+    const auto mayChange = [this, c](const QString& mac, const QString& name) {
+        if (c->admin) return true;
+        for (const StoredFile& f : storage_.files(mac))
+            if (f.name == name && f.receivedBy != c->user) {
+                qCInfo(lcAuth).noquote()
+                    << c->peer << c->user << "may not change" << name << "sent by" << f.receivedBy;
+                return false;
+            }
+        return true;
+    };
     const auto discard = [=] {
         c->in.part.close();
         c->in.part.remove();
@@ -87,6 +99,8 @@ void Server::attachFiles(Client* c)
                 else if (!overwrite &&
                          QFile::exists(QDir(folderOf(storageDir_, mac)).filePath(name)))
                     refusal = QStringLiteral("the file exists");
+                else if (!mayChange(mac, name))
+                    refusal = QStringLiteral("the file was sent by another user");
                 if (!refusal.isEmpty()) {
                     qCInfo(lcServer).noquote()
                         << c->peer << "transfer of" << name << "refused:" << refusal;
@@ -215,7 +229,8 @@ void Server::attachFiles(Client* c)
     connect(k, &KZConnection::macRenameFile, c,
             [=](const QString& mac, const QString& from, const QString& to) {
                 bool ok = allowed(c, "MacRenameFile") && plainName(from) && plainName(to) &&
-                          !transfersInProgress_.contains(mac + QLatin1Char('/') + to);
+                          !transfersInProgress_.contains(mac + QLatin1Char('/') + to) &&
+                          mayChange(mac, from);
                 if (ok) {
                     const QDir folder(folderOf(storageDir_, mac));
                     Storage::Transaction t(storage_);
@@ -239,7 +254,7 @@ void Server::attachFiles(Client* c)
     });
     connect(k, &KZConnection::macDeleteFile, c, [=](const QString& mac, const QStringList& files) {
         bool ok = allowed(c, "MacDeleteFile");
-        for (const QString& f : files) ok = ok && plainName(f);
+        for (const QString& f : files) ok = ok && plainName(f) && mayChange(mac, f);
         if (ok) {
             Storage::Transaction t(storage_);
             ok = storage_.deleteFiles(mac, files) && t.commit();

@@ -1,5 +1,6 @@
 // Accepting clients, their sessions, login and the pushes of lists.
 #include "listener.h"
+#include "rights.h"
 #include "server_p.h"
 
 #include <QDateTime>
@@ -18,6 +19,8 @@ Server::Client::Client(Server* server, QTcpSocket* socket)
       peer(QStringLiteral("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort()))
 {
     conn->setDevice(socket, KZConnection::Ownership::Owned);
+    // Before login only a login is of use: large bodies are not stored.
+    r->setMaxReceiveBody(kPreLoginBodyBytes);
 }
 
 Server::Server(Storage& storage, const QString& storageDir, QObject* parent)
@@ -111,9 +114,43 @@ void Server::drop(Client* c)
 
 bool Server::allowed(Client* c, const char* what)
 {
-    if (c->loggedIn) return true;
-    qCInfo(lcAuth).noquote() << c->peer << "refused" << what << "before login";
+    if (!c->loggedIn) {
+        qCInfo(lcAuth).noquote() << c->peer << "refused" << what << "before login";
+        return false;
+    }
+    const Rights::Need need = Rights::needOf(what);
+    if (Rights::grants(c->permission, need)) return true;
+    qCInfo(lcAuth).noquote() << c->peer << "refused" << what << "to" << c->user << "for want of"
+                             << Rights::nameOf(need);
     return false;
+}
+
+bool Server::ownOrAdmin(Client* c, const QString& name, const char* what)
+{
+    if (c->admin || name == c->user) return true;
+    qCInfo(lcAuth).noquote() << c->peer << "refused" << what << "on another account to" << c->user;
+    return false;
+}
+
+void Server::endSessions(const QStringList& names, Client* except)
+{
+    for (Client* other : std::as_const(clients_)) {
+        if (other == except || !other->loggedIn || !names.contains(other->user)) continue;
+        qCInfo(lcAuth).noquote() << other->peer << "session of" << other->user << "ended";
+        other->loggedIn = false;
+        // After what was already written to it, on the next pass of the loop.
+        QMetaObject::invokeMethod(
+            other, [other] { other->socket->disconnectFromHost(); }, Qt::QueuedConnection);
+    }
+}
+
+void Server::refreshRights(const QString& name, qint32 permission)
+{
+    for (Client* other : std::as_const(clients_)) {
+        if (!other->loggedIn || other->user != name) continue;
+        other->permission = permission;
+        other->admin = Rights::isAdmin(permission);
+    }
 }
 
 void Server::record(Client* c, const QString& mac, const QString& kind, const QString& text)
@@ -192,8 +229,10 @@ void Server::finishLogin(Client* c, const QString& account, bool ok)
         c->loginPending = false;
         c->loggedIn = true;
         c->user = account;
-        c->admin = account == QLatin1String("admin");
+        c->permission = storage_.user(account).value_or(user_info()).permission;
+        c->admin = Rights::isAdmin(c->permission);
         c->r->setAccount(account);
+        c->r->setMaxReceiveBody(kMaxBodyBytes);
         qCInfo(lcAuth).noquote() << c->peer << "logged in as" << account;
         record(c, QString(), QStringLiteral("login"), QStringLiteral("from ") + c->peer);
         c->r->lanLoginResult(true, 0, c->admin);

@@ -1,6 +1,9 @@
 // The LAN server: a QTcpServer with one KZConnection (one resolver) per
 // client, answering every request from the storage.
 //
+// Rights per request, limits and pushes are described for users in
+// docs/server.md (the rights table itself is in rights.cpp).
+//
 // What a client sees:
 // - Transport: plain TCP, or TLS on the same port when the listener has a
 //   certificate (listener.h sorts connections by their first byte).
@@ -9,7 +12,8 @@
 //   failed attempts from one address or for one name slow down (100 ms,
 //   doubling up to 5 s). On success the server then pushes the user list
 //   (lanUserInfo), the machine list (lanMacInfo) and the operator table
-//   (lanOperatorUserInfo). Logout closes the connection.
+//   (lanOperatorUserInfo). Logout closes the connection. Before login a
+//   connection may send no body over kPreLoginBodyBytes.
 // - Before login every request is refused: replies that carry a success
 //   flag say no, requests without a reply are ignored.
 // - After a change to users or machines the new list is pushed to every
@@ -54,6 +58,10 @@ public:
     static constexpr int kMaxClients = 1000;
     /// A connection that has not logged in after this long is closed.
     static constexpr int kLoginTimeoutMs = 60000;
+    /// The largest message body taken from a connection that has not logged
+    /// in (a login is a few hundred bytes), and after login.
+    static constexpr int kPreLoginBodyBytes = 4096;
+    static constexpr int kMaxBodyBytes = 16 * 1024 * 1024;
 
     /// A server over `storage`, keeping received files under `storageDir`.
     Server(Storage& storage, const QString& storageDir, QObject* parent = nullptr);
@@ -90,8 +98,17 @@ private:
     void attachFiles(Client* c);
     void attachLogs(Client* c);
 
-    /// False (and a log line) if `c` is not logged in.
+    /// False (and a log line) if `c` is not logged in or lacks the right
+    /// that the request `what` needs (rights.cpp).
     bool allowed(Client* c, const char* what);
+    /// For a request on the account `name`: the caller's own, or the caller
+    /// is an administrator.
+    bool ownOrAdmin(Client* c, const QString& name, const char* what);
+    /// Ends every session of `names` but `except` (deleted users, a changed
+    /// password).
+    void endSessions(const QStringList& names, Client* except);
+    /// Gives every session of `name` its new permission value.
+    void refreshRights(const QString& name, qint32 permission);
     /// Records an event; failures are logged, never fatal to the request.
     void record(Client* c, const QString& mac, const QString& kind, const QString& text);
 

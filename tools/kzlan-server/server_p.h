@@ -25,7 +25,8 @@ public:
     QString peer; ///< address:port, for the logs
 
     bool loggedIn = false;
-    bool admin = false;
+    bool admin = false;    ///< Rights::AdminBit of `permission`
+    qint32 permission = 0; ///< as stored; updated when an administrator changes it
     QString user;
     bool loginPending = false; ///< a password is being checked, or a refusal delayed
     bool cutOff = false;       ///< too much unread: being disconnected

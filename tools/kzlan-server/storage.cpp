@@ -297,6 +297,12 @@ int Storage::userCount()
     return q.next() ? q.value(0).toInt() : 0;
 }
 
+int Storage::administratorCount()
+{
+    Query q(*this, QStringLiteral("SELECT COUNT(*) FROM users WHERE (permission & 1) = 1"));
+    return q.next() ? q.value(0).toInt() : 0;
+}
+
 QList<user_info> Storage::users()
 {
     QList<user_info> list;

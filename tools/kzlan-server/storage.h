@@ -114,6 +114,8 @@ public:
 
     // Users ------------------------------------------------------------------
     int userCount();
+    /// The users whose permission value has the administrator bit.
+    int administratorCount();
     QList<user_info> users();
     std::optional<user_info> user(const QString& name);
     /// Null hash when there is no such user.
