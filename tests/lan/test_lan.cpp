@@ -276,6 +276,53 @@ TEST_F(Lan, KilledAndRestartedKeepsData)
 // 50 clients log in and get the user list at once, several rounds; every
 // answer is right and the server's resident memory does not grow with the
 // rounds.
+// Connections that never log in cannot make the server hold large bodies:
+// before login nothing over a few KiB is stored, neither the pieces of a
+// split body nor a large whole frame.
+TEST_F(Lan, ConnectionsThatNeverLogInHoldLittleMemory)
+{
+    constexpr int kBody = 8 * 1024 * 1024, kEach = 5;
+    const auto framesOf = [](int capacity) {
+        QByteArray frames;
+        KZProtocolResolver r(capacity);
+        r.setReceiveData(&frames);
+        r.setParsePackResult([](void* ctx, char* bytes, int n) {
+            static_cast<QByteArray*>(ctx)->append(bytes, n);
+            std::free(bytes);
+        });
+        const QByteArray data(kBody, 'x');
+        r.lanMacTsfFileContent(1, 0, 0, data.size(), QByteArray(16, '\0'), data);
+        return frames;
+    };
+    // All of a split body but its last frame; all of a whole frame but its
+    // last byte.
+    const QByteArray pieces = framesOf(0).chopped(2000), whole = framesOf(kBody + 4096).chopped(1);
+    const long before = server.rssKiB();
+    std::vector<std::unique_ptr<QTcpSocket>> strangers;
+    for (int i = 0; i < 2 * kEach; ++i) {
+        strangers.push_back(std::make_unique<QTcpSocket>());
+        strangers.back()->connectToHost(QHostAddress::LocalHost, server.port());
+        strangers.back()->write(i < kEach ? pieces : whole);
+    }
+    ASSERT_TRUE(waitFor(
+        [&] {
+            for (const auto& s : strangers)
+                if (s->state() != QAbstractSocket::ConnectedState || s->bytesToWrite() > 0)
+                    return false;
+            return true;
+        },
+        30000));
+    waitFor([] { return false; }, 500); // the server reads the last of it
+    const long grown = server.rssKiB() - before;
+    std::printf("[ figures  ] %d connections before login, %d MiB sent by each: server RSS "
+                "grew by %ld KiB\n",
+                2 * kEach, kBody >> 20, grown);
+    if (!kAddressSanitizer) {
+        EXPECT_LT(grown, 24 * 1024);
+    }
+    EXPECT_EQ(client(server, words("login")).code, 0);
+}
+
 TEST_F(Lan, FiftyClientsAtOnce)
 {
     constexpr int kClients = 50, kRounds = 4;
