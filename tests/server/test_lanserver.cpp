@@ -505,4 +505,71 @@ TEST(LanRights, TheTableIsTheDocumentedOneAndCoversEveryCheckedRequest)
     EXPECT_TRUE(Rights::grants(0, Rights::Need::Own));
 }
 
+QStringList* capturedLog = nullptr;
+
+void captureLog(QtMsgType, const QMessageLogContext&, const QString& message)
+{
+    if (capturedLog) capturedLog->append(message);
+}
+
+// Names and texts are checked when they are written: a line break or a
+// bidirectional override in a name, a name or full name over its length, a
+// file name over 200 bytes are refused at once; what a client sends reaches
+// the log with its control characters escaped, so no line can be forged.
+TEST_F(LanServer, NamesAndTextsAreCheckedOnWriteAndEscapedInTheLog)
+{
+    QStringList log;
+    capturedLog = &log;
+    const QtMessageHandler before = qInstallMessageHandler(captureLog);
+
+    Peer admin(server->port());
+    ASSERT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+    struct Row
+    {
+        const char* what;
+        QString name, fullName;
+        bool kept;
+    };
+    const Row rows[] = {
+        {"a line break", QStringLiteral("ev\nil"), QString(), false},
+        {"a right-to-left override", QStringLiteral("\u202Eexe.txt"), QString(), false},
+        {"an escape", QStringLiteral("a\x1b[2Jb"), QString(), false},
+        {"65 characters", QString(65, QLatin1Char('n')), QString(), false},
+        {"a full name of 1025 characters", QStringLiteral("long"), QString(1025, QLatin1Char('f')),
+         false},
+        {"64 characters", QString(64, QLatin1Char('n')), QStringLiteral("Nina\tN."), true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        QSignalSpy added(&admin.conn, &KZConnection::addUserResult);
+        admin.r.lanAddUser(row.name, row.fullName, QStringLiteral("pw"), QString(), QString(),
+                           false);
+        ASSERT_TRUE(waitFor([&] { return added.count() > 0; }));
+        EXPECT_EQ(added.first().value(0).value<user_info>().name.isEmpty(), !row.kept);
+        EXPECT_EQ(storage.user(row.name).has_value(), row.kept);
+    }
+
+    // 200 characters of three bytes each: refused when the task is announced,
+    // not when the file is opened.
+    QSignalSpy task(&admin.conn, &KZConnection::macTsfFileAddTaskUi);
+    admin.r.lanMacTsfFileAddTask(true, QStringLiteral("KZ-1"), QStringLiteral("job"),
+                                 QStringLiteral("/"), true, {QString(200, QChar(0x6F22))});
+    ASSERT_TRUE(waitFor([&] { return task.count() > 0; }));
+    EXPECT_FALSE(task.first().value(0).toBool());
+
+    // A login whose name would forge a line of the log.
+    Peer forger(server->port());
+    EXPECT_FALSE(forger.login(QStringLiteral("x\nkz.server.auth: 127.0.0.1:1 logged in as admin"),
+                              QStringLiteral("pw")));
+    qInstallMessageHandler(before);
+    capturedLog = nullptr;
+    bool escaped = false;
+    for (const QString& line : std::as_const(log)) {
+        EXPECT_FALSE(line.contains(QLatin1Char('\n'))) << qPrintable(line);
+        EXPECT_FALSE(line.contains(QChar(0x202E)));
+        escaped = escaped || line.contains(QLatin1String("x\\nkz.server.auth"));
+    }
+    EXPECT_TRUE(escaped) << qPrintable(log.join(QLatin1Char('|')));
+}
+
 } // namespace

@@ -1,5 +1,6 @@
 // Log queries and statistics from the event log, and the price table.
 #include "server_p.h"
+#include "texts.h"
 
 #include <QDate>
 
@@ -62,7 +63,8 @@ void Server::attachLogs(Client* c)
             });
     connect(k, &KZConnection::queryMacDatas, c, [=](const QString& a, const QString& b) {
         if (allowed(c, "QueryMacDatas"))
-            qCInfo(lcServer).noquote() << c->peer << "asked for machine data" << a << b;
+            qCInfo(lcServer).noquote()
+                << c->peer << "asked for machine data" << Texts::forLog(a) << Texts::forLog(b);
     });
     connect(k, &KZConnection::queryMacProcess, c,
             [=](const QString& mac, const QString& date, const QList<work_log>& logs) {
@@ -147,8 +149,9 @@ void Server::attachLogs(Client* c)
     connect(k, &KZConnection::addFilePrice, c, [=](const QString& file, const QString& price) {
         bool valid = false;
         const double v = price.toDouble(&valid);
-        const bool ok =
-            allowed(c, "AddFilePrice") && valid && std::isfinite(v) && storage_.setPrice(file, v);
+        const bool ok = allowed(c, "AddFilePrice") &&
+                        acceptable(c, "AddFilePrice", Texts::isFileName(file)) && valid &&
+                        std::isfinite(v) && storage_.setPrice(file, v);
         if (ok)
             record(c, QString(), QStringLiteral("price set"),
                    file + QLatin1Char('=') + priceText(v));
@@ -177,6 +180,10 @@ void Server::attachLogs(Client* c)
     });
     connect(k, &KZConnection::addFilePrices, c, [=](const QMap<QString, double>& prices) {
         bool ok = allowed(c, "AddFilePrices");
+        bool names = prices.size() <= Texts::kMaxItems;
+        for (auto it = prices.cbegin(); it != prices.cend(); ++it)
+            names = names && Texts::isFileName(it.key());
+        ok = ok && acceptable(c, "AddFilePrices", names);
         if (ok) {
             Storage::Transaction t(storage_);
             for (auto it = prices.cbegin(); ok && it != prices.cend(); ++it)
@@ -200,7 +207,7 @@ void Server::attachLogs(Client* c)
     connect(k, &KZConnection::queryFilePriceInfo, c,
             [=](const QString& text, const QList<QVariant>& rows) {
                 if (allowed(c, "QueryFilePriceInfo"))
-                    qCInfo(lcServer).noquote()
-                        << c->peer << "sent price information" << text << rows.size() << "rows";
+                    qCInfo(lcServer).noquote() << c->peer << "sent price information"
+                                               << Texts::forLog(text) << rows.size() << "rows";
             });
 }

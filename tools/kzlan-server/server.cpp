@@ -2,6 +2,7 @@
 #include "listener.h"
 #include "rights.h"
 #include "server_p.h"
+#include "texts.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -98,8 +99,8 @@ void Server::drop(Client* c)
     if (!clients_.remove(c)) return;
     if (c->in.part.isOpen()) {
         qCWarning(lcServer).noquote()
-            << c->peer << "left during the transfer of" << c->in.name << "after" << c->in.received
-            << "of" << c->in.size << "bytes; the partial file is deleted";
+            << c->peer << "left during the transfer of" << Texts::forLog(c->in.name) << "after"
+            << c->in.received << "of" << c->in.size << "bytes; the partial file is deleted";
         c->in.part.close();
         c->in.part.remove();
     }
@@ -123,6 +124,15 @@ bool Server::allowed(Client* c, const char* what)
     qCInfo(lcAuth).noquote() << c->peer << "refused" << what << "to" << c->user << "for want of"
                              << Rights::nameOf(need);
     return false;
+}
+
+bool Server::acceptable(Client* c, const char* what, bool ok)
+{
+    if (!ok)
+        qCInfo(lcServer).noquote()
+            << c->peer << "refused" << what << "from" << Texts::forLog(c->user)
+            << ": a name or text out of its limits";
+    return ok;
 }
 
 bool Server::ownOrAdmin(Client* c, const QString& name, const char* what)
@@ -156,7 +166,7 @@ void Server::refreshRights(const QString& name, qint32 permission)
 void Server::record(Client* c, const QString& mac, const QString& kind, const QString& text)
 {
     if (!storage_.addEvent(mac, kind, c ? c->user : QString(), text))
-        qCWarning(lcServer) << "could not log the event" << kind << text;
+        qCWarning(lcServer) << "could not log the event" << kind << Texts::forLog(text);
 }
 
 // -- login ---------------------------------------------------------------------
@@ -199,6 +209,9 @@ void Server::attachSession(Client* c)
         // The hash is worked out on the pool, so that other clients are
         // served meanwhile; the answer comes back to this thread.
         c->loginPending = true;
+        // No account has such a name or password: refused without a hash.
+        if (!Texts::isName(account) || pw.size() > Texts::kMaxPassword + 15)
+            return finishLogin(c, account, false);
         const PasswordHash stored = storage_.passwordOf(account);
         const QString password = Passwords::withoutPadding(pw);
         const QPointer<Client> guard(c);
@@ -233,7 +246,7 @@ void Server::finishLogin(Client* c, const QString& account, bool ok)
         c->admin = Rights::isAdmin(c->permission);
         c->r->setAccount(account);
         c->r->setMaxReceiveBody(kMaxBodyBytes);
-        qCInfo(lcAuth).noquote() << c->peer << "logged in as" << account;
+        qCInfo(lcAuth).noquote() << c->peer << "logged in as" << Texts::forLog(account);
         record(c, QString(), QStringLiteral("login"), QStringLiteral("from ") + c->peer);
         c->r->lanLoginResult(true, 0, c->admin);
         sendLists(c);
@@ -241,10 +254,10 @@ void Server::finishLogin(Client* c, const QString& account, bool ok)
     }
     const int failures = qMax(noteFailure(byAddress), noteFailure(byName));
     const int delay = loginDelayMs(failures);
-    qCWarning(lcAuth).noquote() << c->peer << "failed to log in as" << account << "(failure"
-                                << failures << "), answering in" << delay << "ms";
+    qCWarning(lcAuth).noquote() << c->peer << "failed to log in as" << Texts::forLog(account)
+                                << "(failure" << failures << "), answering in" << delay << "ms";
     record(nullptr, QString(), QStringLiteral("login refused"),
-           QStringLiteral("%1 from %2").arg(account, c->peer));
+           QStringLiteral("%1 from %2").arg(Texts::forLog(account), c->peer));
     c->loggedIn = false;
     QTimer::singleShot(delay, c, [c] {
         c->loginPending = false;

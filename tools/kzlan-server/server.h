@@ -101,6 +101,9 @@ private:
     /// False (and a log line) if `c` is not logged in or lacks the right
     /// that the request `what` needs (rights.cpp).
     bool allowed(Client* c, const char* what);
+    /// `ok`, and a log line when not: for the checks of a request's names
+    /// and texts (texts.h).
+    bool acceptable(Client* c, const char* what, bool ok);
     /// For a request on the account `name`: the caller's own, or the caller
     /// is an administrator.
     bool ownOrAdmin(Client* c, const QString& name, const char* what);
