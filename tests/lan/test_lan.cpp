@@ -323,6 +323,58 @@ TEST_F(Lan, ConnectionsThatNeverLogInHoldLittleMemory)
     EXPECT_EQ(client(server, words("login")).code, 0);
 }
 
+// A logged-in client sends 2000 requests with large answers and reads none:
+// the server stops reading from it, its memory stays bounded, and another
+// client is answered meanwhile.
+TEST_F(Lan, AClientThatNeverReadsStallsNobody)
+{
+    Peer flood, probe;
+    ASSERT_TRUE(flood.connectTo(server) && flood.login());
+    ASSERT_TRUE(probe.connectTo(server) && probe.login());
+    ASSERT_TRUE(waitFor([&] { return flood.userLists > 0 && probe.userLists > 0; }));
+    QByteArray requests;
+    {
+        KZProtocolResolver r;
+        r.setReceiveData(&requests);
+        r.setParsePackResult([](void* ctx, char* bytes, int n) {
+            static_cast<QByteArray*>(ctx)->append(bytes, n);
+            std::free(bytes);
+        });
+        for (int i = 0; i < 2000; ++i)
+            r.lanQueryMacStatistic(QStringLiteral("KZ-1"), QStringLiteral("2024-01-01"),
+                                   QStringLiteral("2024-12-31"), QString());
+    }
+    flood.conn.setDevice(nullptr); // nothing reads what arrives
+    flood.socket.setReadBufferSize(1);
+    const long before = server.rssKiB();
+    flood.socket.write(requests);
+
+    int answers = 0;
+    QObject::connect(&probe.conn, &KZConnection::loadFilePriceResult,
+                     [&answers](const QStringList&, const QMap<QString, double>&) { ++answers; });
+    qint64 longest = 0;
+    long peak = before;
+    QElapsedTimer run;
+    run.start();
+    while (run.elapsed() < 3000) {
+        QElapsedTimer wait;
+        wait.start();
+        const int expected = answers + 1;
+        probe.lan.lanLoadFilePrice();
+        ASSERT_TRUE(waitFor([&] { return answers >= expected; }, 15000));
+        longest = qMax(longest, wait.elapsed());
+        peak = qMax(peak, server.rssKiB());
+        waitFor([] { return false; }, 20);
+    }
+    std::printf("[ figures  ] 2000 unread requests: longest wait of another client %lld ms, "
+                "server RSS grew by %ld KiB at most\n",
+                longest, peak - before);
+    EXPECT_LT(longest, kAddressSanitizer ? 3000 : 1000);
+    if (!kAddressSanitizer) {
+        EXPECT_LT(peak - before, 64 * 1024);
+    }
+}
+
 TEST_F(Lan, FiftyClientsAtOnce)
 {
     constexpr int kClients = 50, kRounds = 4;

@@ -505,6 +505,26 @@ TEST(LanRights, TheTableIsTheDocumentedOneAndCoversEveryCheckedRequest)
     EXPECT_TRUE(Rights::grants(0, Rights::Need::Own));
 }
 
+// A record larger than the unread limit, stored before names and texts had
+// limits: the user list pushed after a login is larger than the limit, and
+// still every login works and gets the list.
+TEST_F(LanServer, APushLargerThanTheUnreadLimitLocksNobodyOut)
+{
+    user_info big;
+    big.name = QStringLiteral("big");
+    big.text2 = QString(9 * 1024 * 1024, QLatin1Char('x'));
+    ASSERT_TRUE(storage.addUser(big, Passwords::hash(QStringLiteral("pw"))));
+    for (int i = 0; i < 2; ++i) {
+        Peer admin(server->port());
+        ASSERT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+        ASSERT_TRUE(waitFor([&] { return !admin.userLists.isEmpty() || closed(admin); }, 20000));
+        EXPECT_FALSE(closed(admin));
+        ASSERT_EQ(admin.userLists.size(), 1);
+        EXPECT_EQ(namesOf(admin.userLists[0]),
+                  (QStringList{QStringLiteral("admin"), QStringLiteral("big")}));
+    }
+}
+
 QStringList* capturedLog = nullptr;
 
 void captureLog(QtMsgType, const QMessageLogContext&, const QString& message)

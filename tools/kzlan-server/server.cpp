@@ -65,20 +65,26 @@ void Server::accept()
             continue;
         }
         socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        socket->setReadBufferSize(kReadBufferBytes);
         auto* c = new Client(this, socket);
+        c->conn->setReadChunkSize(kReadChunkBytes);
+
         clients_.insert(c);
         qCInfo(lcServer).noquote() << c->peer << "connected;" << clients_.size() << "clients";
         connect(c->conn, &KZConnection::disconnected, c, [this, c] { drop(c); });
-        // A client that asks without reading the answers is cut off before
-        // its unread replies grow without bound.
+        // A client that asks without reading the answers is not read from
+        // while its unread replies are many, and cut off if it takes none
+        // for a while. A large reply alone (a long list pushed after a
+        // login) cuts off no client that reads.
         connect(c->conn, &KZConnection::frameSent, c, [this, c] {
-            if (c->cutOff || c->socket->bytesToWrite() + c->conn->pendingBytes() <= kMaxUnreadBytes)
-                return;
-            c->cutOff = true;
-            qCWarning(lcServer).noquote()
-                << c->peer << "leaves more than" << kMaxUnreadBytes << "bytes unread; disconnected";
-            QMetaObject::invokeMethod(
-                c, [c] { c->socket->abort(); }, Qt::QueuedConnection);
+            if (c->unread() <= kMaxUnreadBytes) return;
+            c->conn->setReadingPaused(true);
+            if (!c->stallCheck) watchStall(c);
+        });
+        connect(c->socket, &QTcpSocket::bytesWritten, c, [c] {
+            c->lastWrittenMs = QDateTime::currentMSecsSinceEpoch();
+            if (c->conn->isReadingPaused() && c->unread() <= kMaxUnreadBytes / 2)
+                c->conn->setReadingPaused(false);
         });
         QTimer::singleShot(kLoginTimeoutMs, c, [c] {
             if (c->loggedIn) return;
@@ -92,6 +98,22 @@ void Server::accept()
         attachFiles(c);
         attachLogs(c);
     }
+}
+
+void Server::watchStall(Client* c)
+{
+    c->stallCheck = true;
+    const qint64 armed = QDateTime::currentMSecsSinceEpoch();
+    QTimer::singleShot(kWriteStallMs, c, [this, c, armed] {
+        c->stallCheck = false;
+        if (c->cutOff || !c->conn->isReadingPaused()) return; // it reads again
+        if (c->lastWrittenMs > armed) return watchStall(c);   // it reads, slowly
+        c->cutOff = true;
+        qCWarning(lcServer).noquote()
+            << c->peer << "took none of its" << c->unread() << "bytes of replies for"
+            << kWriteStallMs << "ms; disconnected";
+        c->socket->abort();
+    });
 }
 
 void Server::drop(Client* c)

@@ -51,9 +51,17 @@ class Server : public QObject
     Q_OBJECT
 
 public:
-    /// A client that leaves more than this many bytes of replies unread is
-    /// disconnected: a flood of requests cannot grow the server's memory.
+    /// While a client leaves more than this many bytes of replies unread,
+    /// its requests are not read: a flood of requests cannot grow the
+    /// server's memory. Reading resumes below half of it.
     static constexpr qint64 kMaxUnreadBytes = 8 * 1024 * 1024;
+    /// A client whose unread replies stay over kMaxUnreadBytes without it
+    /// reading any for this long is disconnected.
+    static constexpr int kWriteStallMs = 10000;
+    /// Bytes of requests read and decoded from one client per pass of the
+    /// event loop, and held unread for it at most.
+    static constexpr int kReadChunkBytes = 8 * 1024;
+    static constexpr int kReadBufferBytes = 64 * 1024;
     /// Connections beyond this number are closed at once.
     static constexpr int kMaxClients = 1000;
     /// A connection that has not logged in after this long is closed.
@@ -88,6 +96,9 @@ private:
     void accept();
     void removeStaleParts();
     void drop(Client* c);
+    /// Disconnects `c` if it stays paused for its unread replies and takes
+    /// none of them for kWriteStallMs.
+    void watchStall(Client* c);
 
     // One attach function per family, in a source file of its own.
     void attachSession(Client* c);

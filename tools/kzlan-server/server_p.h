@@ -30,6 +30,11 @@ public:
     QString user;
     bool loginPending = false; ///< a password is being checked, or a refusal delayed
     bool cutOff = false;       ///< too much unread: being disconnected
+    bool stallCheck = false;   ///< a check of kWriteStallMs is armed
+    qint64 lastWrittenMs = 0;  ///< when the client last took replies
+
+    /// Replies produced and not yet taken by the client.
+    qint64 unread() const { return socket->bytesToWrite() + conn->pendingBytes(); }
 
     /// The file being received, if any.
     struct Incoming
