@@ -140,9 +140,12 @@ void Server::attachLogs(Client* c)
             });
 
     // -- prices --------------------------------------------------------------
+    // A table that the database could not read whole is not sent: the
+    // refusal is an empty one.
     connect(k, &KZConnection::loadFilePrice, c, [=] {
-        const QMap<QString, double> table =
-            allowed(c, "LoadFilePrice") ? storage_.prices() : QMap<QString, double>();
+        QMap<QString, double> table;
+        if (allowed(c, "LoadFilePrice"))
+            table = wholeRead(c, "LoadFilePrice", [this] { return storage_.prices(); });
         r->lanLoadFilePriceResult(table.keys(), table);
     });
     // AddFilePrice sets a price, new or not; the price is text.
@@ -199,7 +202,8 @@ void Server::attachLogs(Client* c)
             [=](const QString&, const QString&, const QString&, const QStringList& files) {
                 double sum = 0;
                 if (allowed(c, "QueryFilePrice")) {
-                    const QMap<QString, double> table = storage_.prices();
+                    const QMap<QString, double> table =
+                        wholeRead(c, "QueryFilePrice", [this] { return storage_.prices(); });
                     for (const QString& f : files) sum += table.value(f);
                 }
                 r->lanQueryFilePriceResult(priceText(sum));

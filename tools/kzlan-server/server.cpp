@@ -148,6 +148,12 @@ bool Server::allowed(Client* c, const char* what)
     return false;
 }
 
+void Server::refuseForStorage(Client* c, const char* what)
+{
+    qCWarning(lcServer).noquote() << c->peer << "refused" << what
+                                  << ": the database could not be read whole";
+}
+
 bool Server::acceptable(Client* c, const char* what, bool ok)
 {
     if (!ok)

@@ -112,6 +112,11 @@ private:
     /// False (and a log line) if `c` is not logged in or lacks the right
     /// that the request `what` needs (rights.cpp).
     bool allowed(Client* c, const char* what);
+    /// What `read()` gives when the database read it whole; an empty value
+    /// (and a log line) when a read failed on the way.
+    template <typename Read>
+    auto wholeRead(Client* c, const char* what, Read read) -> decltype(read());
+    void refuseForStorage(Client* c, const char* what);
     /// `ok`, and a log line when not: for the checks of a request's names
     /// and texts (texts.h).
     bool acceptable(Client* c, const char* what, bool ok);

@@ -53,4 +53,14 @@ public:
     } in;
 };
 
+template <typename Read>
+auto Server::wholeRead(Client* c, const char* what, Read read) -> decltype(read())
+{
+    storage_.takeReadFailure();
+    auto value = read();
+    if (!storage_.takeReadFailure()) return value;
+    refuseForStorage(c, what);
+    return {};
+}
+
 #endif
