@@ -20,6 +20,7 @@
 #include <QTcpSocket>
 #include <QTemporaryDir>
 
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -523,6 +524,35 @@ TEST_F(LanServer, APushLargerThanTheUnreadLimitLocksNobodyOut)
         EXPECT_EQ(namesOf(admin.userLists[0]),
                   (QStringList{QStringLiteral("admin"), QStringLiteral("big")}));
     }
+}
+
+// 1100 connections from one address that send a byte and never log in fill
+// no more than their address's share of the server: a client from the same
+// address still logs in, and the limit follows the descriptors the process
+// has. (Connections that send nothing at all are the listener's to limit.)
+TEST_F(LanServer, ConnectionsThatNeverLogInLockNobodyOut)
+{
+    EXPECT_EQ(Server::clientLimit(20000), Server::kMaxClients);
+    EXPECT_EQ(Server::clientLimit(1024), (1024 - 64) / 3);
+    EXPECT_EQ(Server::clientLimit(10), 1);
+    EXPECT_LE(server->maxClients(), Server::kMaxClients);
+
+    std::vector<std::unique_ptr<QTcpSocket>> idle;
+    for (int i = 0; i < 1100; ++i) {
+        idle.push_back(std::make_unique<QTcpSocket>());
+        idle.back()->connectToHost(QHostAddress::LocalHost, server->port());
+        idle.back()->write("", 1); // past the listener, which sorts by the first byte
+    }
+    ASSERT_TRUE(waitFor([&] {
+        return std::all_of(idle.begin(), idle.end(), [](const auto& s) {
+            return s->state() == QAbstractSocket::ConnectedState ||
+                   s->state() == QAbstractSocket::UnconnectedState;
+        });
+    }));
+    waitFor([] { return false; }, 300); // the server's side of the last ones
+    EXPECT_LE(server->clientCount(), Server::kMaxUnauthenticatedPerAddress);
+    Peer admin(server->port());
+    EXPECT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
 }
 
 QStringList* capturedLog = nullptr;

@@ -9,7 +9,10 @@
 #include <QPointer>
 #include <QTimer>
 
+#include <algorithm>
 #include <utility>
+
+#include <sys/resource.h>
 
 Q_LOGGING_CATEGORY(lcServer, "kz.server")
 Q_LOGGING_CATEGORY(lcAuth, "kz.server.auth")
@@ -17,7 +20,8 @@ Q_LOGGING_CATEGORY(lcAuth, "kz.server.auth")
 Server::Client::Client(Server* server, QTcpSocket* socket)
     : QObject(server), server(server), socket(socket), conn(new KZConnection(nullptr, this)),
       r(conn->resolver()),
-      peer(QStringLiteral("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort()))
+      peer(QStringLiteral("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort())),
+      address(socket->peerAddress().toString()), connectedMs(QDateTime::currentMSecsSinceEpoch())
 {
     conn->setDevice(socket, KZConnection::Ownership::Owned);
     // Before login only a login is of use: large bodies are not stored.
@@ -28,6 +32,39 @@ Server::Server(Storage& storage, const QString& storageDir, QObject* parent)
     : QObject(parent), storage_(storage), storageDir_(storageDir), listener_(new Listener(this))
 {
     connect(listener_, &QTcpServer::newConnection, this, &Server::accept);
+    // Out of descriptors, QTcpServer stops accepting for good: try again
+    // a little later, by when connections may have closed.
+    connect(listener_, &QTcpServer::acceptError, this, [this](QAbstractSocket::SocketError e) {
+        qCWarning(lcServer) << "cannot accept a connection (" << e << "); pausing for"
+                            << kAcceptPauseMs << "ms";
+        listener_->pauseAccepting();
+        QTimer::singleShot(kAcceptPauseMs, this, [this] { listener_->resumeAccepting(); });
+    });
+    rlimit files{};
+    if (::getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur != RLIM_INFINITY)
+        maxClients_ = clientLimit(qint64(files.rlim_cur));
+}
+
+int Server::clientLimit(qint64 descriptors)
+{
+    return int(std::clamp<qint64>((descriptors - 64) / 3, 1, kMaxClients));
+}
+
+bool Server::roomBeforeLogin(const QString& address)
+{
+    Client* oldest = nullptr;
+    int waiting = 0;
+    for (Client* c : std::as_const(clients_)) {
+        if (c->loggedIn || c->address != address) continue;
+        ++waiting;
+        if (!c->loginPending && (!oldest || c->connectedMs < oldest->connectedMs)) oldest = c;
+    }
+    if (waiting < kMaxUnauthenticatedPerAddress) return true;
+    if (!oldest) return false;
+    qCInfo(lcAuth).noquote() << oldest->peer << "closed to make room: too many connections from"
+                             << address << "before login";
+    drop(oldest);
+    return true;
 }
 
 Server::~Server() { shutdown(); }
@@ -57,7 +94,7 @@ void Server::shutdown()
 void Server::accept()
 {
     while (QTcpSocket* socket = listener_->nextPendingConnection()) {
-        if (clients_.size() >= kMaxClients) {
+        if (clients_.size() >= maxClients_ || !roomBeforeLogin(socket->peerAddress().toString())) {
             qCWarning(lcServer) << "too many clients; closing the connection from"
                                 << socket->peerAddress().toString();
             socket->abort();

@@ -62,10 +62,23 @@ public:
     /// event loop, and held unread for it at most.
     static constexpr int kReadChunkBytes = 8 * 1024;
     static constexpr int kReadBufferBytes = 64 * 1024;
-    /// Connections beyond this number are closed at once.
+    /// Connections beyond this number are closed at once; fewer when the
+    /// descriptor limit allows fewer (clientLimit()).
     static constexpr int kMaxClients = 1000;
+    /// Connections from one address that have not logged in: when one more
+    /// comes, the oldest of them that has sent no login is closed.
+    static constexpr int kMaxUnauthenticatedPerAddress = 64;
     /// A connection that has not logged in after this long is closed.
-    static constexpr int kLoginTimeoutMs = 60000;
+    static constexpr int kLoginTimeoutMs = 10000;
+    /// After a failure to accept (no descriptor left), accepting pauses
+    /// this long instead of trying again at once.
+    static constexpr int kAcceptPauseMs = 500;
+
+    /// The client limit for a process that may open `descriptors` files:
+    /// each client may hold three (its socket, a file being received, and
+    /// the file read back for its digest), and 64 stay for the database,
+    /// the listener and the rest.
+    static int clientLimit(qint64 descriptors);
     /// The largest message body taken from a connection that has not logged
     /// in (a login is a few hundred bytes), and after login.
     static constexpr int kPreLoginBodyBytes = 4096;
@@ -84,6 +97,8 @@ public:
     int clientCount() const { return clients_.size(); }
     /// The accepting side: TLS and the handshake time-out are set there.
     Listener& listener() { return *listener_; }
+    /// The client limit in force: kMaxClients, or what the descriptor limit allows.
+    int maxClients() const { return maxClients_; }
 
     /// The delay before answering a failed login, in milliseconds, after
     /// `failures` recent failures (the first one included).
@@ -94,6 +109,10 @@ public:
 private:
     friend class Client;
     void accept();
+    /// Makes room for a connection from `address` that has not logged in,
+    /// closing the oldest idle one of the address at the limit; false when
+    /// every one of them is logging in.
+    bool roomBeforeLogin(const QString& address);
     void removeStaleParts();
     void drop(Client* c);
     /// Disconnects `c` if it stays paused for its unread replies and takes
@@ -148,6 +167,7 @@ private:
     Storage& storage_;
     QString storageDir_;
     Listener* listener_ = nullptr;
+    int maxClients_ = kMaxClients;
     QSet<Client*> clients_;
     QHash<QString, Failures> failures_;
     int lastTask_ = 0;

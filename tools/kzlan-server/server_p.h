@@ -23,6 +23,8 @@ public:
     KZConnection* conn;
     KZProtocolResolver* r;
     QString peer; ///< address:port, for the logs
+    QString address;
+    qint64 connectedMs = 0;
 
     bool loggedIn = false;
     bool admin = false;    ///< Rights::AdminBit of `permission`
