@@ -283,16 +283,12 @@ TEST_F(Lan, ConnectionsThatNeverLogInHoldLittleMemory)
 {
     constexpr int kBody = 8 * 1024 * 1024, kEach = 5;
     const auto framesOf = [](int capacity) {
-        QByteArray frames;
-        KZProtocolResolver r(capacity);
-        r.setReceiveData(&frames);
-        r.setParsePackResult([](void* ctx, char* bytes, int n) {
-            static_cast<QByteArray*>(ctx)->append(bytes, n);
-            std::free(bytes);
-        });
         const QByteArray data(kBody, 'x');
-        r.lanMacTsfFileContent(1, 0, 0, data.size(), QByteArray(16, '\0'), data);
-        return frames;
+        return lan::framesOf(
+            [&](KZProtocolResolver& r) {
+                r.lanMacTsfFileContent(1, 0, 0, data.size(), QByteArray(16, '\0'), data);
+            },
+            capacity);
     };
     // All of a split body but its last frame; all of a whole frame but its
     // last byte.
@@ -332,18 +328,11 @@ TEST_F(Lan, AClientThatNeverReadsStallsNobody)
     ASSERT_TRUE(flood.connectTo(server) && flood.login());
     ASSERT_TRUE(probe.connectTo(server) && probe.login());
     ASSERT_TRUE(waitFor([&] { return flood.userLists > 0 && probe.userLists > 0; }));
-    QByteArray requests;
-    {
-        KZProtocolResolver r;
-        r.setReceiveData(&requests);
-        r.setParsePackResult([](void* ctx, char* bytes, int n) {
-            static_cast<QByteArray*>(ctx)->append(bytes, n);
-            std::free(bytes);
-        });
+    const QByteArray requests = framesOf([](KZProtocolResolver& r) {
         for (int i = 0; i < 2000; ++i)
             r.lanQueryMacStatistic(QStringLiteral("KZ-1"), QStringLiteral("2024-01-01"),
                                    QStringLiteral("2024-12-31"), QString());
-    }
+    });
     flood.conn.setDevice(nullptr); // nothing reads what arrives
     flood.socket.setReadBufferSize(1);
     const long before = server.rssKiB();

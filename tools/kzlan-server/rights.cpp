@@ -96,61 +96,47 @@ Need needOf(const char* operation)
     return Need::Admin;
 }
 
+namespace {
+
+// Each right: the bit that grants it (none: every logged-in user) and its
+// name in the documentation.
+struct NeedInfo
+{
+    Need need;
+    quint32 bit;
+    const char* name;
+};
+
+constexpr NeedInfo kNeeds[] = {
+    {Need::Login, 0, "Login"},
+    {Need::Own, 0, "Own"},
+    {Need::Admin, AdminBit, "Admin"},
+    {Need::Operators, OperatorsBit, "Operators"},
+    {Need::Machines, MachinesBit, "Machines"},
+    {Need::Plans, PlansBit, "Plans"},
+    {Need::Files, FilesBit, "Files"},
+    {Need::Prices, PricesBit, "Prices"},
+    {Need::Logs, LogsBit, "Logs"},
+    {Need::Reports, ReportsBit, "Reports"},
+};
+
+const NeedInfo& infoOf(Need need)
+{
+    for (const NeedInfo& i : kNeeds)
+        if (i.need == need) return i;
+    return kNeeds[2]; // Admin
+}
+
+} // namespace
+
 bool isAdmin(qint32 permission) { return quint32(permission) & AdminBit; }
 
 bool grants(qint32 permission, Need need)
 {
-    const quint32 bits = quint32(permission);
-    if (bits & AdminBit) return true;
-    switch (need) {
-    case Need::Login:
-    case Need::Own:
-        return true;
-    case Need::Admin:
-        return false;
-    case Need::Operators:
-        return bits & OperatorsBit;
-    case Need::Machines:
-        return bits & MachinesBit;
-    case Need::Plans:
-        return bits & PlansBit;
-    case Need::Files:
-        return bits & FilesBit;
-    case Need::Prices:
-        return bits & PricesBit;
-    case Need::Logs:
-        return bits & LogsBit;
-    case Need::Reports:
-        return bits & ReportsBit;
-    }
-    return false;
+    const quint32 bit = infoOf(need).bit;
+    return isAdmin(permission) || bit == 0 || (quint32(permission) & bit);
 }
 
-const char* nameOf(Need need)
-{
-    switch (need) {
-    case Need::Login:
-        return "Login";
-    case Need::Own:
-        return "Own";
-    case Need::Admin:
-        return "Admin";
-    case Need::Operators:
-        return "Operators";
-    case Need::Machines:
-        return "Machines";
-    case Need::Plans:
-        return "Plans";
-    case Need::Files:
-        return "Files";
-    case Need::Prices:
-        return "Prices";
-    case Need::Logs:
-        return "Logs";
-    case Need::Reports:
-        return "Reports";
-    }
-    return "?";
-}
+const char* nameOf(Need need) { return infoOf(need).name; }
 
 } // namespace Rights
