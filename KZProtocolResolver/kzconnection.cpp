@@ -65,6 +65,9 @@ public:
     QByteArray pending;
     /// Set once the device closed: later frames are dropped, not kept.
     bool closed = false;
+    qint64 readChunk = 64 * 1024;
+    bool readingPaused = false;
+    bool readQueued = false; ///< a pass of readMore() is posted
 
     static void packed(void* ctx, char* bytes, int length);
     void send(const char* bytes, qint64 n);
@@ -212,18 +215,51 @@ KZProtocolResolver* KZConnection::resolver() const { return &d->resolver; }
 
 qint64 KZConnection::pendingBytes() const { return d->pending.size(); }
 
+void KZConnection::setReadChunkSize(qint64 bytes)
+{
+    if (bytes > 0) d->readChunk = bytes;
+}
+
+qint64 KZConnection::readChunkSize() const { return d->readChunk; }
+
+void KZConnection::setReadingPaused(bool paused)
+{
+    d->readingPaused = paused;
+    if (!paused && d->device && d->device->bytesAvailable() > 0 && !d->readQueued) {
+        d->readQueued = true;
+        QMetaObject::invokeMethod(this, &KZConnection::readMore, Qt::QueuedConnection);
+    }
+}
+
+bool KZConnection::isReadingPaused() const { return d->readingPaused; }
+
 void KZConnection::handleReadyRead()
 {
-    if (!d->device) return;
-    const QByteArray bytes = d->device->readAll();
+    if (!d->device || d->readingPaused) return;
+    const QByteArray bytes = d->device->read(d->readChunk);
     if (!bytes.isEmpty()) d->resolver.parseReceive(bytes);
+    // The rest on the next pass: a readyRead comes only for new bytes.
+    if (d->device && !d->readingPaused && d->device->bytesAvailable() > 0 && !d->readQueued) {
+        d->readQueued = true;
+        QMetaObject::invokeMethod(this, &KZConnection::readMore, Qt::QueuedConnection);
+    }
+}
+
+void KZConnection::readMore()
+{
+    d->readQueued = false;
+    handleReadyRead();
 }
 
 void KZConnection::handleBytesWritten() { d->flush(); }
 
 void KZConnection::handleDeviceClosed()
 {
-    if (d->device && d->device->bytesAvailable() > 0) handleReadyRead();
+    while (d->device && !d->readingPaused && d->device->bytesAvailable() > 0) {
+        const QByteArray bytes = d->device->read(d->readChunk);
+        if (bytes.isEmpty()) break;
+        d->resolver.parseReceive(bytes);
+    }
     d->closed = true;
     d->pending.clear();
     emit disconnected();

@@ -128,10 +128,31 @@ public:
     /// counting the device's own write buffer).
     qint64 pendingBytes() const;
 
+    /// Sets how many bytes one pass of the event loop reads from the device
+    /// and decodes (64 KiB unless set; values below 1 are ignored). What is
+    /// left is read on the following passes, so that a connection that
+    /// receives a lot does not keep the loop from other work, and a host
+    /// can pause between two blocks.
+    void setReadChunkSize(qint64 bytes);
+    /// The size set with setReadChunkSize().
+    qint64 readChunkSize() const;
+    /// Stops or resumes reading from the device. While paused nothing is
+    /// read or decoded, not even when the peer goes away; the bytes wait in
+    /// the device. A host pauses a peer whose replies it cannot get rid of
+    /// (see pendingBytes() and the device's `bytesToWrite()`), so that the
+    /// peer's requests stop costing memory. For reading to stop at the
+    /// network too, give a socket a limited read buffer
+    /// (`QAbstractSocket::setReadBufferSize()`): the peer is then held back
+    /// by TCP flow control.
+    void setReadingPaused(bool paused);
+    /// Whether reading is paused (setReadingPaused()).
+    bool isReadingPaused() const;
+
 Q_SIGNALS:
     /// The device's peer went away: the device emitted `disconnected()`
     /// (sockets) or, for a device without that signal, `readChannelFinished()`.
-    /// Whatever it had received before was decoded first.
+    /// Whatever it had received before was decoded first, unless reading
+    /// is paused (setReadingPaused()).
     void disconnected();
     /// The device reported an error (`errorOccurred` of a socket) or refused
     /// a write; `message` is the device's error string.
@@ -142,6 +163,7 @@ Q_SIGNALS:
 
 private Q_SLOTS:
     void handleReadyRead();
+    void readMore();
     void handleBytesWritten();
     void handleDeviceClosed();
     void handleDeviceError();

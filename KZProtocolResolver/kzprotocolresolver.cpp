@@ -48,6 +48,10 @@ QString KZProtocolResolver::getAccount() const { return d->account; }
 void KZProtocolResolver::clear() {}
 void KZProtocolResolver::parseReceive(QByteArray bytes) { d->parseReceive(bytes); }
 
+void KZProtocolResolver::setMaxReceiveBody(int bytes) { d->setMaxBody(bytes); }
+
+int KZProtocolResolver::maxReceiveBody() const { return d->maxBody(); }
+
 KZProtocolResolver::Statistics KZProtocolResolver::statistics() const
 {
     const Counters& c = d->counters;
@@ -183,7 +187,8 @@ void KZProtocolResolverPrivate::drop(KZProtocolResolver::DropReason reason, qint
     line.nospace().noquote() << "drop: " << KZProtocolResolver::dropReasonText(reason);
     switch (reason) {
     case KZProtocolResolver::DropOversizedBody:
-        line << ", " << bytes << " bytes claimed, limit " << KZ_DEFAULT_MAX_BODY;
+        line << ", " << bytes << " bytes claimed, limit "
+             << kz_protocol_option(engine, KZ_OPT_MAX_BODY);
         break;
     case KZProtocolResolver::DropUnknownType:
         line << " " << detail << ", " << bytes << " bytes";

@@ -148,13 +148,23 @@ public:
     /// and several may arrive at once; every message completed by these
     /// bytes is decoded and its callback called before this returns.
     void parseReceive(QByteArray bytes);
+    /// Sets the largest message body accepted from now on, whole or
+    /// reassembled from pieces, in bytes (16 MiB unless set; values below 1
+    /// are ignored). Larger bodies are dropped without being stored
+    /// (DropOversizedBody). A server, for instance, accepts only small
+    /// bodies until a client has logged in. Called from one of this
+    /// resolver's callbacks, the limit applies from the next block passed
+    /// to parseReceive(); call it on the thread that calls parseReceive().
+    void setMaxReceiveBody(int bytes);
+    /// The limit set with setMaxReceiveBody().
+    int maxReceiveBody() const;
 
     /// Why received bytes were thrown away (index of Statistics::drops).
     enum DropReason {
         /// A frame header that contradicts itself (a piece without data,
         /// past its body's end, or with an attr text after the first piece).
         DropBadHeader,
-        /// A body larger than the receive limit (16 MiB); a split body is
+        /// A body larger than the receive limit (setMaxReceiveBody()); a split body is
         /// counted once.
         DropOversizedBody,
         /// A frame whose checksum does not match its bytes (corrupted).

@@ -142,6 +142,10 @@ public:
     void drop(KZProtocolResolver::DropReason reason, qint64 bytes, qint64 detail = -1);
 
     void parseReceive(const QByteArray& bytes);
+    /// The receive body limit: applied at once, or after the current block
+    /// when called from one of its callbacks.
+    void setMaxBody(int bytes);
+    int maxBody() const;
     static int eventHandler(kz_event* e);
     void parseReadEvent(ReceivedEvent* record);
     /// Decodes one received body (`writable`: in place) and dispatches it.
@@ -251,6 +255,7 @@ private:
     // Bytes handed to parseReceive from inside a callback: fed to the engine
     // once the current drain is over. Only the draining thread touches it.
     QByteArray deferredInput;
+    int pendingMaxBody = 0; // set from a callback: applied once the current block is done
     std::atomic<const void*> drainingThread{nullptr}; // a per-thread address
     // Set once the host has deleted the owner from inside a callback.
     std::atomic<bool> dying{false};

@@ -146,6 +146,22 @@ void KZProtocolResolverPrivate::parseReceive(const QByteArray& bytes)
     }
 }
 
+void KZProtocolResolverPrivate::setMaxBody(int bytes)
+{
+    if (bytes < 1 || !engine) return;
+    // Inside a callback the engine is still reading the current block.
+    if (drainingThread.load(std::memory_order_relaxed))
+        pendingMaxBody = bytes;
+    else
+        kz_protocol_set_max_body(engine, bytes);
+}
+
+int KZProtocolResolverPrivate::maxBody() const
+{
+    if (pendingMaxBody > 0) return pendingMaxBody;
+    return engine ? kz_protocol_option(engine, KZ_OPT_MAX_BODY) : 0;
+}
+
 void KZProtocolResolverPrivate::feed(const QByteArray& bytes)
 {
     const std::lock_guard<QBasicMutex> lock(eventLock);
@@ -168,6 +184,10 @@ void KZProtocolResolverPrivate::feed(const QByteArray& bytes)
     }
     if (!eventQueue.isEmpty()) drainQueue();
     drainingThread.store(nullptr, std::memory_order_relaxed);
+    if (pendingMaxBody > 0 && engine) {
+        kz_protocol_set_max_body(engine, pendingMaxBody);
+        pendingMaxBody = 0;
+    }
 }
 
 void KZProtocolResolverPrivate::drainQueue()

@@ -245,6 +245,38 @@ TEST_F(Loopback, PeerClosingMidMessageLeavesNoSignal)
     EXPECT_EQ(server->pendingBytes(), 0);
 }
 
+// Reading in blocks: a burst is decoded over several passes of the event
+// loop, a pause stops the decoding until it is lifted, and a peer that goes
+// away while reading is paused leaves its bytes undecoded.
+TEST_F(Loopback, ReadsInBlocksAndPausesWhenAsked)
+{
+    int logouts = 0, disconnects = 0;
+    QObject::connect(server.get(), &KZConnection::logout, [&] { ++logouts; });
+    QObject::connect(server.get(), &KZConnection::disconnected, [&] { ++disconnects; });
+    EXPECT_EQ(server->readChunkSize(), 64 * 1024);
+    const QByteArray logout = framesOf([](KZProtocolResolver& r) { r.lanLogout(5); });
+    server->setReadChunkSize(logout.size() * 10);
+    client.reset();
+    QByteArray burst;
+    for (int i = 0; i < 100; ++i) burst += logout;
+    server->setReadingPaused(true);
+    EXPECT_TRUE(server->isReadingPaused());
+    clientSocket.write(burst);
+    ASSERT_TRUE(waitFor([&] { return serverSocket->bytesAvailable() == burst.size(); }));
+    EXPECT_EQ(logouts, 0);
+    server->setReadingPaused(false);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(logouts, 10) << "one pass decodes one block";
+    ASSERT_TRUE(waitFor([&] { return logouts == 100; }));
+
+    server->setReadingPaused(true);
+    clientSocket.write(burst);
+    ASSERT_TRUE(waitFor([&] { return serverSocket->bytesAvailable() == burst.size(); }));
+    clientSocket.disconnectFromHost();
+    ASSERT_TRUE(waitFor([&] { return disconnects == 1; }));
+    EXPECT_EQ(logouts, 100);
+}
+
 /// A device that takes at most 16 bytes per pass of the event loop, like a
 /// slow serial line.
 class Trickle : public QBuffer

@@ -253,6 +253,40 @@ TEST(HostileLimits, ClaimsBeyondTheBodyLimitAllocateNothing)
     }
 }
 
+// A host lowers the body limit (a server before login) and raises it again;
+// set from inside a callback, the limit applies from the next block on.
+TEST(HostileLimits, TheBodyLimitIsTheHostsPerResolver)
+{
+    Receiver r;
+    EXPECT_EQ(r.resolver.maxReceiveBody(), KZ_DEFAULT_MAX_BODY);
+    r.resolver.setMaxReceiveBody(0); // ignored
+    EXPECT_EQ(r.resolver.maxReceiveBody(), KZ_DEFAULT_MAX_BODY);
+    const QByteArray large = kzfuzz::frame(kzfuzz::body(0, 2, QByteArray(5000, 'x')));
+    r.resolver.setMaxReceiveBody(4096);
+    r.resolver.parseReceive(large + logoutFrame(1) + pieceFrame(7, 100000, 0, "abc"));
+    EXPECT_EQ(r.seen.calls, 1);
+    EXPECT_EQ(r.resolver.statistics().drops[KZProtocolResolver::DropOversizedBody], 2u);
+
+    // Raised from the logout's callback: the large frame in the same block is
+    // still refused, the one in the next block passes.
+    KZProtocolResolver raising;
+    static int logouts = 0;
+    logouts = 0;
+    raising.setReceiveData(&raising);
+    raising.setMaxReceiveBody(4096);
+    raising.setLanLogoutCB([](void* ctx, int) {
+        ++logouts;
+        static_cast<KZProtocolResolver*>(ctx)->setMaxReceiveBody(1 << 20);
+    });
+    raising.parseReceive(logoutFrame(1) + large);
+    EXPECT_EQ(raising.statistics().drops[KZProtocolResolver::DropOversizedBody], 1u);
+    EXPECT_EQ(raising.maxReceiveBody(), 1 << 20);
+    raising.parseReceive(large);
+    EXPECT_EQ(raising.statistics().drops[KZProtocolResolver::DropOversizedBody], 1u);
+    EXPECT_EQ(raising.statistics().messagesDispatched, 2u);
+    EXPECT_EQ(logouts, 2) << "the large body is a logout with a long tail";
+}
+
 TEST(HostileLimits, AClaimWithinTheLimitBuffersOnlyWhatArrives)
 {
     // A frame that claims the largest body allowed and never completes: the

@@ -918,6 +918,46 @@ TEST(Receive, BodyLimitAndPieceHeaderLimits)
     EXPECT_EQ(rx.bodies(), (Bodies{hundred}));
 }
 
+// The limit changed on a live engine: raised, a large body that was refused
+// passes; lowered, whole frames and split bodies over it are refused; a
+// frame whose header came before the change is checked again at its end.
+TEST(Receive, TheBodyLimitChangesBetweenInputs)
+{
+    const std::string hundred = randomBytes(100, 13), fifty = hundred.substr(0, 50);
+    Receiver rx(60);
+    EXPECT_EQ(kz_protocol_set_max_body(rx.engine(), 0), -1);
+    EXPECT_EQ(kz_protocol_set_max_body(nullptr, 100), -1);
+    rx.feed(wholeFrame(1, "", hundred));
+    EXPECT_EQ(rx.noticeCount(), 1u);
+    ASSERT_EQ(kz_protocol_set_max_body(rx.engine(), 100), 0);
+    EXPECT_EQ(kz_protocol_option(rx.engine(), KZ_OPT_MAX_BODY), 100);
+    Sender tx;
+    rx.feed(wholeFrame(2, "", hundred) + join(tx.pack(40, hundred)));
+    EXPECT_EQ(rx.bodies(), (Bodies{hundred, hundred}));
+
+    ASSERT_EQ(kz_protocol_set_max_body(rx.engine(), 60), 0);
+    rx.events.clear();
+    rx.feed(wholeFrame(3, "", hundred) + join(tx.pack(40, hundred)) + wholeFrame(4, "", fifty));
+    EXPECT_EQ(rx.bodies(), (Bodies{fifty}));
+    EXPECT_EQ(rx.notices(), std::vector<std::string>(2, "body over the receive limit"));
+
+    // Half a frame under a high limit, the limit lowered, the other half.
+    ASSERT_EQ(kz_protocol_set_max_body(rx.engine(), 100), 0);
+    const std::string frame = wholeFrame(5, "", hundred);
+    rx.events.clear();
+    rx.feed(frame.substr(0, 40));
+    ASSERT_EQ(kz_protocol_set_max_body(rx.engine(), 60), 0);
+    rx.feed(frame.substr(40) + wholeFrame(6, "", fifty));
+    EXPECT_EQ(rx.bodies(), (Bodies{fifty}));
+
+    // Not from inside input(): a handler's call is refused.
+    int fromHandler = 0;
+    rx.hook = [&](kz_event*) { fromHandler = kz_protocol_set_max_body(rx.engine(), 1000); };
+    rx.feed(wholeFrame(7, "", fifty));
+    EXPECT_EQ(fromHandler, -1);
+    EXPECT_EQ(kz_protocol_option(rx.engine(), KZ_OPT_MAX_BODY), 60);
+}
+
 TEST(Reassembly, LostRepeatedAndOrphanPieces)
 {
     Sender tx;

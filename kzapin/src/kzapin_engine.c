@@ -963,6 +963,16 @@ int kz_protocol_option(void* engine, int selector)
     }
 }
 
+int kz_protocol_set_max_body(void* engine, int max_body)
+{
+    kz_engine* e = engine_of(engine);
+    if (!e || max_body < 1 || e->recv.busy) return -1;
+    e->max_body = (uint32_t)max_body;
+    e->max_frame = (size_t)KZ_PIECE_OVERHEAD + KZ_ATTR_MAX + e->max_body;
+    if (e->recv.spare && e->recv.held + e->recv.spare_cap > e->max_body) drop_spare(&e->recv);
+    return 0;
+}
+
 int kz_protocol_pack_piece(void* engine, void* out, int capacity, int seq, uint32_t id,
                            uint32_t total, uint32_t offset, const void* data, int length)
 {

@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
 namespace lan {
 
@@ -119,6 +120,19 @@ Outcome client(const Server& server, const QStringList& options, const QStringLi
     r.out = p->readAllStandardOutput();
     r.err = p->readAllStandardError();
     return r;
+}
+
+QByteArray framesOf(const std::function<void(KZProtocolResolver&)>& send, int capacity)
+{
+    QByteArray frames;
+    KZProtocolResolver r(capacity);
+    r.setReceiveData(&frames);
+    r.setParsePackResult([](void* ctx, char* bytes, int n) {
+        static_cast<QByteArray*>(ctx)->append(bytes, n);
+        std::free(bytes);
+    });
+    send(r);
+    return frames;
 }
 
 Peer::Peer()

@@ -72,6 +72,10 @@ Outcome client(const Server& server, const QStringList& options, const QStringLi
 /// Starts kzlan-client without waiting; the caller owns the process.
 std::unique_ptr<QProcess> startClient(const Server& server, const QStringList& args);
 
+/// The frames that `send` makes with a resolver of its own (frames of at
+/// most `capacity` bytes; 0: the default), to write raw to a socket.
+QByteArray framesOf(const std::function<void(KZProtocolResolver&)>& send, int capacity = 0);
+
 /// An in-process client: a KZConnection on a socket to the server.
 class Peer
 {

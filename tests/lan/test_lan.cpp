@@ -276,6 +276,94 @@ TEST_F(Lan, KilledAndRestartedKeepsData)
 // 50 clients log in and get the user list at once, several rounds; every
 // answer is right and the server's resident memory does not grow with the
 // rounds.
+// Connections that never log in cannot make the server hold large bodies:
+// before login nothing over a few KiB is stored, neither the pieces of a
+// split body nor a large whole frame.
+TEST_F(Lan, ConnectionsThatNeverLogInHoldLittleMemory)
+{
+    constexpr int kBody = 8 * 1024 * 1024, kEach = 5;
+    const auto framesOf = [](int capacity) {
+        const QByteArray data(kBody, 'x');
+        return lan::framesOf(
+            [&](KZProtocolResolver& r) {
+                r.lanMacTsfFileContent(1, 0, 0, data.size(), QByteArray(16, '\0'), data);
+            },
+            capacity);
+    };
+    // All of a split body but its last frame; all of a whole frame but its
+    // last byte.
+    const QByteArray pieces = framesOf(0).chopped(2000), whole = framesOf(kBody + 4096).chopped(1);
+    const long before = server.rssKiB();
+    std::vector<std::unique_ptr<QTcpSocket>> strangers;
+    for (int i = 0; i < 2 * kEach; ++i) {
+        strangers.push_back(std::make_unique<QTcpSocket>());
+        strangers.back()->connectToHost(QHostAddress::LocalHost, server.port());
+        strangers.back()->write(i < kEach ? pieces : whole);
+    }
+    ASSERT_TRUE(waitFor(
+        [&] {
+            for (const auto& s : strangers)
+                if (s->state() != QAbstractSocket::ConnectedState || s->bytesToWrite() > 0)
+                    return false;
+            return true;
+        },
+        30000));
+    waitFor([] { return false; }, 500); // the server reads the last of it
+    const long grown = server.rssKiB() - before;
+    std::printf("[ figures  ] %d connections before login, %d MiB sent by each: server RSS "
+                "grew by %ld KiB\n",
+                2 * kEach, kBody >> 20, grown);
+    if (!kAddressSanitizer) {
+        EXPECT_LT(grown, 24 * 1024);
+    }
+    EXPECT_EQ(client(server, words("login")).code, 0);
+}
+
+// A logged-in client sends 2000 requests with large answers and reads none:
+// the server stops reading from it, its memory stays bounded, and another
+// client is answered meanwhile.
+TEST_F(Lan, AClientThatNeverReadsStallsNobody)
+{
+    Peer flood, probe;
+    ASSERT_TRUE(flood.connectTo(server) && flood.login());
+    ASSERT_TRUE(probe.connectTo(server) && probe.login());
+    ASSERT_TRUE(waitFor([&] { return flood.userLists > 0 && probe.userLists > 0; }));
+    const QByteArray requests = framesOf([](KZProtocolResolver& r) {
+        for (int i = 0; i < 2000; ++i)
+            r.lanQueryMacStatistic(QStringLiteral("KZ-1"), QStringLiteral("2024-01-01"),
+                                   QStringLiteral("2024-12-31"), QString());
+    });
+    flood.conn.setDevice(nullptr); // nothing reads what arrives
+    flood.socket.setReadBufferSize(1);
+    const long before = server.rssKiB();
+    flood.socket.write(requests);
+
+    int answers = 0;
+    QObject::connect(&probe.conn, &KZConnection::loadFilePriceResult,
+                     [&answers](const QStringList&, const QMap<QString, double>&) { ++answers; });
+    qint64 longest = 0;
+    long peak = before;
+    QElapsedTimer run;
+    run.start();
+    while (run.elapsed() < 3000) {
+        QElapsedTimer wait;
+        wait.start();
+        const int expected = answers + 1;
+        probe.lan.lanLoadFilePrice();
+        ASSERT_TRUE(waitFor([&] { return answers >= expected; }, 15000));
+        longest = qMax(longest, wait.elapsed());
+        peak = qMax(peak, server.rssKiB());
+        waitFor([] { return false; }, 20);
+    }
+    std::printf("[ figures  ] 2000 unread requests: longest wait of another client %lld ms, "
+                "server RSS grew by %ld KiB at most\n",
+                longest, peak - before);
+    EXPECT_LT(longest, kAddressSanitizer ? 3000 : 1000);
+    if (!kAddressSanitizer) {
+        EXPECT_LT(peak - before, 64 * 1024);
+    }
+}
+
 TEST_F(Lan, FiftyClientsAtOnce)
 {
     constexpr int kClients = 50, kRounds = 4;

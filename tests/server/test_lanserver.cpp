@@ -3,6 +3,7 @@
 // pushed to a second client, requests before login, a garbage sender, and a
 // transfer that is cut off and then sent whole.
 #include "kzconnection.h"
+#include "rights.h"
 #include "server.h"
 #include "storage.h"
 #include "testdb.h"
@@ -14,9 +15,12 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QRegularExpression>
+#include <QSignalSpy>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -97,6 +101,8 @@ QStringList namesOf(const QList<user_info>& users)
     return names;
 }
 
+bool closed(const Peer& p) { return p.socket.state() == QAbstractSocket::UnconnectedState; }
+
 class LanServer : public ::testing::Test
 {
 protected:
@@ -109,6 +115,7 @@ protected:
         if (storage.passwordOf(QStringLiteral("admin")).isNull()) {
             user_info admin;
             admin.name = QStringLiteral("admin");
+            admin.permission = -1; // every right, as the server creates it
             ASSERT_TRUE(storage.addUser(admin, Passwords::hash(kAdminPassword)));
         }
         server = std::make_unique<Server>(storage, dir.filePath(QStringLiteral("files")));
@@ -116,6 +123,17 @@ protected:
     }
 
     QString database() { return freshDatabase(dir); }
+
+    /// An account as an administrator would add it, with `permission`.
+    void addUser(const QString& name, const QString& password, qint32 permission)
+    {
+        user_info u;
+        u.name = name;
+        u.permission = permission;
+        u.lv1Group = QStringLiteral("Plant");
+        u.lv2Group = QStringLiteral("Hall 1");
+        ASSERT_TRUE(storage.addUser(u, Passwords::hash(password)));
+    }
 
     QTemporaryDir dir;
     Storage storage;
@@ -274,6 +292,334 @@ TEST_F(LanServer, AClientThatAsksWithoutReadingIsCutOff)
 
     Peer admin(server->port());
     EXPECT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+}
+
+// A user with no right but Files tries what a plant's administrator alone
+// may do: each request is refused, its refusal carries no stored data, and
+// nothing changed. Then what the user may do: their own password.
+TEST_F(LanServer, EachRequestNeedsItsRightAndARefusalCarriesNothing)
+{
+    addUser(QStringLiteral("mallory"), QStringLiteral("m-pw"), Rights::FilesBit);
+    addUser(QStringLiteral("bob"), QStringLiteral("b-pw"), Rights::FilesBit);
+    ASSERT_TRUE(storage.setPermission(QStringLiteral("admin"), QStringLiteral("KZ-1"), QString(),
+                                      0xFFFFFFFFu));
+    ASSERT_TRUE(storage.addEvent(QString(), QStringLiteral("login"), QStringLiteral("admin"),
+                                 QStringLiteral("from the office")));
+    const QString bobs = dir.filePath(QStringLiteral("files/machines/KZ-1/bob.dst"));
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(bobs).absolutePath()));
+    QFile(bobs).open(QIODevice::WriteOnly);
+    ASSERT_TRUE(storage.putFile({QStringLiteral("KZ-1"), QStringLiteral("bob.dst"), 0, QString(),
+                                 QString(), QStringLiteral("bob")}));
+
+    struct Attempt
+    {
+        const char* what;
+        std::function<void(KZProtocolResolver&)> send;
+        std::function<QSignalSpy*(KZConnection*)> answer;
+        std::function<bool(const QList<QVariant>&)> refused; ///< and carries nothing stored
+    };
+#define ANSWER(signal) [](KZConnection* k) { return new QSignalSpy(k, &KZConnection::signal); }
+    const auto saysNo = [](const QList<QVariant>& a) { return !a.value(0).toBool(); };
+    const QString adminGroup = QStringLiteral("Administrators");
+    const Attempt attempts[] = {
+        {"the admin's password",
+         [](KZProtocolResolver& r) {
+             r.lanUpdateClient(QStringLiteral("admin"), QString(), QStringLiteral("pwned"),
+                               QString(), QString(), QString(), false, false);
+         },
+         ANSWER(updateClientResult), saysNo},
+        {"their own permission",
+         [](KZProtocolResolver& r) { r.lanUpdateUserPermission(QStringLiteral("mallory"), -1); },
+         ANSWER(updateUserPermissionResult), saysNo},
+        {"their own groups through UpdateClient",
+         [&](KZProtocolResolver& r) {
+             r.lanUpdateClient(QStringLiteral("mallory"), QString(), QString(),
+                               QStringLiteral("System"), adminGroup, QString(), false, false);
+         },
+         ANSWER(updateClientResult), saysNo},
+        {"the administrators' group",
+         [&](KZProtocolResolver& r) {
+             r.lanMoveUserToGroup({QStringLiteral("mallory")}, QStringLiteral("System"),
+                                  adminGroup);
+         },
+         ANSWER(moveUserToGroupResult), saysNo},
+        {"a price",
+         [](KZProtocolResolver& r) {
+             r.lanAddFilePrice(QStringLiteral("rose.dst"), QStringLiteral("0.01"));
+         },
+         ANSWER(addFilePriceResult), saysNo},
+        {"deleting a user", [](KZProtocolResolver& r) { r.lanDeleteUser({QStringLiteral("bob")}); },
+         ANSWER(deleteUserResult), saysNo},
+        {"the event log",
+         [](KZProtocolResolver& r) {
+             r.lanQueryLog(QString(), 0, QStringLiteral("2000-01-01"), QStringLiteral("2100-01-01"),
+                           false, false, false, false, {});
+         },
+         ANSWER(queryLogResult),
+         [](const QList<QVariant>& a) {
+             return a.value(0).toString() == QLatin1String("refused");
+         }},
+        {"the admin's permission table",
+         [](KZProtocolResolver& r) {
+             r.lanAddPermission({QStringLiteral("KZ-2")}, QStringLiteral("admin"), 1);
+         },
+         ANSWER(setPermissionResult),
+         [](const QList<QVariant>& a) {
+             return !a.value(0).toBool() &&
+                    a.value(2).value<QMap<QString, fctp_user2_power>>().isEmpty();
+         }},
+        {"the admin's permission entries",
+         [](KZProtocolResolver& r) { r.lanQueryPermission({QStringLiteral("admin")}); },
+         ANSWER(queryPermissionResult),
+         [](const QList<QVariant>& a) {
+             return a.value(0).value<QList<mac_user_power>>().isEmpty();
+         }},
+        {"another user's file",
+         [](KZProtocolResolver& r) {
+             r.lanMacTsfFileAddTask(true, QStringLiteral("KZ-1"), QStringLiteral("job"),
+                                    QStringLiteral("/"), true, {QStringLiteral("bob.dst")});
+         },
+         ANSWER(macTsfFileAddTaskUi), saysNo},
+    };
+#undef ANSWER
+    Peer mallory(server->port());
+    ASSERT_TRUE(mallory.login(QStringLiteral("mallory"), QStringLiteral("m-pw")));
+    for (const Attempt& a : attempts) {
+        SCOPED_TRACE(a.what);
+        std::unique_ptr<QSignalSpy> spy(a.answer(&mallory.conn));
+        a.send(mallory.r);
+        ASSERT_TRUE(waitFor([&] { return spy->count() > 0; }));
+        EXPECT_TRUE(a.refused(spy->first()));
+    }
+    const QSignalSpy alarms(&mallory.conn, &KZConnection::queryAlarm2Result);
+    EXPECT_EQ(alarms.count(), 0);
+
+    // Nothing changed: the admin logs in with the old password, mallory's
+    // permission and group are as they were, bob and his file are there.
+    Peer admin(server->port());
+    EXPECT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+    const user_info m = storage.user(QStringLiteral("mallory")).value_or(user_info());
+    EXPECT_EQ(m.permission, qint32(Rights::FilesBit));
+    EXPECT_EQ(m.lv2Group, QStringLiteral("Hall 1"));
+    EXPECT_TRUE(storage.user(QStringLiteral("bob")).has_value());
+    EXPECT_TRUE(storage.prices().isEmpty());
+    EXPECT_TRUE(QFile::exists(bobs));
+
+    // Their own password, with their groups as stored, is theirs to change.
+    QSignalSpy changed(&mallory.conn, &KZConnection::updateClientResult);
+    mallory.r.lanUpdateClient(QStringLiteral("mallory"), QStringLiteral("Mallory"),
+                              QStringLiteral("new-pw"), QStringLiteral("Plant"),
+                              QStringLiteral("Hall 1"), QString(), false, false);
+    ASSERT_TRUE(waitFor([&] { return changed.count() > 0; }));
+    EXPECT_TRUE(changed.first().value(0).toBool());
+    Peer again(server->port());
+    EXPECT_TRUE(again.login(QStringLiteral("mallory"), QStringLiteral("new-pw")));
+}
+
+// Deleting a user ends their sessions; a new password ends the account's
+// other sessions; a new permission value applies to open sessions at once;
+// the last administrator stays.
+TEST_F(LanServer, SessionsFollowTheAccount)
+{
+    addUser(QStringLiteral("carol"), QStringLiteral("c-pw"), 0);
+    addUser(QStringLiteral("dave"), QStringLiteral("d-pw"), Rights::PricesBit);
+    Peer admin(server->port()), carol(server->port()), dave1(server->port()), dave2(server->port());
+    ASSERT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+    ASSERT_TRUE(carol.login(QStringLiteral("carol"), QStringLiteral("c-pw")));
+    ASSERT_TRUE(dave1.login(QStringLiteral("dave"), QStringLiteral("d-pw")));
+    ASSERT_TRUE(dave2.login(QStringLiteral("dave"), QStringLiteral("d-pw")));
+
+    admin.r.lanDeleteUser({QStringLiteral("carol")});
+    EXPECT_TRUE(waitFor([&] { return closed(carol); })) << "a deleted user's session ends";
+
+    QSignalSpy changed(&dave1.conn, &KZConnection::updateClientResult);
+    dave1.r.lanUpdateClient(QStringLiteral("dave"), QString(), QStringLiteral("d-pw2"),
+                            QStringLiteral("Plant"), QStringLiteral("Hall 1"), QString(), false,
+                            false);
+    ASSERT_TRUE(waitFor([&] { return changed.count() > 0; }));
+    EXPECT_TRUE(changed.first().value(0).toBool());
+    EXPECT_TRUE(waitFor([&] { return closed(dave2); })) << "the other session ends";
+    EXPECT_FALSE(closed(dave1)) << "the session that changed its password stays";
+
+    const auto setPrice = [&](Peer& p) {
+        QSignalSpy answer(&p.conn, &KZConnection::addFilePriceResult);
+        p.r.lanAddFilePrice(QStringLiteral("rose.dst"), QStringLiteral("2.5"));
+        return waitFor([&] { return answer.count() > 0; }) && answer.first().value(0).toBool();
+    };
+    const auto setPermission = [&](const QString& name, qint32 value) {
+        QSignalSpy answer(&admin.conn, &KZConnection::updateUserPermissionResult);
+        admin.r.lanUpdateUserPermission(name, value);
+        return waitFor([&] { return answer.count() > 0; }) && answer.first().value(0).toBool();
+    };
+    EXPECT_TRUE(setPrice(dave1));
+    ASSERT_TRUE(setPermission(QStringLiteral("dave"), 0));
+    EXPECT_FALSE(setPrice(dave1)) << "the right is gone without a new login";
+    ASSERT_TRUE(setPermission(QStringLiteral("dave"), Rights::PricesBit));
+    EXPECT_TRUE(setPrice(dave1));
+    EXPECT_FALSE(setPermission(QStringLiteral("admin"), 0)) << "the last administrator stays";
+
+    // The administrator sets dave's password: dave's session ends.
+    QSignalSpy set(&admin.conn, &KZConnection::updateClientResult);
+    admin.r.lanUpdateClient(QStringLiteral("dave"), QString(), QStringLiteral("d-pw3"),
+                            QStringLiteral("Plant"), QStringLiteral("Hall 1"), QString(), false,
+                            false);
+    ASSERT_TRUE(waitFor([&] { return set.count() > 0; }));
+    EXPECT_TRUE(set.first().value(0).toBool());
+    EXPECT_TRUE(waitFor([&] { return closed(dave1); }));
+    EXPECT_FALSE(closed(admin));
+}
+
+// The rights table is the one the documentation shows, and every request
+// the server checks has a row (a missing row would mean Admin silently).
+TEST(LanRights, TheTableIsTheDocumentedOneAndCoversEveryCheckedRequest)
+{
+    QFile page(QStringLiteral(KZ_SOURCE_DIR "/docs/server.md"));
+    ASSERT_TRUE(page.open(QIODevice::ReadOnly));
+    QMap<QString, QString> documented;
+    const QRegularExpression row(QStringLiteral("^\\| `(\\w+)` \\| (\\w+) \\|$"),
+                                 QRegularExpression::MultilineOption);
+    for (auto m = row.globalMatch(QString::fromUtf8(page.readAll())); m.hasNext();) {
+        const auto match = m.next();
+        documented.insert(match.captured(1), match.captured(2));
+    }
+    QMap<QString, QString> table;
+    for (const Rights::Row& r : Rights::table())
+        table.insert(QString::fromLatin1(r.operation), QString::fromLatin1(Rights::nameOf(r.need)));
+    EXPECT_EQ(documented, table);
+
+    const QRegularExpression checked(QStringLiteral("allowed\\(c, \"(\\w+)\"\\)"));
+    QDir sources(QStringLiteral(KZ_SOURCE_DIR "/tools/kzlan-server"));
+    int checks = 0;
+    for (const QString& name : sources.entryList({QStringLiteral("*.cpp")})) {
+        QFile f(sources.filePath(name));
+        ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+        for (auto m = checked.globalMatch(QString::fromUtf8(f.readAll())); m.hasNext(); ++checks)
+            EXPECT_TRUE(table.contains(m.next().captured(1))) << qPrintable(name);
+    }
+    EXPECT_GE(checks, table.size());
+
+    // The bits: an administrator has every right; a bit grants its own.
+    EXPECT_TRUE(Rights::grants(-1, Rights::Need::Admin));
+    EXPECT_FALSE(Rights::grants(0x7FFFFFFE, Rights::Need::Admin));
+    EXPECT_TRUE(Rights::grants(Rights::PlansBit, Rights::Need::Plans));
+    EXPECT_FALSE(Rights::grants(Rights::PlansBit, Rights::Need::Prices));
+    EXPECT_TRUE(Rights::grants(0, Rights::Need::Own));
+}
+
+// A record larger than the unread limit, stored before names and texts had
+// limits: the user list pushed after a login is larger than the limit, and
+// still every login works and gets the list.
+TEST_F(LanServer, APushLargerThanTheUnreadLimitLocksNobodyOut)
+{
+    user_info big;
+    big.name = QStringLiteral("big");
+    big.text2 = QString(9 * 1024 * 1024, QLatin1Char('x'));
+    ASSERT_TRUE(storage.addUser(big, Passwords::hash(QStringLiteral("pw"))));
+    for (int i = 0; i < 2; ++i) {
+        Peer admin(server->port());
+        ASSERT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+        ASSERT_TRUE(waitFor([&] { return !admin.userLists.isEmpty() || closed(admin); }, 20000));
+        EXPECT_FALSE(closed(admin));
+        ASSERT_EQ(admin.userLists.size(), 1);
+        EXPECT_EQ(namesOf(admin.userLists[0]),
+                  (QStringList{QStringLiteral("admin"), QStringLiteral("big")}));
+    }
+}
+
+// 1100 connections from one address that send a byte and never log in fill
+// no more than their address's share of the server: a client from the same
+// address still logs in, and the limit follows the descriptors the process
+// has. (Connections that send nothing at all are the listener's to limit.)
+TEST_F(LanServer, ConnectionsThatNeverLogInLockNobodyOut)
+{
+    EXPECT_EQ(Server::clientLimit(20000), Server::kMaxClients);
+    EXPECT_EQ(Server::clientLimit(1024), (1024 - 64) / 3);
+    EXPECT_EQ(Server::clientLimit(10), 1);
+    EXPECT_LE(server->maxClients(), Server::kMaxClients);
+
+    std::vector<std::unique_ptr<QTcpSocket>> idle;
+    for (int i = 0; i < 1100; ++i) {
+        idle.push_back(std::make_unique<QTcpSocket>());
+        idle.back()->connectToHost(QHostAddress::LocalHost, server->port());
+        idle.back()->write("", 1); // past the listener, which sorts by the first byte
+    }
+    ASSERT_TRUE(waitFor([&] {
+        return std::all_of(idle.begin(), idle.end(), [](const auto& s) {
+            return s->state() == QAbstractSocket::ConnectedState ||
+                   s->state() == QAbstractSocket::UnconnectedState;
+        });
+    }));
+    waitFor([] { return false; }, 300); // the server's side of the last ones
+    EXPECT_LE(server->clientCount(), Server::kMaxUnauthenticatedPerAddress);
+    Peer admin(server->port());
+    EXPECT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+}
+
+QStringList* capturedLog = nullptr;
+
+void captureLog(QtMsgType, const QMessageLogContext&, const QString& message)
+{
+    if (capturedLog) capturedLog->append(message);
+}
+
+// Names and texts are checked when they are written: a line break or a
+// bidirectional override in a name, a name or full name over its length, a
+// file name over 200 bytes are refused at once; what a client sends reaches
+// the log with its control characters escaped, so no line can be forged.
+TEST_F(LanServer, NamesAndTextsAreCheckedOnWriteAndEscapedInTheLog)
+{
+    QStringList log;
+    capturedLog = &log;
+    const QtMessageHandler before = qInstallMessageHandler(captureLog);
+
+    Peer admin(server->port());
+    ASSERT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+    struct Row
+    {
+        const char* what;
+        QString name, fullName;
+        bool kept;
+    };
+    const Row rows[] = {
+        {"a line break", QStringLiteral("ev\nil"), QString(), false},
+        {"a right-to-left override", QStringLiteral("\u202Eexe.txt"), QString(), false},
+        {"an escape", QStringLiteral("a\x1b[2Jb"), QString(), false},
+        {"65 characters", QString(65, QLatin1Char('n')), QString(), false},
+        {"a full name of 1025 characters", QStringLiteral("long"), QString(1025, QLatin1Char('f')),
+         false},
+        {"64 characters", QString(64, QLatin1Char('n')), QStringLiteral("Nina\tN."), true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        QSignalSpy added(&admin.conn, &KZConnection::addUserResult);
+        admin.r.lanAddUser(row.name, row.fullName, QStringLiteral("pw"), QString(), QString(),
+                           false);
+        ASSERT_TRUE(waitFor([&] { return added.count() > 0; }));
+        EXPECT_EQ(added.first().value(0).value<user_info>().name.isEmpty(), !row.kept);
+        EXPECT_EQ(storage.user(row.name).has_value(), row.kept);
+    }
+
+    // 200 characters of three bytes each: refused when the task is announced,
+    // not when the file is opened.
+    QSignalSpy task(&admin.conn, &KZConnection::macTsfFileAddTaskUi);
+    admin.r.lanMacTsfFileAddTask(true, QStringLiteral("KZ-1"), QStringLiteral("job"),
+                                 QStringLiteral("/"), true, {QString(200, QChar(0x6F22))});
+    ASSERT_TRUE(waitFor([&] { return task.count() > 0; }));
+    EXPECT_FALSE(task.first().value(0).toBool());
+
+    // A login whose name would forge a line of the log.
+    Peer forger(server->port());
+    EXPECT_FALSE(forger.login(QStringLiteral("x\nkz.server.auth: 127.0.0.1:1 logged in as admin"),
+                              QStringLiteral("pw")));
+    qInstallMessageHandler(before);
+    capturedLog = nullptr;
+    bool escaped = false;
+    for (const QString& line : std::as_const(log)) {
+        EXPECT_FALSE(line.contains(QLatin1Char('\n'))) << qPrintable(line);
+        EXPECT_FALSE(line.contains(QChar(0x202E)));
+        escaped = escaped || line.contains(QLatin1String("x\\nkz.server.auth"));
+    }
+    EXPECT_TRUE(escaped) << qPrintable(log.join(QLatin1Char('|')));
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // Users, groups, operators and permissions.
 #include "server_p.h"
+#include "texts.h"
 
 namespace {
 
@@ -8,6 +9,12 @@ user_info shown(user_info u)
 {
     u.text3.clear();
     return u;
+}
+
+// Names to move into a group: the names and the group's two levels.
+bool validMove(const QStringList& names, const QString& lv1, const QString& lv2)
+{
+    return Texts::areNames(names) && Texts::isOptionalName(lv1) && Texts::isOptionalName(lv2);
 }
 
 } // namespace
@@ -35,9 +42,14 @@ void Server::attachAccounts(Client* c)
                 const user_info u = userOf(name, text2, lv1, lv2, flag);
                 // The reply has no success flag: a refused user comes back
                 // with an empty name.
-                if (!allowed(c, "AddUser") || password.isEmpty() ||
-                    !storage_.addUser(u, Passwords::hash(password))) {
-                    qCInfo(lcServer).noquote() << c->peer << "could not add the user" << name;
+                if (!allowed(c, "AddUser") ||
+                    !acceptable(c, "AddUser",
+                                Texts::isName(name) && Texts::isText(text2) &&
+                                    password.size() <= Texts::kMaxPassword &&
+                                    Texts::isOptionalName(lv1) && Texts::isOptionalName(lv2)) ||
+                    password.isEmpty() || !storage_.addUser(u, Passwords::hash(password))) {
+                    qCInfo(lcServer).noquote()
+                        << c->peer << "could not add the user" << Texts::forLog(name);
                     r->lanAddUserResult(user_info());
                     return;
                 }
@@ -46,20 +58,35 @@ void Server::attachAccounts(Client* c)
                 pushUsers(c);
             });
     connect(k, &KZConnection::deleteUser, c, [=](const QStringList& names) {
-        // The administrator account stays: without it nobody could log in
-        // to repair the server.
-        const bool ok = allowed(c, "DeleteUser") && !names.contains(QStringLiteral("admin")) &&
-                        storage_.deleteUsers(names);
+        // The administrator account stays, and so does one administrator at
+        // least: without them nobody could log in to repair the server.
+        bool ok = allowed(c, "DeleteUser") && !names.contains(QStringLiteral("admin"));
+        if (ok) {
+            Storage::Transaction t(storage_);
+            ok = storage_.deleteUsers(names) && storage_.administratorCount() > 0 && t.commit();
+        }
         if (ok) record(c, QString(), QStringLiteral("users deleted"), names.join(QLatin1Char(',')));
         r->lanDeleteUserResponse(ok, names);
-        if (ok) pushUsers(c);
+        if (!ok) return;
+        endSessions(names, nullptr);
+        pushUsers(c);
     });
     // UpdateClient: name, text2, new password (empty: unchanged), lv1, lv2,
-    // (unused), flag, (unused).
+    // (unused), flag, (unused). A user who is not an administrator changes
+    // only their own full name and password: groups and flag as stored.
+    // A new password ends the account's other sessions.
     connect(k, &KZConnection::updateClient, c,
             [=](const QString& name, const QString& text2, const QString& password,
                 const QString& lv1, const QString& lv2, const QString& s6, bool flag, bool b2) {
-                bool ok = allowed(c, "UpdateClient");
+                bool ok =
+                    allowed(c, "UpdateClient") && ownOrAdmin(c, name, "UpdateClient") &&
+                    acceptable(c, "UpdateClient",
+                               Texts::isText(text2) && password.size() <= Texts::kMaxPassword &&
+                                   Texts::isOptionalName(lv1) && Texts::isOptionalName(lv2));
+                if (ok && !c->admin) {
+                    const user_info now = storage_.user(name).value_or(user_info());
+                    ok = now.lv1Group == lv1 && now.lv2Group == lv2 && now.flag == flag;
+                }
                 if (ok) {
                     Storage::Transaction t(storage_);
                     ok = storage_.updateUser(userOf(name, text2, lv1, lv2, flag)) &&
@@ -69,13 +96,23 @@ void Server::attachAccounts(Client* c)
                 }
                 if (ok) record(c, QString(), QStringLiteral("user updated"), name);
                 r->lanUpdateClientResponse(ok, name, text2, QString(), lv1, lv2, s6, flag, b2);
-                if (ok) pushUsers(c);
+                if (!ok) return;
+                if (!password.isEmpty()) endSessions({name}, name == c->user ? c : nullptr);
+                pushUsers(c);
             });
     connect(k, &KZConnection::updateUserPermission, c, [=](const QString& name, int permission) {
-        const bool ok =
-            allowed(c, "UpdateUserPermission") && storage_.setUserPermission(name, permission);
+        bool ok = allowed(c, "UpdateUserPermission");
+        if (ok) {
+            Storage::Transaction t(storage_);
+            ok = storage_.setUserPermission(name, permission) &&
+                 storage_.administratorCount() > 0 && t.commit();
+        }
         r->lanUpdateUserPermissionResponse(ok, name, permission);
-        if (ok) pushUsers(c);
+        if (!ok) return;
+        record(c, QString(), QStringLiteral("permission set"),
+               QStringLiteral("%1: %2").arg(name).arg(permission));
+        refreshRights(name, permission);
+        pushUsers(c);
     });
     connect(k, &KZConnection::updateUserGroupPermission, c,
             [=](const QString& name, const QMap<QString, QStringList>& groups) {
@@ -89,6 +126,9 @@ void Server::attachAccounts(Client* c)
     connect(k, &KZConnection::addGroup, c,
             [=](const QStringList& lv1Names, const QMap<QString, QStringList>& lv2ByLv1) {
                 if (!allowed(c, "AddGroup")) return; // the reply has no flag to say no
+                bool names = Texts::areNames(lv1Names) && lv2ByLv1.size() <= Texts::kMaxItems;
+                for (const QStringList& lv2 : lv2ByLv1) names = names && Texts::areNames(lv2);
+                if (!acceptable(c, "AddGroup", names)) return;
                 if (storage_.addGroups(lv1Names, lv2ByLv1))
                     record(c, QString(), QStringLiteral("groups added"),
                            lv1Names.join(QLatin1Char(',')));
@@ -103,20 +143,23 @@ void Server::attachAccounts(Client* c)
                     pushMachines(c);
                 }
             });
-    connect(
-        k, &KZConnection::moveUserToGroup, c,
-        [=](const QStringList& names, const QString& lv1, const QString& lv2) {
-            const bool ok = allowed(c, "MoveUserToGroup") && storage_.moveUsers(names, lv1, lv2);
-            if (ok)
-                record(c, QString(), QStringLiteral("users moved"),
-                       QStringLiteral("%1 to %2/%3").arg(names.join(QLatin1Char(',')), lv1, lv2));
-            r->lanMoveUserToGroupResponse(ok, names, lv1, lv2);
-            if (ok) pushUsers(c);
-        });
+    connect(k, &KZConnection::moveUserToGroup, c,
+            [=](const QStringList& names, const QString& lv1, const QString& lv2) {
+                const bool ok = allowed(c, "MoveUserToGroup") &&
+                                acceptable(c, "MoveUserToGroup", validMove(names, lv1, lv2)) &&
+                                storage_.moveUsers(names, lv1, lv2);
+                if (ok)
+                    record(
+                        c, QString(), QStringLiteral("users moved"),
+                        QStringLiteral("%1 to %2/%3").arg(names.join(QLatin1Char(',')), lv1, lv2));
+                r->lanMoveUserToGroupResponse(ok, names, lv1, lv2);
+                if (ok) pushUsers(c);
+            });
     connect(k, &KZConnection::moveOperatorToGroup, c,
             [=](const QStringList& names, const QString& lv1, const QString& lv2) {
-                const bool ok =
-                    allowed(c, "MoveOperatorToGroup") && storage_.moveOperators(names, lv1, lv2);
+                const bool ok = allowed(c, "MoveOperatorToGroup") &&
+                                acceptable(c, "MoveOperatorToGroup", validMove(names, lv1, lv2)) &&
+                                storage_.moveOperators(names, lv1, lv2);
                 r->lanMoveOperatorToGroupResponse(ok, names, lv1, lv2);
                 if (ok) pushOperators(c);
             });
@@ -134,16 +177,32 @@ void Server::attachAccounts(Client* c)
         op.flagB = b;
         return op;
     };
+    // An operator: a name and four texts.
+    const auto validOperator = [](const QString& s1, const QString& s2, const QString& s3,
+                                  const QString& s4, const QString& s5) {
+        return Texts::isName(s1) && Texts::isText(s2) && Texts::isText(s3) && Texts::isText(s4) &&
+               Texts::isText(s5);
+    };
     connect(k, &KZConnection::addOperatorUser, c,
             [=](const QString& s1, const QString& s2, const QString& s3, const QString& s4,
                 const QString& s5) {
-                const bool ok = allowed(c, "AddOperatorUser") &&
-                                storage_.addOperator(operatorOf(s1, s2, s3, s4, s5, false, false));
+                const bool ok =
+                    allowed(c, "AddOperatorUser") &&
+                    acceptable(c, "AddOperatorUser", validOperator(s1, s2, s3, s4, s5)) &&
+                    storage_.addOperator(operatorOf(s1, s2, s3, s4, s5, false, false));
                 r->lanAddOperatorUserResponse(ok, s1, s2, s3, s4, s5, false, false);
                 if (ok) pushOperators(c);
             });
     connect(k, &KZConnection::addOperatorUsers, c, [=](const QList<QVariant>& rows) {
         bool ok = allowed(c, "AddOperatorUsers");
+        bool valid = rows.size() <= Texts::kMaxItems;
+        for (const QVariant& row : rows) {
+            const QList<QVariant> v = row.toList();
+            valid = valid && validOperator(v.value(0).toString(), v.value(1).toString(),
+                                           v.value(2).toString(), v.value(3).toString(),
+                                           v.value(4).toString());
+        }
+        ok = ok && acceptable(c, "AddOperatorUsers", valid);
         if (ok) {
             Storage::Transaction t(storage_);
             for (const QVariant& row : rows) {
@@ -160,8 +219,10 @@ void Server::attachAccounts(Client* c)
     connect(k, &KZConnection::updateOperator, c,
             [=](const QString& s1, const QString& s2, const QString& s3, const QString& s4,
                 const QString& s5, bool a, bool b) {
-                const bool ok = allowed(c, "UpdateOperator") &&
-                                storage_.updateOperator(operatorOf(s1, s2, s3, s4, s5, a, b));
+                const bool ok =
+                    allowed(c, "UpdateOperator") &&
+                    acceptable(c, "UpdateOperator", validOperator(s1, s2, s3, s4, s5)) &&
+                    storage_.updateOperator(operatorOf(s1, s2, s3, s4, s5, a, b));
                 r->lanUpdateOperatorResponse(ok, s1, s2, s3, s4, s5, a, b);
                 if (ok) pushOperators(c);
             });
@@ -173,16 +234,22 @@ void Server::attachAccounts(Client* c)
 
     // -- permissions -------------------------------------------------------------
     // Entries are (user, first-level group or machine, second-level group).
-    // Add, edit and delete answer with the user's permissions as they now are.
+    // Add, edit and delete answer with the user's permissions as they now
+    // are; a refusal with none.
     const auto answerSet = [=](bool ok, const QString& target) {
         QMap<QString, fctp_user2_power> powers;
-        for (const mac_user_power& e : storage_.permissions({target}))
-            powers.insert(e.key3.isEmpty() ? e.key2 : e.key2 + QLatin1Char('/') + e.key3, e.power);
+        if (ok)
+            for (const mac_user_power& e : storage_.permissions({target}))
+                powers.insert(e.key3.isEmpty() ? e.key2 : e.key2 + QLatin1Char('/') + e.key3,
+                              e.power);
         r->lanSetPermissionResult(ok, target, powers);
     };
+    // A user who is not an administrator reads their own entries only.
     connect(k, &KZConnection::queryPermission, c, [=](const QStringList& keys) {
-        r->lanQueryPermissionResult(allowed(c, "QueryPermission") ? storage_.permissions(keys)
-                                                                  : QList<mac_user_power>());
+        const bool ok = allowed(c, "QueryPermission") &&
+                        (c->admin || keys == QStringList{c->user} ||
+                         ownOrAdmin(c, keys.join(QLatin1Char(',')), "QueryPermission"));
+        r->lanQueryPermissionResult(ok ? storage_.permissions(keys) : QList<mac_user_power>());
     });
     connect(k, &KZConnection::addPermission, c,
             [=](const QStringList& keys, const QString& target, unsigned int power) {

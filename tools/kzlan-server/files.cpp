@@ -1,6 +1,7 @@
 // File transfers into the storage folder, the files kept for machines and
 // the shared files.
 #include "server_p.h"
+#include "texts.h"
 
 #include <QCryptographicHash>
 #include <QDateTime>
@@ -14,18 +15,6 @@ namespace {
 constexpr int kChunkBytes = 64 * 1024;      // asked of the sender
 constexpr int kMaxChunkBytes = 1024 * 1024; // accepted from it
 constexpr qint64 kMaxFileBytes = 1LL << 30; // 1 GiB
-
-// A file or machine name that stays inside its folder: no separators, no
-// dot names, no control characters, and not the suffix of a partial file.
-bool plainName(const QString& s)
-{
-    if (s.isEmpty() || s.size() > 200 || s == QLatin1String(".") || s == QLatin1String("..") ||
-        s.endsWith(QLatin1String(".part")))
-        return false;
-    for (QChar ch : s)
-        if (ch == QLatin1Char('/') || ch == QLatin1Char('\\') || ch.unicode() < 0x20) return false;
-    return true;
-}
 
 QByteArray md5OfFile(QFile& f)
 {
@@ -60,6 +49,18 @@ void Server::attachFiles(Client* c)
         c->in.size = -1;
         c->in.part.setFileName(QString());
     };
+    // A user who is not an administrator replaces, renames and deletes only
+    // the files they sent.
+    const auto mayChange = [this, c](const QString& mac, const QString& name) {
+        if (c->admin) return true;
+        for (const StoredFile& f : storage_.files(mac))
+            if (f.name == name && f.receivedBy != c->user) {
+                qCInfo(lcAuth).noquote() << c->peer << c->user << "may not change"
+                                         << Texts::forLog(name) << "sent by" << f.receivedBy;
+                return false;
+            }
+        return true;
+    };
     const auto discard = [=] {
         c->in.part.close();
         c->in.part.remove();
@@ -78,7 +79,7 @@ void Server::attachFiles(Client* c)
                     refusal = QStringLiteral("not logged in");
                 else if (!upload || files.size() != 1)
                     refusal = QStringLiteral("only uploads of one file are taken");
-                else if (!plainName(name) || (!mac.isEmpty() && !plainName(mac)))
+                else if (!Texts::isFileName(name) || (!mac.isEmpty() && !Texts::isFileName(mac)))
                     refusal = QStringLiteral("not a plain file or machine name");
                 else if (in.part.isOpen() || !in.key.isEmpty())
                     refusal = QStringLiteral("a transfer is already running on this connection");
@@ -87,9 +88,11 @@ void Server::attachFiles(Client* c)
                 else if (!overwrite &&
                          QFile::exists(QDir(folderOf(storageDir_, mac)).filePath(name)))
                     refusal = QStringLiteral("the file exists");
+                else if (!mayChange(mac, name))
+                    refusal = QStringLiteral("the file was sent by another user");
                 if (!refusal.isEmpty()) {
                     qCInfo(lcServer).noquote()
-                        << c->peer << "transfer of" << name << "refused:" << refusal;
+                        << c->peer << "transfer of" << Texts::forLog(name) << "refused:" << refusal;
                     r->lanMacTsfFileAddTaskUi(false, mac, name, 0, dir, refusal, task);
                     return;
                 }
@@ -124,7 +127,7 @@ void Server::attachFiles(Client* c)
         in.lastTenth = 0;
         in.clock.start();
         qCInfo(lcServer).noquote()
-            << c->peer << "sends" << in.key << size << "bytes, md5" << hex(digest);
+            << c->peer << "sends" << Texts::forLog(in.key) << size << "bytes, md5" << hex(digest);
         r->lanMacTsfFileBeginResponse(in.task, ok ? 0 : 1, kChunkBytes);
     });
     // A chunk: task, number, offset, length, MD5, bytes. Acknowledged with
@@ -138,8 +141,8 @@ void Server::attachFiles(Client* c)
                                 QCryptographicHash::hash(data, QCryptographicHash::Md5) == digest &&
                                 in.part.write(data) == len;
                 if (!ok) {
-                    qCInfo(lcServer).noquote()
-                        << c->peer << "chunk" << chunk << "of" << in.key << "rejected";
+                    qCInfo(lcServer).noquote() << c->peer << "chunk" << chunk << "of"
+                                               << Texts::forLog(in.key) << "rejected";
                     r->lanMacTsfFileContentResponse(chunk, -1);
                     return;
                 }
@@ -158,41 +161,42 @@ void Server::attachFiles(Client* c)
             });
     // Close: the MD5 of the whole file once more. The file gets its name
     // only if its size and both digests match.
-    connect(k, &KZConnection::macTsfFileClose, c,
-            [=, &in](int task, int, const QByteArray& digest) {
-                if (!in.part.isOpen() || task != in.task) {
-                    r->lanMacTsfFileEnd(task, in.name, false);
-                    return;
-                }
-                in.part.flush();
-                ::fsync(in.part.handle()); // on disk before it is renamed and listed
-                in.part.close();
-                const QByteArray got = md5OfFile(in.part);
-                const QString final = QDir(folderOf(storageDir_, in.mac)).filePath(in.name);
-                bool ok = in.received == in.size && got == in.digest && got == digest;
-                if (ok) {
-                    QFile::remove(final);
-                    ok = in.part.rename(final) &&
-                         storage_.putFile({in.mac, in.name, in.received, hex(got),
-                                           QDateTime::currentDateTimeUtc().toString(Qt::ISODate),
-                                           c->user});
-                    if (!ok) QFile::remove(final);
-                }
-                qCInfo(lcServer).noquote() << c->peer << in.key << in.received << "bytes, md5"
-                                           << hex(got) << (ok ? "kept" : "discarded");
-                record(c, in.mac,
-                       ok ? QStringLiteral("file received") : QStringLiteral("file discarded"),
-                       QStringLiteral("%1 (%2 bytes)").arg(in.name).arg(in.received));
-                const QString name = in.name;
-                if (ok)
-                    finish();
-                else
-                    discard();
-                r->lanMacTsfFileEnd(task, name, ok);
-            });
+    connect(
+        k, &KZConnection::macTsfFileClose, c, [=, &in](int task, int, const QByteArray& digest) {
+            if (!in.part.isOpen() || task != in.task) {
+                r->lanMacTsfFileEnd(task, in.name, false);
+                return;
+            }
+            in.part.flush();
+            ::fsync(in.part.handle()); // on disk before it is renamed and listed
+            in.part.close();
+            const QByteArray got = md5OfFile(in.part);
+            const QString final = QDir(folderOf(storageDir_, in.mac)).filePath(in.name);
+            bool ok = in.received == in.size && got == in.digest && got == digest;
+            if (ok) {
+                QFile::remove(final);
+                ok = in.part.rename(final) &&
+                     storage_.putFile({in.mac, in.name, in.received, hex(got),
+                                       QDateTime::currentDateTimeUtc().toString(Qt::ISODate),
+                                       c->user});
+                if (!ok) QFile::remove(final);
+            }
+            qCInfo(lcServer).noquote() << c->peer << Texts::forLog(in.key) << in.received
+                                       << "bytes, md5" << hex(got) << (ok ? "kept" : "discarded");
+            record(c, in.mac,
+                   ok ? QStringLiteral("file received") : QStringLiteral("file discarded"),
+                   QStringLiteral("%1 (%2 bytes)").arg(in.name).arg(in.received));
+            const QString name = in.name;
+            if (ok)
+                finish();
+            else
+                discard();
+            r->lanMacTsfFileEnd(task, name, ok);
+        });
     connect(k, &KZConnection::macTsfFileCancel, c, [=, &in](const QString&, int task) {
         if (in.key.isEmpty()) return;
-        qCInfo(lcServer).noquote() << c->peer << "cancelled the transfer of" << in.key;
+        qCInfo(lcServer).noquote()
+            << c->peer << "cancelled the transfer of" << Texts::forLog(in.key);
         const QString name = in.name;
         discard();
         r->lanMacTsfFileEnd(task, name, false);
@@ -214,8 +218,10 @@ void Server::attachFiles(Client* c)
     });
     connect(k, &KZConnection::macRenameFile, c,
             [=](const QString& mac, const QString& from, const QString& to) {
-                bool ok = allowed(c, "MacRenameFile") && plainName(from) && plainName(to) &&
-                          !transfersInProgress_.contains(mac + QLatin1Char('/') + to);
+                bool ok = allowed(c, "MacRenameFile") && Texts::isFileName(from) &&
+                          Texts::isFileName(to) &&
+                          !transfersInProgress_.contains(mac + QLatin1Char('/') + to) &&
+                          mayChange(mac, from);
                 if (ok) {
                     const QDir folder(folderOf(storageDir_, mac));
                     Storage::Transaction t(storage_);
@@ -239,7 +245,7 @@ void Server::attachFiles(Client* c)
     });
     connect(k, &KZConnection::macDeleteFile, c, [=](const QString& mac, const QStringList& files) {
         bool ok = allowed(c, "MacDeleteFile");
-        for (const QString& f : files) ok = ok && plainName(f);
+        for (const QString& f : files) ok = ok && Texts::isFileName(f) && mayChange(mac, f);
         if (ok) {
             Storage::Transaction t(storage_);
             ok = storage_.deleteFiles(mac, files) && t.commit();

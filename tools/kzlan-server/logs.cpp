@@ -1,5 +1,6 @@
 // Log queries and statistics from the event log, and the price table.
 #include "server_p.h"
+#include "texts.h"
 
 #include <QDate>
 
@@ -62,7 +63,8 @@ void Server::attachLogs(Client* c)
             });
     connect(k, &KZConnection::queryMacDatas, c, [=](const QString& a, const QString& b) {
         if (allowed(c, "QueryMacDatas"))
-            qCInfo(lcServer).noquote() << c->peer << "asked for machine data" << a << b;
+            qCInfo(lcServer).noquote()
+                << c->peer << "asked for machine data" << Texts::forLog(a) << Texts::forLog(b);
     });
     connect(k, &KZConnection::queryMacProcess, c,
             [=](const QString& mac, const QString& date, const QList<work_log>& logs) {
@@ -138,17 +140,21 @@ void Server::attachLogs(Client* c)
             });
 
     // -- prices --------------------------------------------------------------
+    // A table that the database could not read whole is not sent: the
+    // refusal is an empty one.
     connect(k, &KZConnection::loadFilePrice, c, [=] {
-        const QMap<QString, double> table =
-            allowed(c, "LoadFilePrice") ? storage_.prices() : QMap<QString, double>();
+        QMap<QString, double> table;
+        if (allowed(c, "LoadFilePrice"))
+            table = wholeRead(c, "LoadFilePrice", [this] { return storage_.prices(); });
         r->lanLoadFilePriceResult(table.keys(), table);
     });
     // AddFilePrice sets a price, new or not; the price is text.
     connect(k, &KZConnection::addFilePrice, c, [=](const QString& file, const QString& price) {
         bool valid = false;
         const double v = price.toDouble(&valid);
-        const bool ok =
-            allowed(c, "AddFilePrice") && valid && std::isfinite(v) && storage_.setPrice(file, v);
+        const bool ok = allowed(c, "AddFilePrice") &&
+                        acceptable(c, "AddFilePrice", Texts::isFileName(file)) && valid &&
+                        std::isfinite(v) && storage_.setPrice(file, v);
         if (ok)
             record(c, QString(), QStringLiteral("price set"),
                    file + QLatin1Char('=') + priceText(v));
@@ -177,6 +183,10 @@ void Server::attachLogs(Client* c)
     });
     connect(k, &KZConnection::addFilePrices, c, [=](const QMap<QString, double>& prices) {
         bool ok = allowed(c, "AddFilePrices");
+        bool names = prices.size() <= Texts::kMaxItems;
+        for (auto it = prices.cbegin(); it != prices.cend(); ++it)
+            names = names && Texts::isFileName(it.key());
+        ok = ok && acceptable(c, "AddFilePrices", names);
         if (ok) {
             Storage::Transaction t(storage_);
             for (auto it = prices.cbegin(); ok && it != prices.cend(); ++it)
@@ -192,7 +202,8 @@ void Server::attachLogs(Client* c)
             [=](const QString&, const QString&, const QString&, const QStringList& files) {
                 double sum = 0;
                 if (allowed(c, "QueryFilePrice")) {
-                    const QMap<QString, double> table = storage_.prices();
+                    const QMap<QString, double> table =
+                        wholeRead(c, "QueryFilePrice", [this] { return storage_.prices(); });
                     for (const QString& f : files) sum += table.value(f);
                 }
                 r->lanQueryFilePriceResult(priceText(sum));
@@ -200,7 +211,7 @@ void Server::attachLogs(Client* c)
     connect(k, &KZConnection::queryFilePriceInfo, c,
             [=](const QString& text, const QList<QVariant>& rows) {
                 if (allowed(c, "QueryFilePriceInfo"))
-                    qCInfo(lcServer).noquote()
-                        << c->peer << "sent price information" << text << rows.size() << "rows";
+                    qCInfo(lcServer).noquote() << c->peer << "sent price information"
+                                               << Texts::forLog(text) << rows.size() << "rows";
             });
 }

@@ -1,5 +1,6 @@
 // The machine registry, machine reports and the remote panel.
 #include "server_p.h"
+#include "texts.h"
 
 void Server::attachMachines(Client* c)
 {
@@ -11,6 +12,12 @@ void Server::attachMachines(Client* c)
     // is pushed.
     connect(k, &KZConnection::macInfo, c, [=](const QList<mac_info>& macs) {
         if (!allowed(c, "MacInfo")) return;
+        bool valid = macs.size() <= Texts::kMaxItems;
+        for (const mac_info& m : macs)
+            valid = valid && Texts::isFileName(m.mac) && Texts::isName(m.mac) &&
+                    Texts::isText(m.text2) && Texts::isText(m.text4) &&
+                    Texts::isOptionalName(m.lv1Group) && Texts::isOptionalName(m.lv2Group);
+        if (!acceptable(c, "MacInfo", valid)) return r->lanMacInfoResponse();
         QList<mac_info> added;
         bool ok = true;
         {
@@ -34,9 +41,10 @@ void Server::attachMachines(Client* c)
     connect(k, &KZConnection::macInfoResult, c, [] {}); // a client's acknowledgement of a push
     // EditMac has no reply: everyone, the sender included, gets the list.
     connect(k, &KZConnection::editMac, c, [=](const QString& mac, const QString& text2) {
-        if (!allowed(c, "EditMac")) return;
+        if (!allowed(c, "EditMac") || !acceptable(c, "EditMac", Texts::isText(text2))) return;
         if (!storage_.renameMachine(mac, text2)) {
-            qCInfo(lcServer).noquote() << c->peer << "edited the unknown machine" << mac;
+            qCInfo(lcServer).noquote()
+                << c->peer << "edited the unknown machine" << Texts::forLog(mac);
             return;
         }
         record(c, mac, QStringLiteral("machine edited"), text2);
@@ -51,8 +59,11 @@ void Server::attachMachines(Client* c)
     });
     connect(k, &KZConnection::moveMacToGroup, c,
             [=](const QStringList& macs, const QString& lv1, const QString& lv2) {
-                const bool ok =
-                    allowed(c, "MoveMacToGroup") && storage_.moveMachines(macs, lv1, lv2);
+                const bool ok = allowed(c, "MoveMacToGroup") &&
+                                acceptable(c, "MoveMacToGroup",
+                                           Texts::areNames(macs) && Texts::isOptionalName(lv1) &&
+                                               Texts::isOptionalName(lv2)) &&
+                                storage_.moveMachines(macs, lv1, lv2);
                 r->lanMoveMacToGroupResponse(ok, macs, lv1, lv2);
                 if (ok) pushMachines(c);
             });
@@ -80,14 +91,14 @@ void Server::attachMachines(Client* c)
     // The server holds no link to a machine's panel: remote mode is refused.
     connect(k, &KZConnection::remoteSetMode, c, [=](const QString& mac, int mode) {
         if (allowed(c, "RemoteSetMode"))
-            qCInfo(lcServer).noquote()
-                << c->peer << "asked for remote mode" << mode << "on" << mac << "; no panel link";
+            qCInfo(lcServer).noquote() << c->peer << "asked for remote mode" << mode << "on"
+                                       << Texts::forLog(mac) << "; no panel link";
         r->lanRemoteSetModeResponse(false, mac, mode, 0, 0);
     });
     connect(k, &KZConnection::remoteScreenTouch, c,
             [=](const QString& mac, unsigned char, unsigned short, unsigned short) {
                 if (allowed(c, "RemoteScreenTouch"))
-                    qCInfo(lcServer).noquote()
-                        << c->peer << "touched the panel of" << mac << "; no panel link";
+                    qCInfo(lcServer).noquote() << c->peer << "touched the panel of"
+                                               << Texts::forLog(mac) << "; no panel link";
             });
 }

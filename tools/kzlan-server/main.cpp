@@ -121,6 +121,11 @@ int main(int argc, char** argv)
         fail(QStringLiteral("cannot open the database %1: %2").arg(location, error.simplified()));
         return 1;
     }
+    if (!storage.checkIntegrity(&error)) {
+        fail(QStringLiteral("the database %1 is damaged (%2); restore it from a backup")
+                 .arg(location, error.simplified()));
+        return 1;
+    }
     if (!storage.passwordOf(QStringLiteral("admin")).isNull()) {
         if (cli.isSet(adminPassword))
             std::fprintf(stderr, "kzlan-server: the admin account exists; --admin-password is "

@@ -1,5 +1,6 @@
 // Production plans, workshop plans, planned stops and work time, OEE data.
 #include "server_p.h"
+#include "texts.h"
 
 #include <QDate>
 
@@ -117,8 +118,8 @@ void Server::attachPlanning(Client* c)
     // map count, which a receiver cannot tell from the next row.
     const auto putWorkshop = [=](const WorkshopPlan& p, const QString& oldName) {
         if (p.quantities.isEmpty()) {
-            qCInfo(lcServer).noquote()
-                << c->peer << "sent the workshop plan" << p.name << "without machines; not kept";
+            qCInfo(lcServer).noquote() << c->peer << "sent the workshop plan"
+                                       << Texts::forLog(p.name) << "without machines; not kept";
         } else if (storage_.putWorkshopPlan(p, oldName)) {
             record(c, QString(), QStringLiteral("workshop plan"),
                    p.workshop + QLatin1Char(' ') + p.name);

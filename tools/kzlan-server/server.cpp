@@ -1,13 +1,18 @@
 // Accepting clients, their sessions, login and the pushes of lists.
 #include "listener.h"
+#include "rights.h"
 #include "server_p.h"
+#include "texts.h"
 
 #include <QDateTime>
 #include <QDir>
 #include <QPointer>
 #include <QTimer>
 
+#include <algorithm>
 #include <utility>
+
+#include <sys/resource.h>
 
 Q_LOGGING_CATEGORY(lcServer, "kz.server")
 Q_LOGGING_CATEGORY(lcAuth, "kz.server.auth")
@@ -15,15 +20,51 @@ Q_LOGGING_CATEGORY(lcAuth, "kz.server.auth")
 Server::Client::Client(Server* server, QTcpSocket* socket)
     : QObject(server), server(server), socket(socket), conn(new KZConnection(nullptr, this)),
       r(conn->resolver()),
-      peer(QStringLiteral("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort()))
+      peer(QStringLiteral("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort())),
+      address(socket->peerAddress().toString()), connectedMs(QDateTime::currentMSecsSinceEpoch())
 {
     conn->setDevice(socket, KZConnection::Ownership::Owned);
+    // Before login only a login is of use: large bodies are not stored.
+    r->setMaxReceiveBody(kPreLoginBodyBytes);
 }
 
 Server::Server(Storage& storage, const QString& storageDir, QObject* parent)
     : QObject(parent), storage_(storage), storageDir_(storageDir), listener_(new Listener(this))
 {
     connect(listener_, &QTcpServer::newConnection, this, &Server::accept);
+    // Out of descriptors, QTcpServer stops accepting for good: try again
+    // a little later, by when connections may have closed.
+    connect(listener_, &QTcpServer::acceptError, this, [this](QAbstractSocket::SocketError e) {
+        qCWarning(lcServer) << "cannot accept a connection (" << e << "); pausing for"
+                            << kAcceptPauseMs << "ms";
+        listener_->pauseAccepting();
+        QTimer::singleShot(kAcceptPauseMs, this, [this] { listener_->resumeAccepting(); });
+    });
+    rlimit files{};
+    if (::getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur != RLIM_INFINITY)
+        maxClients_ = clientLimit(qint64(files.rlim_cur));
+}
+
+int Server::clientLimit(qint64 descriptors)
+{
+    return int(std::clamp<qint64>((descriptors - 64) / 3, 1, kMaxClients));
+}
+
+bool Server::roomBeforeLogin(const QString& address)
+{
+    Client* oldest = nullptr;
+    int waiting = 0;
+    for (Client* c : std::as_const(clients_)) {
+        if (c->loggedIn || c->address != address) continue;
+        ++waiting;
+        if (!c->loginPending && (!oldest || c->connectedMs < oldest->connectedMs)) oldest = c;
+    }
+    if (waiting < kMaxUnauthenticatedPerAddress) return true;
+    if (!oldest) return false;
+    qCInfo(lcAuth).noquote() << oldest->peer << "closed to make room: too many connections from"
+                             << address << "before login";
+    drop(oldest);
+    return true;
 }
 
 Server::~Server() { shutdown(); }
@@ -53,7 +94,7 @@ void Server::shutdown()
 void Server::accept()
 {
     while (QTcpSocket* socket = listener_->nextPendingConnection()) {
-        if (clients_.size() >= kMaxClients) {
+        if (clients_.size() >= maxClients_ || !roomBeforeLogin(socket->peerAddress().toString())) {
             qCWarning(lcServer) << "too many clients; closing the connection from"
                                 << socket->peerAddress().toString();
             socket->abort();
@@ -61,20 +102,26 @@ void Server::accept()
             continue;
         }
         socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        socket->setReadBufferSize(kReadBufferBytes);
         auto* c = new Client(this, socket);
+        c->conn->setReadChunkSize(kReadChunkBytes);
+
         clients_.insert(c);
         qCInfo(lcServer).noquote() << c->peer << "connected;" << clients_.size() << "clients";
         connect(c->conn, &KZConnection::disconnected, c, [this, c] { drop(c); });
-        // A client that asks without reading the answers is cut off before
-        // its unread replies grow without bound.
+        // A client that asks without reading the answers is not read from
+        // while its unread replies are many, and cut off if it takes none
+        // for a while. A large reply alone (a long list pushed after a
+        // login) cuts off no client that reads.
         connect(c->conn, &KZConnection::frameSent, c, [this, c] {
-            if (c->cutOff || c->socket->bytesToWrite() + c->conn->pendingBytes() <= kMaxUnreadBytes)
-                return;
-            c->cutOff = true;
-            qCWarning(lcServer).noquote()
-                << c->peer << "leaves more than" << kMaxUnreadBytes << "bytes unread; disconnected";
-            QMetaObject::invokeMethod(
-                c, [c] { c->socket->abort(); }, Qt::QueuedConnection);
+            if (c->unread() <= kMaxUnreadBytes) return;
+            c->conn->setReadingPaused(true);
+            if (!c->stallCheck) watchStall(c);
+        });
+        connect(c->socket, &QTcpSocket::bytesWritten, c, [c] {
+            c->lastWrittenMs = QDateTime::currentMSecsSinceEpoch();
+            if (c->conn->isReadingPaused() && c->unread() <= kMaxUnreadBytes / 2)
+                c->conn->setReadingPaused(false);
         });
         QTimer::singleShot(kLoginTimeoutMs, c, [c] {
             if (c->loggedIn) return;
@@ -90,13 +137,29 @@ void Server::accept()
     }
 }
 
+void Server::watchStall(Client* c)
+{
+    c->stallCheck = true;
+    const qint64 armed = QDateTime::currentMSecsSinceEpoch();
+    QTimer::singleShot(kWriteStallMs, c, [this, c, armed] {
+        c->stallCheck = false;
+        if (c->cutOff || !c->conn->isReadingPaused()) return; // it reads again
+        if (c->lastWrittenMs > armed) return watchStall(c);   // it reads, slowly
+        c->cutOff = true;
+        qCWarning(lcServer).noquote()
+            << c->peer << "took none of its" << c->unread() << "bytes of replies for"
+            << kWriteStallMs << "ms; disconnected";
+        c->socket->abort();
+    });
+}
+
 void Server::drop(Client* c)
 {
     if (!clients_.remove(c)) return;
     if (c->in.part.isOpen()) {
         qCWarning(lcServer).noquote()
-            << c->peer << "left during the transfer of" << c->in.name << "after" << c->in.received
-            << "of" << c->in.size << "bytes; the partial file is deleted";
+            << c->peer << "left during the transfer of" << Texts::forLog(c->in.name) << "after"
+            << c->in.received << "of" << c->in.size << "bytes; the partial file is deleted";
         c->in.part.close();
         c->in.part.remove();
     }
@@ -111,15 +174,64 @@ void Server::drop(Client* c)
 
 bool Server::allowed(Client* c, const char* what)
 {
-    if (c->loggedIn) return true;
-    qCInfo(lcAuth).noquote() << c->peer << "refused" << what << "before login";
+    if (!c->loggedIn) {
+        qCInfo(lcAuth).noquote() << c->peer << "refused" << what << "before login";
+        return false;
+    }
+    const Rights::Need need = Rights::needOf(what);
+    if (Rights::grants(c->permission, need)) return true;
+    qCInfo(lcAuth).noquote() << c->peer << "refused" << what << "to" << c->user << "for want of"
+                             << Rights::nameOf(need);
     return false;
+}
+
+void Server::refuseForStorage(Client* c, const char* what)
+{
+    qCWarning(lcServer).noquote() << c->peer << "refused" << what
+                                  << ": the database could not be read whole";
+}
+
+bool Server::acceptable(Client* c, const char* what, bool ok)
+{
+    if (!ok)
+        qCInfo(lcServer).noquote()
+            << c->peer << "refused" << what << "from" << Texts::forLog(c->user)
+            << ": a name or text out of its limits";
+    return ok;
+}
+
+bool Server::ownOrAdmin(Client* c, const QString& name, const char* what)
+{
+    if (c->admin || name == c->user) return true;
+    qCInfo(lcAuth).noquote() << c->peer << "refused" << what << "on another account to" << c->user;
+    return false;
+}
+
+void Server::endSessions(const QStringList& names, Client* except)
+{
+    for (Client* other : std::as_const(clients_)) {
+        if (other == except || !other->loggedIn || !names.contains(other->user)) continue;
+        qCInfo(lcAuth).noquote() << other->peer << "session of" << other->user << "ended";
+        other->loggedIn = false;
+        // After what was already written to it, on the next pass of the loop.
+        QMetaObject::invokeMethod(
+            other, [other] { other->socket->disconnectFromHost(); }, Qt::QueuedConnection);
+    }
+}
+
+void Server::refreshRights(const QString& name, qint32 permission)
+{
+    for (Client* other : std::as_const(clients_)) {
+        if (!other->loggedIn || other->user != name) continue;
+        other->permission = permission;
+        other->admin = Rights::isAdmin(permission);
+    }
 }
 
 void Server::record(Client* c, const QString& mac, const QString& kind, const QString& text)
 {
     if (!storage_.addEvent(mac, kind, c ? c->user : QString(), text))
-        qCWarning(lcServer) << "could not log the event" << kind << text;
+        qCWarning(lcServer) << "could not log the event" << kind << Texts::forLog(text);
 }
 
 // -- login ---------------------------------------------------------------------
@@ -162,6 +274,9 @@ void Server::attachSession(Client* c)
         // The hash is worked out on the pool, so that other clients are
         // served meanwhile; the answer comes back to this thread.
         c->loginPending = true;
+        // No account has such a name or password: refused without a hash.
+        if (!Texts::isName(account) || pw.size() > Texts::kMaxPassword + 15)
+            return finishLogin(c, account, false);
         const PasswordHash stored = storage_.passwordOf(account);
         const QString password = Passwords::withoutPadding(pw);
         const QPointer<Client> guard(c);
@@ -192,9 +307,11 @@ void Server::finishLogin(Client* c, const QString& account, bool ok)
         c->loginPending = false;
         c->loggedIn = true;
         c->user = account;
-        c->admin = account == QLatin1String("admin");
+        c->permission = storage_.user(account).value_or(user_info()).permission;
+        c->admin = Rights::isAdmin(c->permission);
         c->r->setAccount(account);
-        qCInfo(lcAuth).noquote() << c->peer << "logged in as" << account;
+        c->r->setMaxReceiveBody(kMaxBodyBytes);
+        qCInfo(lcAuth).noquote() << c->peer << "logged in as" << Texts::forLog(account);
         record(c, QString(), QStringLiteral("login"), QStringLiteral("from ") + c->peer);
         c->r->lanLoginResult(true, 0, c->admin);
         sendLists(c);
@@ -202,10 +319,10 @@ void Server::finishLogin(Client* c, const QString& account, bool ok)
     }
     const int failures = qMax(noteFailure(byAddress), noteFailure(byName));
     const int delay = loginDelayMs(failures);
-    qCWarning(lcAuth).noquote() << c->peer << "failed to log in as" << account << "(failure"
-                                << failures << "), answering in" << delay << "ms";
+    qCWarning(lcAuth).noquote() << c->peer << "failed to log in as" << Texts::forLog(account)
+                                << "(failure" << failures << "), answering in" << delay << "ms";
     record(nullptr, QString(), QStringLiteral("login refused"),
-           QStringLiteral("%1 from %2").arg(account, c->peer));
+           QStringLiteral("%1 from %2").arg(Texts::forLog(account), c->peer));
     c->loggedIn = false;
     QTimer::singleShot(delay, c, [c] {
         c->loginPending = false;

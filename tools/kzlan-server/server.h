@@ -1,6 +1,9 @@
 // The LAN server: a QTcpServer with one KZConnection (one resolver) per
 // client, answering every request from the storage.
 //
+// Rights per request, limits and pushes are described for users in
+// docs/server.md (the rights table itself is in rights.cpp).
+//
 // What a client sees:
 // - Transport: plain TCP, or TLS on the same port when the listener has a
 //   certificate (listener.h sorts connections by their first byte).
@@ -9,7 +12,8 @@
 //   failed attempts from one address or for one name slow down (100 ms,
 //   doubling up to 5 s). On success the server then pushes the user list
 //   (lanUserInfo), the machine list (lanMacInfo) and the operator table
-//   (lanOperatorUserInfo). Logout closes the connection.
+//   (lanOperatorUserInfo). Logout closes the connection. Before login a
+//   connection may send no body over kPreLoginBodyBytes.
 // - Before login every request is refused: replies that carry a success
 //   flag say no, requests without a reply are ignored.
 // - After a change to users or machines the new list is pushed to every
@@ -47,13 +51,38 @@ class Server : public QObject
     Q_OBJECT
 
 public:
-    /// A client that leaves more than this many bytes of replies unread is
-    /// disconnected: a flood of requests cannot grow the server's memory.
+    /// While a client leaves more than this many bytes of replies unread,
+    /// its requests are not read: a flood of requests cannot grow the
+    /// server's memory. Reading resumes below half of it.
     static constexpr qint64 kMaxUnreadBytes = 8 * 1024 * 1024;
-    /// Connections beyond this number are closed at once.
+    /// A client whose unread replies stay over kMaxUnreadBytes without it
+    /// reading any for this long is disconnected.
+    static constexpr int kWriteStallMs = 10000;
+    /// Bytes of requests read and decoded from one client per pass of the
+    /// event loop, and held unread for it at most.
+    static constexpr int kReadChunkBytes = 8 * 1024;
+    static constexpr int kReadBufferBytes = 64 * 1024;
+    /// Connections beyond this number are closed at once; fewer when the
+    /// descriptor limit allows fewer (clientLimit()).
     static constexpr int kMaxClients = 1000;
+    /// Connections from one address that have not logged in: when one more
+    /// comes, the oldest of them that has sent no login is closed.
+    static constexpr int kMaxUnauthenticatedPerAddress = 64;
     /// A connection that has not logged in after this long is closed.
-    static constexpr int kLoginTimeoutMs = 60000;
+    static constexpr int kLoginTimeoutMs = 10000;
+    /// After a failure to accept (no descriptor left), accepting pauses
+    /// this long instead of trying again at once.
+    static constexpr int kAcceptPauseMs = 500;
+
+    /// The client limit for a process that may open `descriptors` files:
+    /// each client may hold three (its socket, a file being received, and
+    /// the file read back for its digest), and 64 stay for the database,
+    /// the listener and the rest.
+    static int clientLimit(qint64 descriptors);
+    /// The largest message body taken from a connection that has not logged
+    /// in (a login is a few hundred bytes), and after login.
+    static constexpr int kPreLoginBodyBytes = 4096;
+    static constexpr int kMaxBodyBytes = 16 * 1024 * 1024;
 
     /// A server over `storage`, keeping received files under `storageDir`.
     Server(Storage& storage, const QString& storageDir, QObject* parent = nullptr);
@@ -68,6 +97,8 @@ public:
     int clientCount() const { return clients_.size(); }
     /// The accepting side: TLS and the handshake time-out are set there.
     Listener& listener() { return *listener_; }
+    /// The client limit in force: kMaxClients, or what the descriptor limit allows.
+    int maxClients() const { return maxClients_; }
 
     /// The delay before answering a failed login, in milliseconds, after
     /// `failures` recent failures (the first one included).
@@ -78,8 +109,15 @@ public:
 private:
     friend class Client;
     void accept();
+    /// Makes room for a connection from `address` that has not logged in,
+    /// closing the oldest idle one of the address at the limit; false when
+    /// every one of them is logging in.
+    bool roomBeforeLogin(const QString& address);
     void removeStaleParts();
     void drop(Client* c);
+    /// Disconnects `c` if it stays paused for its unread replies and takes
+    /// none of them for kWriteStallMs.
+    void watchStall(Client* c);
 
     // One attach function per family, in a source file of its own.
     void attachSession(Client* c);
@@ -90,8 +128,25 @@ private:
     void attachFiles(Client* c);
     void attachLogs(Client* c);
 
-    /// False (and a log line) if `c` is not logged in.
+    /// False (and a log line) if `c` is not logged in or lacks the right
+    /// that the request `what` needs (rights.cpp).
     bool allowed(Client* c, const char* what);
+    /// What `read()` gives when the database read it whole; an empty value
+    /// (and a log line) when a read failed on the way.
+    template <typename Read>
+    auto wholeRead(Client* c, const char* what, Read read) -> decltype(read());
+    void refuseForStorage(Client* c, const char* what);
+    /// `ok`, and a log line when not: for the checks of a request's names
+    /// and texts (texts.h).
+    bool acceptable(Client* c, const char* what, bool ok);
+    /// For a request on the account `name`: the caller's own, or the caller
+    /// is an administrator.
+    bool ownOrAdmin(Client* c, const QString& name, const char* what);
+    /// Ends every session of `names` but `except` (deleted users, a changed
+    /// password).
+    void endSessions(const QStringList& names, Client* except);
+    /// Gives every session of `name` its new permission value.
+    void refreshRights(const QString& name, qint32 permission);
     /// Records an event; failures are logged, never fatal to the request.
     void record(Client* c, const QString& mac, const QString& kind, const QString& text);
 
@@ -112,6 +167,7 @@ private:
     Storage& storage_;
     QString storageDir_;
     Listener* listener_ = nullptr;
+    int maxClients_ = kMaxClients;
     QSet<Client*> clients_;
     QHash<QString, Failures> failures_;
     int lastTask_ = 0;

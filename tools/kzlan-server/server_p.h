@@ -23,12 +23,20 @@ public:
     KZConnection* conn;
     KZProtocolResolver* r;
     QString peer; ///< address:port, for the logs
+    QString address;
+    qint64 connectedMs = 0;
 
     bool loggedIn = false;
-    bool admin = false;
+    bool admin = false;    ///< Rights::AdminBit of `permission`
+    qint32 permission = 0; ///< as stored; updated when an administrator changes it
     QString user;
     bool loginPending = false; ///< a password is being checked, or a refusal delayed
     bool cutOff = false;       ///< too much unread: being disconnected
+    bool stallCheck = false;   ///< a check of kWriteStallMs is armed
+    qint64 lastWrittenMs = 0;  ///< when the client last took replies
+
+    /// Replies produced and not yet taken by the client.
+    qint64 unread() const { return socket->bytesToWrite() + conn->pendingBytes(); }
 
     /// The file being received, if any.
     struct Incoming
@@ -46,5 +54,15 @@ public:
         QElapsedTimer clock;
     } in;
 };
+
+template <typename Read>
+auto Server::wholeRead(Client* c, const char* what, Read read) -> decltype(read())
+{
+    storage_.takeReadFailure();
+    auto value = read();
+    if (!storage_.takeReadFailure()) return value;
+    refuseForStorage(c, what);
+    return {};
+}
 
 #endif

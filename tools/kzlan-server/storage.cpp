@@ -204,7 +204,40 @@ Storage::Query::Query(Storage& s, const QString& sql, std::initializer_list<QVar
     if (!ok_) {
         qCWarning(lcStorage).noquote() << "query failed:" << sql << "-" << q_.lastError().text();
         s_.failed_ = true;
+        s_.readFailed_ = true;
     }
+}
+
+bool Storage::Query::next()
+{
+    if (!ok_) return false;
+    if (q_.next()) return true;
+    if (q_.lastError().type() != QSqlError::NoError) {
+        qCWarning(lcStorage).noquote()
+            << "a read failed midway:" << q_.lastQuery() << "-" << q_.lastError().text();
+        ok_ = false;
+        s_.failed_ = true;
+        s_.readFailed_ = true;
+    }
+    return false;
+}
+
+bool Storage::takeReadFailure()
+{
+    const bool failed = readFailed_;
+    readFailed_ = false;
+    return failed;
+}
+
+bool Storage::checkIntegrity(QString* problem)
+{
+    if (isPostgres()) return true;
+    QStringList found;
+    Query q(*this, QStringLiteral("PRAGMA quick_check"));
+    while (q.next() && found.size() < 5) found.append(q.value(0).toString());
+    if (q.ok() && found == QStringList{QStringLiteral("ok")}) return true;
+    *problem = found.isEmpty() ? db_.lastError().text() : found.join(QStringLiteral("; "));
+    return false;
 }
 
 bool Storage::reconnect()
@@ -294,6 +327,12 @@ user_info userFrom(const QSqlQuery& q)
 int Storage::userCount()
 {
     Query q(*this, QStringLiteral("SELECT COUNT(*) FROM users"));
+    return q.next() ? q.value(0).toInt() : 0;
+}
+
+int Storage::administratorCount()
+{
+    Query q(*this, QStringLiteral("SELECT COUNT(*) FROM users WHERE (permission & 1) = 1"));
     return q.next() ? q.value(0).toInt() : 0;
 }
 

@@ -96,6 +96,14 @@ public:
     bool isPostgres() const;
     /// The schema version of the open database (0 when empty).
     int schemaVersion();
+    /// A quick check of the whole file (SQLite's quick_check): false with
+    /// `problem` set when pages are damaged. PostgreSQL checks its own pages
+    /// and passes.
+    bool checkIntegrity(QString* problem);
+    /// Whether a read failed (at its start or midway through its rows) since
+    /// the last call: its list is then short and must not be answered as
+    /// if it were whole. Each failure is logged when it happens.
+    bool takeReadFailure();
 
     /// A transaction over the requests' changes: commit() or it is rolled
     /// back when it goes out of scope.
@@ -114,6 +122,8 @@ public:
 
     // Users ------------------------------------------------------------------
     int userCount();
+    /// The users whose permission value has the administrator bit.
+    int administratorCount();
     QList<user_info> users();
     std::optional<user_info> user(const QString& name);
     /// Null hash when there is no such user.
@@ -228,6 +238,7 @@ private:
     QString connectionName_;
     int depth_ = 0;
     bool failed_ = false;
+    bool readFailed_ = false;
 };
 
 #endif

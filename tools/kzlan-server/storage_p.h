@@ -19,7 +19,9 @@ class Storage::Query
 public:
     Query(Storage& s, const QString& sql, std::initializer_list<QVariant> binds = {});
     bool ok() const { return ok_; }
-    bool next() { return ok_ && q_.next(); }
+    /// The next row; false at the end, or on a read error (logged, and
+    /// noted for takeReadFailure()).
+    bool next();
     QVariant value(int i) const { return q_.value(i); }
     int affected() const { return q_.numRowsAffected(); }
     const QSqlQuery& q() const { return q_; }

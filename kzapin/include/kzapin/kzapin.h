@@ -310,6 +310,16 @@ KZAPIN_API int kz_protocol_pack(void* engine, void* out, int capacity, int seq, 
  *  or foreign engine or another selector. */
 KZAPIN_API int kz_protocol_option(void* engine, int selector);
 
+/** Sets the largest body the receiver accepts (KZ_OPT_MAX_BODY) to
+ *  `max_body` bytes from the next input on: a whole frame or a split body
+ *  whose header arrives after the call is held to the new limit. A frame
+ *  already being buffered is checked again when it is complete. Bodies under
+ *  reassembly when the limit is lowered are not completed against it; their
+ *  memory goes when the engine needs room or is reset. Returns 0, or -1 for
+ *  a NULL or foreign engine, a value below 1, or a call from inside input()
+ *  (an event handler). */
+KZAPIN_API int kz_protocol_set_max_body(void* engine, int max_body);
+
 /** Packs one piece of a split body into `out` (room for `capacity` bytes; 0
  *  or below takes the engine's default): the `length` bytes at `data` are
  *  the body's bytes from `offset` on, `total` is the body's length and `id`
