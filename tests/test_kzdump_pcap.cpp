@@ -31,7 +31,7 @@ TEST(KzdumpPcap, WhatTheTapWritesReadsBackAsTheSameMessages)
     tap.setReadChannel(QProcess::StandardError); // the port is printed there
     QByteArray banner;
     while (!banner.contains('\n') && tap.waitForReadyRead(10000)) banner += tap.readAll();
-    ASSERT_TRUE(banner.startsWith("kzdump: listening on 127.0.0.1 port ")) << banner.constData();
+    ASSERT_TRUE(banner.contains(", address 127.0.0.1, ")) << banner.constData(); // loopback
     const QByteArray port = banner.mid(banner.indexOf("port ") + 5).split(',').value(0);
     ASSERT_GT(port.toInt(), 0) << banner.constData();
 

@@ -128,8 +128,8 @@ int tap(Output& out, const TapOptions& opt)
                      qPrintable(listener.errorString()));
         return 1;
     }
-    std::fprintf(stderr, "kzdump: listening on %s port %u, relaying to %s:%u\n",
-                 qPrintable(opt.listen.toString()), unsigned(listener.serverPort()),
+    std::fprintf(stderr, "kzdump: listening on port %u, address %s, relaying to %s:%u\n",
+                 unsigned(listener.serverPort()), qPrintable(opt.listen.toString()),
                  qPrintable(opt.host), unsigned(opt.targetPort));
     int connections = 0;
     QObject::connect(&listener, &QTcpServer::newConnection, [&] {
