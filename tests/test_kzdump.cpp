@@ -9,7 +9,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QTcpServer>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -303,24 +302,18 @@ TEST(Kzdump, JsonGivesOneObjectPerMessageWithTypedFields)
 
 TEST(Kzdump, TapRelaysTheDemoAndShowsBothDirections)
 {
-    QTcpServer probe; // a free port for the demo's server
-    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
-    const QString serverPort = QString::number(probe.serverPort());
-    probe.close();
-
+    const QString serverPort = QString::number(kzdumptest::freePort());
     QProcess tap;
-    tap.start(QString::fromLocal8Bit(KZDUMP),
-              {QStringLiteral("--once"), QStringLiteral("--tap"), QStringLiteral("0"),
-               QStringLiteral("127.0.0.1:") + serverPort});
-    tap.setReadChannel(QProcess::StandardError); // the port is printed there
     QByteArray banner;
-    while (!banner.contains('\n') && tap.waitForReadyRead(10000)) banner += tap.readAll();
-    const QByteArray port = banner.mid(banner.indexOf("port ") + 5).split(',').value(0);
-    ASSERT_GT(port.toInt(), 0) << banner.constData();
+    const quint16 port =
+        kzdumptest::startTap(tap, {QStringLiteral("--once")}, serverPort.toUShort(), &banner);
+    ASSERT_GT(port, 0) << banner.constData();
 
     int rc = -1;
-    run(KZDEMO, {QStringLiteral("--listen"), serverPort, QStringLiteral("--connect"), port}, {},
-        &rc);
+    run(KZDEMO,
+        {QStringLiteral("--listen"), serverPort, QStringLiteral("--connect"),
+         QString::number(port)},
+        {}, &rc);
     EXPECT_EQ(rc, 0);
     ASSERT_TRUE(tap.waitForFinished(10000));
     const QString out = QString::fromUtf8(tap.readAllStandardOutput());

@@ -4,7 +4,6 @@
 #include "kzdump_run.h"
 
 #include <QFile>
-#include <QTcpServer>
 #include <QTemporaryDir>
 
 namespace {
@@ -14,29 +13,23 @@ using kzdumptest::runTool;
 
 TEST(KzdumpPcap, WhatTheTapWritesReadsBackAsTheSameMessages)
 {
-    QTcpServer probe; // a free port for the demo's server
-    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
-    const QString serverPort = QString::number(probe.serverPort());
-    probe.close();
+    const QString serverPort = QString::number(kzdumptest::freePort());
     QTemporaryDir dir;
     const QString pcap = dir.filePath(QStringLiteral("demo.pcap"));
 
     QProcess tap;
     const QString liveFile = dir.filePath(QStringLiteral("live.json")); // no pipe to fill up
     tap.setStandardOutputFile(liveFile);
-    tap.start(QString::fromLocal8Bit(KZDUMP),
-              {QStringLiteral("--json"), QStringLiteral("--once"), QStringLiteral("--pcap"), pcap,
-               QStringLiteral("--tap"), QStringLiteral("0"),
-               QStringLiteral("127.0.0.1:") + serverPort});
-    tap.setReadChannel(QProcess::StandardError); // the port is printed there
     QByteArray banner;
-    while (!banner.contains('\n') && tap.waitForReadyRead(10000)) banner += tap.readAll();
+    const quint16 port = kzdumptest::startTap(
+        tap, {QStringLiteral("--json"), QStringLiteral("--once"), QStringLiteral("--pcap"), pcap},
+        serverPort.toUShort(), &banner);
     ASSERT_TRUE(banner.contains(", address 127.0.0.1, ")) << banner.constData(); // loopback
-    const QByteArray port = banner.mid(banner.indexOf("port ") + 5).split(',').value(0);
-    ASSERT_GT(port.toInt(), 0) << banner.constData();
+    ASSERT_GT(port, 0) << banner.constData();
 
-    const kzdumptest::Result demo = runTool(
-        KZDEMO, {QStringLiteral("--listen"), serverPort, QStringLiteral("--connect"), port});
+    const kzdumptest::Result demo =
+        runTool(KZDEMO, {QStringLiteral("--listen"), serverPort, QStringLiteral("--connect"),
+                         QString::number(port)});
     EXPECT_EQ(demo.rc, 0);
     ASSERT_TRUE(tap.waitForFinished(10000));
     QFile liveOut(liveFile);

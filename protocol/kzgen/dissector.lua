@@ -50,23 +50,23 @@ for _, f in pairs(F) do fields[#fields + 1] = f end
 for _, f in pairs(PF) do fields[#fields + 1] = f end
 kz.fields = fields
 
-local E = {
-    unknown = ProtoExpert.new("kz.unknown_code", "Unknown method code", expert.group.UNDECODED,
-                              expert.severity.WARN),
-    cut = ProtoExpert.new("kz.cut_body", "Body cut: the data ends inside a field",
-                          expert.group.MALFORMED, expert.severity.ERROR),
-    hcrc = ProtoExpert.new("kz.header_crc.bad", "Header checksum mismatch", expert.group.CHECKSUM,
-                           expert.severity.ERROR),
-    fcrc = ProtoExpert.new("kz.frame_crc.bad", "Frame checksum mismatch", expert.group.CHECKSUM,
-                           expert.severity.ERROR),
-    garbage = ProtoExpert.new("kz.garbage.bytes", "Bytes that are not part of a frame",
-                              expert.group.MALFORMED, expert.severity.WARN),
-    piece = ProtoExpert.new("kz.piece.bad", "Piece that continues no body", expert.group.SEQUENCE,
-                            expert.severity.WARN),
-    header = ProtoExpert.new("kz.header.bad", "Message header: type is not 17 or flag not 0 or 1",
-                             expert.group.MALFORMED, expert.severity.WARN),
-}
-kz.experts = {E.unknown, E.cut, E.hcrc, E.fcrc, E.garbage, E.piece, E.header}
+-- Expert info: key = {filter name, summary, group, severity}.
+local E = {}
+local experts = {}
+for key, e in pairs({
+    unknown = {"unknown_code", "Unknown method code", "UNDECODED", "WARN"},
+    cut = {"cut_body", "Body cut: the data ends inside a field", "MALFORMED", "ERROR"},
+    hcrc = {"header_crc.bad", "Header checksum mismatch", "CHECKSUM", "ERROR"},
+    fcrc = {"frame_crc.bad", "Frame checksum mismatch", "CHECKSUM", "ERROR"},
+    garbage = {"garbage.bytes", "Bytes that are not part of a frame", "MALFORMED", "WARN"},
+    piece = {"piece.bad", "Piece that continues no body", "SEQUENCE", "WARN"},
+    header = {"header.bad", "Message header: type is not 17 or flag not 0 or 1", "MALFORMED",
+              "WARN"},
+}) do
+    E[key] = ProtoExpert.new("kz." .. e[1], e[2], expert.group[e[3]], expert.severity[e[4]])
+    experts[#experts + 1] = E[key]
+end
+kz.experts = experts
 
 -- CRC-32 (zlib): reflected polynomial 0xEDB88320, initial value and final XOR 0xFFFFFFFF.
 local CRC = {}
