@@ -449,7 +449,13 @@ end
 
 local f_tcp_stream = Field.new("tcp.stream")
 local partial = {}   -- split bodies being taken together, by stream, direction and message id
+local partial_bytes = 0 -- what they hold together, at most MAX_BODY as a receiver would
 local completed = {} -- bodies completed in a packet: by packet number and offset
+
+-- A new capture starts with nothing taken together.
+function kz.init()
+    partial, partial_bytes, completed = {}, 0, {}
+end
 
 local function le32(tvb, at) return tvb(at, 4):le_uint() end
 
@@ -511,21 +517,28 @@ local function dissect_frame(tvb, pinfo, tree, offset, len, head, a, n, infos)
     if not pinfo.visited then
         local key = stream_key(pinfo) .. "|" .. id
         local p = partial[key]
+        local function drop()
+            if p then partial_bytes = partial_bytes - p.got end
+            partial[key] = nil
+        end
         if at == 0 then
+            drop()
             p = {parts = {}, got = 0, total = total, frames = 0}
             partial[key] = p
         end
-        if not p or p.got ~= at or p.total ~= total or at + n > total or total > MAX_BODY then
-            partial[key] = nil
+        if not p or p.got ~= at or p.total ~= total or at + n > total or
+            partial_bytes + n > MAX_BODY then
+            drop()
             t:add_proto_expert_info(E.piece)
             return true
         end
         p.parts[#p.parts + 1] = data
         p.got = p.got + n
+        partial_bytes = partial_bytes + n
         p.frames = p.frames + 1
         if p.got == total then
             completed[done_key] = {body = table.concat(p.parts), frames = p.frames}
-            partial[key] = nil
+            drop()
         end
     end
     local done = completed[done_key]
