@@ -146,9 +146,11 @@ function Reader:short_at(at)
     self.pos = self.len
 end
 
+-- The bytes [start, start + n) of a field; a field that starts past the data (a cut body) is
+-- shown as an empty range at its last byte.
 function Reader:range(start, n)
-    if n <= 0 or start >= self.len then return self.tvb(math.max(0, self.len - 1), 0) end
-    return self.tvb(start, n)
+    if start >= self.len then return self.tvb(math.max(0, self.len - 1), 0) end
+    return self.tvb(start, math.max(0, math.min(n, self.len - start)))
 end
 
 function Reader:int(n, signed)
