@@ -133,4 +133,44 @@ TEST(KzdumpPcap, HandMadeCaptureIsReassembledPerDirection)
                                     "0 messages, 0 drop notices, 11 bytes skipped\n"));
 }
 
+TEST(KzdumpPcap, PacketsThatLieAboutTheirHeadersArePassedOver)
+{
+    // File header (raw IPv4), then one record of 40 bytes per row.
+    const QByteArray file = QByteArray::fromHex("d4c3b2a1020004000000000000000000ffff000065000000");
+    const QByteArray record = QByteArray::fromHex("00000000000000002800000028000000");
+    struct Row
+    {
+        const char* what;
+        const char* packet; // 40 bytes: IPv4 and TCP headers
+    };
+    const Row rows[] = {
+        {"IPv4 header of 60 bytes in a 40-byte packet",
+         "4f 00 00 28 00 00 40 00 40 06 00 00 0a 00 00 01 0a 00 00 02 "
+         "c3 50 1d b0 00 00 00 64 00 00 00 00 50 18 ff ff 00 00 00 00"},
+        {"TCP header of 60 bytes in a 40-byte packet",
+         "45 00 00 28 00 00 40 00 40 06 00 00 0a 00 00 01 0a 00 00 02 "
+         "c3 50 1d b0 00 00 00 64 00 00 00 00 f0 18 ff ff 00 00 00 00"},
+        {"IPv4 total length beyond the packet",
+         "45 00 ff ff 00 00 40 00 40 06 00 00 0a 00 00 01 0a 00 00 02 "
+         "c3 50 1d b0 00 00 00 64 00 00 00 00 50 18 ff ff 00 00 00 00"},
+        {"an IPv6 packet cut inside its header",
+         "60 00 00 00 ff ff 06 40 00 00 00 00 00 00 00 00 00 00 00 00 "
+         "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"},
+    };
+    for (const Row& row : rows) {
+        const kzdumptest::Result r =
+            runTool(KZDUMP, {QStringLiteral("-")}, file + record + QByteArray::fromHex(row.packet));
+        EXPECT_EQ(r.rc, 0) << row.what << qPrintable(r.err);
+        EXPECT_TRUE(r.out.endsWith(QLatin1String("0 messages, 0 drop notices, 0 bytes skipped\n")))
+            << row.what << qPrintable(r.out);
+    }
+    // A record that claims more than any packet: the file is refused, by record.
+    const kzdumptest::Result r = runTool(
+        KZDUMP, {QStringLiteral("-")},
+        file + QByteArray::fromHex("0000000000000000ffffff7fffffff7f") + QByteArray(64, '\0'));
+    EXPECT_EQ(r.rc, 1);
+    EXPECT_TRUE(r.err.contains(QLatin1String("record 1 claims 2147483647 bytes")))
+        << qPrintable(r.err);
+}
+
 } // namespace
