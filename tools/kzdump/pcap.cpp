@@ -41,8 +41,27 @@ quint16 checksum(const QByteArray& bytes, quint32 sum = 0)
     return quint16(~sum);
 }
 
-void put16be(QByteArray& b, int at, quint16 v) { qToBigEndian(v, b.data() + at); }
-void put32be(QByteArray& b, int at, quint32 v) { qToBigEndian(v, b.data() + at); }
+// Integers into a header already sized: network order for IP and TCP, little-endian for pcap.
+void put16be(QByteArray& b, int at, quint16 v)
+{
+    b[at] = char(v >> 8);
+    b[at + 1] = char(v);
+}
+void put32be(QByteArray& b, int at, quint32 v)
+{
+    put16be(b, at, quint16(v >> 16));
+    put16be(b, at + 2, quint16(v));
+}
+void put16le(QByteArray& b, int at, quint16 v)
+{
+    b[at] = char(v);
+    b[at + 1] = char(v >> 8);
+}
+void put32le(QByteArray& b, int at, quint32 v)
+{
+    put16le(b, at, quint16(v));
+    put16le(b, at + 2, quint16(v >> 16));
+}
 
 /// A bounds-checked view of one packet: reads past the end give zero and
 /// set `bad`.
@@ -215,11 +234,11 @@ bool PcapWriter::open(const QString& path, QString* error)
         return false;
     }
     QByteArray h(kFileHeader, '\0');
-    qToLittleEndian(kMagicMicro, h.data());
-    qToLittleEndian(quint16(2), h.data() + 4);
-    qToLittleEndian(quint16(4), h.data() + 6);
-    qToLittleEndian(quint32(65535), h.data() + 16); // snap length
-    qToLittleEndian(kLinkRaw, h.data() + 20);
+    put32le(h, 0, kMagicMicro);
+    put16le(h, 4, 2);
+    put16le(h, 6, 4);
+    put32le(h, 16, 65535); // snap length
+    put32le(h, 20, kLinkRaw);
     if (file_.write(h) != h.size()) {
         *error = file_.errorString();
         return false;
@@ -298,10 +317,10 @@ void PcapWriter::packet(const Side& from, const Side& to, quint8 flags, const ch
                          std::chrono::system_clock::now().time_since_epoch())
                          .count();
     QByteArray r(kRecordHeader, '\0');
-    qToLittleEndian(quint32(now / 1000000), r.data());
-    qToLittleEndian(quint32(now % 1000000), r.data() + 4);
-    qToLittleEndian(quint32(p.size()), r.data() + 8);
-    qToLittleEndian(quint32(p.size()), r.data() + 12);
+    put32le(r, 0, quint32(now / 1000000));
+    put32le(r, 4, quint32(now % 1000000));
+    put32le(r, 8, quint32(p.size()));
+    put32le(r, 12, quint32(p.size()));
     file_.write(r + p);
 }
 
