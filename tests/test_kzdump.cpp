@@ -194,6 +194,29 @@ TEST(Kzdump, BytesOutsideGoodFramesAreShownWhereTheyOccurAndCounted)
     }
 }
 
+TEST(Kzdump, AStreamCutInsideASplitBodySaysSo)
+{
+    // A body of 100 bytes (flag, type, method, 3 names of 30 letters, zero) in frames of at
+    // most 64 bytes: 4 pieces of 30, 30, 30 and 10 bytes of body; the last one never arrives.
+    QList<QByteArray> frames;
+    KZProtocolResolver tx(64);
+    tx.setReceiveData(&frames);
+    tx.setParsePackResult([](void* ctx, char* bytes, int n) {
+        static_cast<QList<QByteArray>*>(ctx)->append(QByteArray(bytes, n));
+        std::free(bytes);
+    });
+    const QString name(30, QLatin1Char('n'));
+    tx.lanDeleteUser({name, name, name});
+    ASSERT_EQ(frames.size(), 4);
+    const QString out = run(KZDUMP, {}, frames[0] + frames[1] + frames[2]);
+    EXPECT_EQ(out,
+              QStringLiteral("-- the stream ends inside split body 0: 90 of 100 bytes arrived\n"
+                             "0 messages, 0 drop notices, 0 bytes skipped, 90 bytes cut off\n"));
+    // Whole, it is one message and nothing is cut.
+    EXPECT_TRUE(run(KZDUMP, {}, frames.join())
+                    .endsWith(QStringLiteral("1 message, 0 drop notices, 0 bytes skipped\n")));
+}
+
 TEST(Kzdump, JsonReportsSkippedAndCutBytesAsObjects)
 {
     const QList<QJsonObject> objects =

@@ -57,6 +57,19 @@ void Stream::finish()
     finished_ = true;
     account();
     flushSkipped();
+    for (const auto& [id, body] : bodies_) {
+        out_.cut += body.got;
+        out_.report(tagged({{"cutBody", double(id)},
+                            {"got", double(body.got)},
+                            {"total", double(body.total)}}),
+                    QStringLiteral("-- %1the stream ends inside split body %2: %3 of %4 bytes "
+                                   "arrived")
+                        .arg(prefix())
+                        .arg(id)
+                        .arg(body.got)
+                        .arg(body.total));
+    }
+    bodies_.clear();
     const qint64 tail = position_ - scanned_;
     if (tail > 0) {
         out_.cut += tail;
@@ -97,6 +110,7 @@ void Stream::account()
             const int len = frameLengthAt(scanned_);
             if (len > 0) {
                 flushSkipped();
+                notePiece(scanned_);
                 scanned_ += len;
                 ++framesSeen_;
                 continue;
@@ -150,6 +164,23 @@ int Stream::frameLengthAt(qint64 offset) const
     return kz_crc32(0, f, size_t(len - 4)) == le32(f + len - 4) ? int(len) : 0;
 }
 
+// A piece accepted at `offset`: the split body it starts or continues, until
+// the body arrives whole (or the engine drops it, which its notice says).
+void Stream::notePiece(qint64 offset)
+{
+    const QByteArray h = bytesAt(offset, 26);
+    const auto* p = reinterpret_cast<const uchar*>(h.constData());
+    if (h.size() < 26 || p[3] != 1) return;
+    const quint32 id = le32(p + 14);
+    const qint64 n = le32(p + 10);
+    if (le32(p + 22) == 0) {
+        if (bodies_.size() >= kBodiesFollowed && !bodies_.count(id)) bodies_.erase(bodies_.begin());
+        bodies_[id] = PartialBody{n, le32(p + 18)};
+    } else if (auto it = bodies_.find(id); it != bodies_.end()) {
+        it->second.got += n;
+    }
+}
+
 QByteArray Stream::bytesAt(qint64 offset, qint64 n) const
 {
     const qint64 start = offset - historyBase_;
@@ -190,6 +221,7 @@ void Stream::notice(const char* why, int dropped)
 
 void Stream::body(QByteArray body, int frames, quint32 seq)
 {
+    if (frames > 1) bodies_.erase(seq);
     kz_coding_decrypt_fast(body.data() + 1, body.constData() + 1, body.size() - 1);
     const auto* b = reinterpret_cast<const uchar*>(body.constData());
     const int n = ++out_.messages;

@@ -12,6 +12,8 @@
 #include <QJsonObject>
 #include <QString>
 
+#include <map>
+
 struct kz_event;
 struct kz_rx_stats;
 
@@ -43,6 +45,7 @@ private:
     void account();
     void flushSkipped();
     int frameLengthAt(qint64 offset) const;
+    void notePiece(qint64 offset);
     QByteArray bytesAt(qint64 offset, qint64 n) const;
 
     Output& out_;
@@ -62,6 +65,16 @@ private:
     qint64 skipStart_ = -1; // the run of skipped bytes not yet reported
     qint64 skipLength_ = 0;
     bool finished_ = false;
+    // Split bodies started and not yet whole, by message id: reported as cut
+    // when the stream ends. The engine assembles at most 4 at once; a few
+    // more are followed so that none it still holds is missed.
+    struct PartialBody
+    {
+        qint64 got = 0;
+        qint64 total = 0;
+    };
+    static constexpr size_t kBodiesFollowed = 16;
+    std::map<quint32, PartialBody> bodies_;
 };
 
 } // namespace kzdump
