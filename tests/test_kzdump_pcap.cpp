@@ -133,6 +133,25 @@ TEST(KzdumpPcap, HandMadeCaptureIsReassembledPerDirection)
                                     "0 messages, 0 drop notices, 11 bytes skipped\n"));
 }
 
+TEST(KzdumpPcap, IPv6CaptureShowsItsAddresses)
+{
+    // Raw IP link; one IPv6 packet: payload length 51 (20 TCP + 31), next header TCP, hop
+    // limit 64, ::1 to ::1; TCP 50000 -> 7600 carrying the whole worked-example frame.
+    const QByteArray file = QByteArray::fromHex(
+        "d4c3b2a1020004000000000000000000ffff000065000000"
+        "0000000000000000"
+        "5b000000"
+        "5b000000"
+        "60000000 0033 06 40 00000000000000000000000000000001 00000000000000000000000000000001"
+        "c350 1db0 00000064 00000000 50 18 ffff 0000 0000"
+        "4b5a01000000000000000900000069e7420a0078cc92ae3c62d0d257818efc");
+    const kzdumptest::Result r = runTool(KZDUMP, {QStringLiteral("-")}, file);
+    EXPECT_EQ(r.rc, 0) << qPrintable(r.err);
+    EXPECT_TRUE(r.out.startsWith(QStringLiteral("-- connection 1 from [::1]:50000 to [::1]:7600\n"
+                                                "#1 client→server seq 0 request Logout")))
+        << qPrintable(r.out);
+}
+
 TEST(KzdumpPcap, PacketsThatLieAboutTheirHeadersArePassedOver)
 {
     // File header (raw IPv4), then one record of 40 bytes per row.

@@ -223,6 +223,7 @@ private:
 
 QString Endpoint::text() const
 {
+    if (!v6.isEmpty()) return QStringLiteral("[%1]:%2").arg(v6).arg(port);
     return QStringLiteral("%1:%2").arg(QHostAddress(ip).toString()).arg(port);
 }
 
@@ -405,8 +406,11 @@ bool readPcap(const QByteArray& file, const PcapVisitor& visit, QString* error)
             end = qMin(ip + total, v.n);
         } else if (version == 6) {
             if (ip + 40 > v.n || v.be(ip + 6, 1) != 6) continue; // TCP right after the fixed header
-            src = QByteArray(reinterpret_cast<const char*>(v.p) + ip + 8, 16).toHex();
-            dst = QByteArray(reinterpret_cast<const char*>(v.p) + ip + 24, 16).toHex();
+            const auto* a = v.p + ip + 8;
+            src = QByteArray(reinterpret_cast<const char*>(a), 16).toHex();
+            dst = QByteArray(reinterpret_cast<const char*>(a) + 16, 16).toHex();
+            from.v6 = QHostAddress(a).toString();
+            to.v6 = QHostAddress(a + 16).toString();
             tcp = ip + 40;
             end = qMin(tcp + int(v.be(ip + 4, 2)), v.n);
         } else {

@@ -17,6 +17,7 @@ struct Endpoint
 {
     quint32 ip = 0; ///< IPv4 address, host order
     quint16 port = 0;
+    QString v6; ///< an IPv6 address read from a capture, as text (ip is then 0)
     QString text() const;
 };
 

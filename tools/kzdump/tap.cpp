@@ -24,7 +24,7 @@ Endpoint endpointOf(const QHostAddress& address, quint16 port, QString* text)
     const quint32 a = address.toIPv4Address(&v4);
     *text =
         QStringLiteral("%1:%2").arg(v4 ? QHostAddress(a).toString() : address.toString()).arg(port);
-    return Endpoint{v4 ? a : QHostAddress(QHostAddress::LocalHost).toIPv4Address(), port};
+    return Endpoint{v4 ? a : QHostAddress(QHostAddress::LocalHost).toIPv4Address(), port, {}};
 }
 
 /// One relayed connection: bytes pass unchanged both ways and each
