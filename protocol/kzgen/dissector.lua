@@ -285,9 +285,9 @@ end
 read_form = function(r, tree, path, name, form, scope)
     local h = form.h
     local start = r.pos
-    local spec = INT[h]
-    if spec then
-        local v = r:int(spec[1], spec[2])
+    local fixed = INT[h]
+    if fixed then
+        local v = r:int(fixed[1], fixed[2])
         add(tree, r, path, name, h, start, v, tostring(v))
         return v
     elseif h == "sbyte" then
