@@ -83,5 +83,38 @@ class TheProtocol(unittest.TestCase):
         self.assertEqual(len(p.directions()), len({d.setter for d in p.directions()}))
 
 
+class TheDissector(unittest.TestCase):
+    """The display filter fields of kz.lua: one per field path, typed by what it holds."""
+
+    def test_field_paths_and_their_kinds(self):
+        from kzgen import emit_lua
+
+        p = cli.load(os.path.join(HERE, "index.table"))
+        paths = emit_lua.Paths(p)
+        for d in p.directions():
+            paths.fields("", d.fields, frozenset())
+        rows = [
+            ("name", {"text"}),                      # AddUser's request
+            ("user.name", {"text"}),                 # a field holding a record: its fields under it
+            ("user.permission", {"int"}),
+            ("user.flag", {"bool"}),
+            ("field.flag", {"bool"}),                # named like the header's kz.flag
+            ("groups.groups.users.name", {"text"}),  # lists of groups: entries add no step
+            ("names.item", {"text"}),                # a strlist's texts
+            ("user.groupPermission.value.item", {"text"}),
+        ]
+        for path, kinds in rows:
+            self.assertEqual(paths.kinds.get(path), kinds, path)
+        self.assertNotIn("flag", paths.kinds)
+
+    def test_every_code_is_named(self):
+        from kzgen import emit_lua
+
+        p = cli.load(os.path.join(HERE, "index.table"))
+        lua = emit_lua.emit(p)
+        for m in p.messages:
+            self.assertIn('[0x%04X] = {name="%s", ' % (m.code, m.name), lua)
+
+
 if __name__ == "__main__":
     unittest.main()

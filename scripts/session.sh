@@ -70,7 +70,7 @@ step() {
   "$client" --port "$tap_port" "$@" 2>&1 || rc=$?
   # Let the tap print the last replies, then show what it decoded.
   for _ in $(seq 50); do
-    tail -c +$((shown + 1)) "$work/tap.txt" | grep -q -- '^-- connection closed' && break
+    tail -c +$((shown + 1)) "$work/tap.txt" | grep -q -- '^-- connection [0-9]* closed' && break
     sleep 0.1
   done
   local size hide="$quiet"

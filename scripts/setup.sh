@@ -7,11 +7,11 @@ set -euo pipefail
 # PostgreSQL) of both majors for kzlan-server, and postgresql for its tests on
 # PostgreSQL (scripts/test-postgres.sh). openssl: the TLS tests make their
 # certificates with it. protobuf for the protobuf column of the fast-path
-# benchmark (bench/bench_protobuf.cpp).
+# benchmark (bench/bench_protobuf.cpp). tshark runs the Wireshark dissector's tests.
 packages=(cmake ninja-build g++ pkg-config ccache qtbase5-dev qt6-base-dev libgtest-dev
           libgmock-dev libbenchmark-dev libssl-dev clang-14 libclang-rt-14-dev libfuzzer-14-dev
           dpkg-dev file libqt5sql5-sqlite libqt5sql5-psql libqt6sql6-sqlite libqt6sql6-psql
-          postgresql openssl libprotobuf-dev protobuf-compiler)
+          postgresql openssl libprotobuf-dev protobuf-compiler tshark)
 
 missing=()
 for p in "${packages[@]}"; do
@@ -23,5 +23,7 @@ echo "setup: installing ${missing[*]}"
 sudo=""
 [ "$(id -u)" -ne 0 ] && sudo="sudo"
 export DEBIAN_FRONTEND=noninteractive
+# tshark's package asks whether non-root users may capture: no.
+echo "wireshark-common wireshark-common/install-setuid boolean false" | $sudo debconf-set-selections
 $sudo apt-get update -qq
 $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -39,7 +39,8 @@ def load(index):
 
 def outputs(protocol):
     """Every file generate writes, by name, with the function that makes its text."""
-    from . import emit_code, emit_examples, emit_header, emit_json, emit_records, emit_signals
+    from . import (emit_code, emit_examples, emit_header, emit_json, emit_lua, emit_records,
+                   emit_signals)
 
     out = {
         os.path.join(COMMITTED_DIR, "kzmessages.h"): lambda: emit_header.emit(protocol),
@@ -54,6 +55,7 @@ def outputs(protocol):
         "kzconnection_types.inc": lambda: emit_signals.registrations(protocol),
         "examples.inc": lambda: emit_examples.emit(protocol),
         "protocol.json": lambda: emit_json.emit(protocol),
+        "kz.lua": lambda: emit_lua.emit(protocol),
     }
     for fam in protocol.families:
         out["kz_%s.inc" % fam.stem] = (lambda f: lambda: emit_code.family_inc(f))(fam)
