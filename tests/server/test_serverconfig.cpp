@@ -148,11 +148,19 @@ TEST(ServerConfig, ReloadSaysWhatChangedAndKeepsTheOldOnError)
     ASSERT_TRUE(o.config.reload(&changed, &error));
     EXPECT_TRUE(changed.isEmpty());
 
-    writeFile(file, "port = 7702\nnonsense\n");
-    EXPECT_FALSE(o.config.reload(&changed, &error));
-    EXPECT_EQ(error, file + ": line 2: expected 'option = value', not 'nonsense'");
-    EXPECT_EQ(o.cli.value(o.port), "7701");
-    EXPECT_TRUE(o.cli.isSet(o.only));
+    // A file that cannot be read as options, or names an unknown one: the
+    // options in force stay.
+    const std::pair<QByteArray, QString> broken[] = {
+        {"port = 7702\nnonsense\n", file + ": line 2: expected 'option = value', not 'nonsense'"},
+        {"port = 7702\nbogus = 1\n", file + ":2: unknown option 'bogus'"},
+    };
+    for (const auto& [text, message] : broken) {
+        writeFile(file, text);
+        EXPECT_FALSE(o.config.reload(&changed, &error));
+        EXPECT_EQ(error, message);
+        EXPECT_EQ(o.cli.value(o.port), "7701") << text.data();
+        EXPECT_TRUE(o.cli.isSet(o.only)) << text.data();
+    }
 }
 
 class FirstAdmin : public ::testing::Test
