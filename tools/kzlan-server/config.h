@@ -40,6 +40,10 @@ public:
     /// options in force stay as they were.
     bool reload(QStringList* changed, QString* error);
 
+    /// The arguments in force: the program's name, the file's options, the
+    /// command line's.
+    QStringList arguments() const { return inForce_; }
+
     /// The file given by --config; empty without one.
     QString file() const { return file_; }
 

@@ -132,8 +132,7 @@ int main(int argc, char** argv)
         std::fputs(qPrintable(cli.helpText()), stderr);
         return 1;
     }
-    if (cli.isSet(QStringLiteral("help"))) cli.showHelp(0);
-    if (cli.isSet(QStringLiteral("version"))) cli.showVersion();
+    cli.process(config.arguments()); // --help, --help-all, --version: answered, then exit
     if (!cli.positionalArguments().isEmpty()) {
         fail(
             QStringLiteral("unexpected argument '%1'").arg(cli.positionalArguments().constFirst()));
