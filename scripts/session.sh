@@ -41,8 +41,10 @@ await() {
 }
 
 export KZLAN_PASSWORD="session-admin-pw"
+# The first admin password from a file, as a service gets it: never on a command line.
+(umask 077 && printf '%s\n' "$KZLAN_PASSWORD" >"$work/admin-password")
 "$server" --listen 127.0.0.1 --port 0 --db "$work/kzlan.sqlite" --storage "$work/storage" \
-  --admin-password "$KZLAN_PASSWORD" >"$work/server.out" 2>"$work/server.log" &
+  --admin-password-file "$work/admin-password" >"$work/server.out" 2>"$work/server.log" &
 server_pid=$!
 port="$(await "$work/server.out" '^kzlan-server listening on ' | sed 's/.*://')"
 "$kzdump" --tap 0 "127.0.0.1:$port" >"$work/tap.txt" 2>"$work/tap.err" &

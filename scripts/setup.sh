@@ -7,11 +7,14 @@ set -euo pipefail
 # PostgreSQL) of both majors for kzlan-server, and postgresql for its tests on
 # PostgreSQL (scripts/test-postgres.sh). openssl: the TLS tests make their
 # certificates with it. protobuf for the protobuf column of the fast-path
-# benchmark (bench/bench_protobuf.cpp). tshark runs the Wireshark dissector's tests.
+# benchmark (bench/bench_protobuf.cpp). tshark runs the Wireshark dissector's
+# tests. lintian checks the Debian packages; systemd gives systemd-analyze (the
+# server's unit verified) and systemd-sysusers (the package's user); doxygen
+# makes the documentation package.
 packages=(cmake ninja-build g++ pkg-config ccache qtbase5-dev qt6-base-dev libgtest-dev
           libgmock-dev libbenchmark-dev libssl-dev clang-14 libclang-rt-14-dev libfuzzer-14-dev
           dpkg-dev file libqt5sql5-sqlite libqt5sql5-psql libqt6sql6-sqlite libqt6sql6-psql
-          postgresql openssl libprotobuf-dev protobuf-compiler tshark)
+          postgresql openssl libprotobuf-dev protobuf-compiler tshark lintian systemd doxygen)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -1,6 +1,8 @@
 // kzlan-server: the reference LAN server. Keeps accounts, machines, plans,
 // planned stops, files and prices in SQLite or PostgreSQL and answers every
 // request of the protocol over TCP (TLS optional), one resolver per client.
+#include "config.h"
+#include "firstadmin.h"
 #include "server.h"
 #include "storage.h"
 #include "tls.h"
@@ -21,14 +23,15 @@ namespace {
 
 constexpr quint16 kDefaultPort = 7600;
 
-// SIGINT and SIGTERM reach the event loop through a socket pair: the handler
-// only writes a byte; the loop reads it and shuts down between two requests,
-// so no transaction is cut in half.
+// SIGINT, SIGTERM and SIGHUP reach the event loop through a socket pair: the
+// handler only writes the signal's number; the loop reads it and shuts down
+// between two requests, so no transaction is cut in half, or reloads the
+// configuration.
 int signalFds[2] = {-1, -1};
 
-void onSignal(int)
+void onSignal(int signal)
 {
-    const char b = 1;
+    const char b = char(signal);
     [[maybe_unused]] const auto n = ::write(signalFds[0], &b, 1);
 }
 
@@ -39,12 +42,35 @@ bool catchSignals()
     sa.sa_handler = onSignal;
     sigemptyset(&sa.sa_mask);
     sa.sa_flags = SA_RESTART;
-    return sigaction(SIGINT, &sa, nullptr) == 0 && sigaction(SIGTERM, &sa, nullptr) == 0;
+    return sigaction(SIGINT, &sa, nullptr) == 0 && sigaction(SIGTERM, &sa, nullptr) == 0 &&
+           sigaction(SIGHUP, &sa, nullptr) == 0;
 }
 
 void fail(const QString& message)
 {
     std::fprintf(stderr, "kzlan-server: %s\n", qPrintable(message));
+}
+
+// SIGHUP: the configuration file read again. TLS (a renewed certificate)
+// takes effect for the next connections; any other change waits for a restart.
+void reload(ServerConfig& config, TlsOptions& tls, Server& server)
+{
+    QStringList changed;
+    QString error, warning;
+    if (!config.reload(&changed, &error)) {
+        qCWarning(lcServer).noquote() << "configuration not reloaded:" << error;
+        return;
+    }
+    if (!tls.load(&error, &warning)) {
+        qCWarning(lcServer).noquote() << "TLS not reloaded:" << error;
+        return;
+    }
+    if (!warning.isEmpty()) qCWarning(lcServer).noquote() << warning;
+    tls.apply(server.listener());
+    for (const QString& name : changed)
+        if (!TlsOptions::names().contains(name))
+            qCWarning(lcServer).noquote() << "--" + name << "changed: takes effect on a restart";
+    qCInfo(lcServer).noquote() << "configuration reloaded from" << config.file();
 }
 
 } // namespace
@@ -88,21 +114,42 @@ int main(int argc, char** argv)
     const QCommandLineOption adminPassword(
         QStringLiteral("admin-password"),
         QStringLiteral("Password of the admin account, set on the first start only (default: a "
-                       "generated one, printed once)."),
+                       "generated one, printed once). Every local user sees it in the process "
+                       "list: a service uses --admin-password-file."),
         QStringLiteral("PW"));
-    cli.addOptions({port, listen, db, storageDir, adminPassword});
+    const QCommandLineOption adminPasswordFile(
+        QStringLiteral("admin-password-file"),
+        QStringLiteral("File whose first line is the admin account's password, read on the first "
+                       "start only; if it does not exist, a generated password is written to it "
+                       "(mode 0600)."),
+        QStringLiteral("FILE"));
+    cli.addOptions({port, listen, db, storageDir, adminPassword, adminPasswordFile});
     TlsOptions tls(cli);
-    cli.process(app);
+    ServerConfig config(cli);
+    QString error;
+    if (!config.parse(app.arguments(), &error)) {
+        fail(error);
+        std::fputs(qPrintable(cli.helpText()), stderr);
+        return 1;
+    }
+    cli.process(config.arguments()); // --help, --help-all, --version: answered, then exit
+    if (!cli.positionalArguments().isEmpty()) {
+        fail(
+            QStringLiteral("unexpected argument '%1'").arg(cli.positionalArguments().constFirst()));
+        std::fputs(qPrintable(cli.helpText()), stderr);
+        return 1;
+    }
 
     bool portOk = false;
     const uint portNumber = cli.value(port).toUInt(&portOk);
     const QHostAddress address(cli.value(listen));
     if (!portOk || portNumber > 65535) {
-        fail(QStringLiteral("--port takes a number from 0 to 65535"));
+        fail(
+            QStringLiteral("--port takes a number from 0 to 65535, not '%1'").arg(cli.value(port)));
         return 1;
     }
     if (address.isNull()) {
-        fail(QStringLiteral("--listen takes an IP address, not %1").arg(cli.value(listen)));
+        fail(QStringLiteral("--listen takes an IP address, not '%1'").arg(cli.value(listen)));
         return 1;
     }
     QString tlsError, tlsWarning;
@@ -116,7 +163,6 @@ int main(int argc, char** argv)
     const bool postgres = location.startsWith(QLatin1String("postgres"));
     if (!postgres) QDir().mkpath(QFileInfo(location).absolutePath());
     Storage storage;
-    QString error;
     if (!storage.open(location, &error)) {
         fail(QStringLiteral("cannot open the database %1: %2").arg(location, error.simplified()));
         return 1;
@@ -126,25 +172,16 @@ int main(int argc, char** argv)
                  .arg(location, error.simplified()));
         return 1;
     }
-    if (!storage.passwordOf(QStringLiteral("admin")).isNull()) {
-        if (cli.isSet(adminPassword))
-            std::fprintf(stderr, "kzlan-server: the admin account exists; --admin-password is "
-                                 "ignored\n");
-    } else {
-        const QString password =
-            cli.isSet(adminPassword) ? cli.value(adminPassword) : Passwords::generate();
-        user_info admin;
-        admin.name = QStringLiteral("admin");
-        admin.text2 = QStringLiteral("Administrator");
-        admin.permission = -1;
-        admin.lv1Group = QStringLiteral("System");
-        admin.lv2Group = QStringLiteral("Administrators");
-        if (password.isEmpty() || !storage.addUser(admin, Passwords::hash(password))) {
-            fail(QStringLiteral("cannot create the admin account"));
-            return 1;
-        }
-        if (!cli.isSet(adminPassword)) std::printf("admin password: %s\n", qPrintable(password));
+    AdminPasswordSource admin;
+    admin.isGiven = cli.isSet(adminPassword);
+    admin.given = cli.value(adminPassword);
+    admin.file = cli.value(adminPasswordFile);
+    QString note;
+    if (!ensureAdmin(storage, admin, &note, &error)) {
+        fail(error);
+        return 1;
     }
+    if (!note.isEmpty()) qCInfo(lcServer).noquote() << note;
 
     const QString files = cli.isSet(storageDir)
                               ? cli.value(storageDir)
@@ -162,13 +199,17 @@ int main(int argc, char** argv)
     }
 
     if (!catchSignals()) {
-        fail(QStringLiteral("cannot catch SIGINT and SIGTERM"));
+        fail(QStringLiteral("cannot catch SIGINT, SIGTERM and SIGHUP"));
         return 1;
     }
     QSocketNotifier signalNotifier(signalFds[1], QSocketNotifier::Read);
     QObject::connect(&signalNotifier, &QSocketNotifier::activated, &app, [&] {
-        char b;
+        char b = 0;
         [[maybe_unused]] const auto n = ::read(signalFds[1], &b, 1);
+        if (b == SIGHUP) {
+            reload(config, tls, server);
+            return;
+        }
         qCInfo(lcServer) << "stopping";
         server.shutdown();
         QCoreApplication::quit();

@@ -171,6 +171,12 @@ bool TlsOptions::load(QString* error, QString* warning)
            loadServerTls(cli_.value(cert_), cli_.value(key_), &config_, error, warning);
 }
 
+QStringList TlsOptions::names()
+{
+    return {QStringLiteral("tls-cert"), QStringLiteral("tls-key"), QStringLiteral("tls-only"),
+            QStringLiteral("handshake-timeout")};
+}
+
 void TlsOptions::apply(Listener& listener) const
 {
     listener.setHandshakeTimeout(timeoutMs_);

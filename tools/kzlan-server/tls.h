@@ -7,6 +7,7 @@
 #include <QCommandLineOption>
 #include <QSslConfiguration>
 #include <QString>
+#include <QStringList>
 
 class Listener;
 class QCommandLineParser;
@@ -26,6 +27,9 @@ class TlsOptions
 public:
     /// What --help says about TLS, after the program's description.
     static QString help();
+
+    /// The long names of these options.
+    static QStringList names();
 
     /// Adds --tls-cert, --tls-key, --tls-only and --handshake-timeout.
     explicit TlsOptions(QCommandLineParser& cli);
