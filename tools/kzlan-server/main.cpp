@@ -1,6 +1,7 @@
 // kzlan-server: the reference LAN server. Keeps accounts, machines, plans,
 // planned stops, files and prices in SQLite or PostgreSQL and answers every
 // request of the protocol over TCP (TLS optional), one resolver per client.
+#include "serverlimits.h"
 #include "server.h"
 #include "storage.h"
 #include "tls.h"
@@ -92,6 +93,7 @@ int main(int argc, char** argv)
         QStringLiteral("PW"));
     cli.addOptions({port, listen, db, storageDir, adminPassword});
     TlsOptions tls(cli);
+    const LimitOptions limitOptions(cli);
     cli.process(app);
 
     bool portOk = false;
@@ -103,6 +105,12 @@ int main(int argc, char** argv)
     }
     if (address.isNull()) {
         fail(QStringLiteral("--listen takes an IP address, not %1").arg(cli.value(listen)));
+        return 1;
+    }
+    ServerLimits limits;
+    QString limitError;
+    if (!limitOptions.read(&limits, &limitError)) {
+        fail(limitError);
         return 1;
     }
     QString tlsError, tlsWarning;
@@ -152,6 +160,7 @@ int main(int argc, char** argv)
                                               : QFileInfo(location).absolutePath())
                                     .filePath(QStringLiteral("files"));
     Server server(storage, files);
+    server.setLimits(limits);
     tls.apply(server.listener());
     if (!server.listen(address, quint16(portNumber), &error)) {
         fail(QStringLiteral("cannot listen on %1:%2: %3")
