@@ -651,10 +651,25 @@ TEST_F(LanServer, GuessesAreThrottledBeforeTheyAreCheckedAndOtherAddressesGoFirs
     EXPECT_TRUE(other.login(QStringLiteral("admin"), kAdminPassword));
     EXPECT_LE(server->loginChecks(), checked + 3) << "the other address waited for the flood";
 
-    flood.clear(); // their waiting attempts have no connection any more
+    flood.clear();
+
+    // From a third address, after one failure: five attempts wait their
+    // turn, and their connections close before it comes.
+    const QHostAddress third(QStringLiteral("127.0.0.3"));
+    Peer failed(server->port(), third);
+    EXPECT_FALSE(failed.login(QStringLiteral("admin"), QStringLiteral("wrong")));
     const qint64 before = server->loginChecks();
-    waitFor([] { return false; }, 1500);
-    EXPECT_LE(server->loginChecks(), before + 1) << "abandoned logins were hashed";
+    std::vector<std::unique_ptr<Peer>> gone;
+    for (int i = 0; i < 5; ++i) {
+        gone.push_back(std::make_unique<Peer>(server->port(), third));
+        ASSERT_TRUE(gone.back()->socket.waitForConnected(5000));
+        gone.back()->r.lanLogin(QStringLiteral("admin"), QStringLiteral("guess%1").arg(i));
+        gone.back()->socket.flush();
+    }
+    waitFor([] { return false; }, 50);
+    gone.clear();
+    waitFor([] { return false; }, 600);
+    EXPECT_EQ(server->loginChecks(), before) << "abandoned logins were hashed";
 }
 
 // Another process holds the SQLite file's write lock: a request that writes
