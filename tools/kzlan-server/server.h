@@ -9,8 +9,8 @@
 //   certificate (listener.h sorts connections by their first byte).
 // - Login: the reply is lanLoginResult(ok, code, admin) with code 0 when
 //   accepted and 2 when refused, whichever of name and password was wrong;
-//   failed attempts from one address or for one name slow down (100 ms,
-//   doubling up to 5 s). On success the server then pushes the user list
+//   after failures from one address or for one name the next attempt waits
+//   before it is checked (loginqueue.h). On success the server then pushes the user list
 //   (lanUserInfo), the machine list (lanMacInfo) and the operator table
 //   (lanOperatorUserInfo). Logout closes the connection. Before login a
 //   connection may send no body over kPreLoginBodyBytes.
