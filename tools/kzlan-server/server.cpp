@@ -6,6 +6,7 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QPointer>
 #include <QThread>
 #include <QTimer>
@@ -388,7 +389,8 @@ void Server::sendPushes()
     if (pushesPending_ & PushMachines) pushedMachines_ = storage_.machines();
     if (pushesPending_ & PushOperators) pushedOperators_ = storage_.operators();
     pushesPending_ = 0;
-    int served = 0;
+    QElapsedTimer spent;
+    spent.start();
     const QSet<Client*> all = clients_; // a send may drop a client
     for (Client* c : all) {
         if (!c->pushes || !clients_.contains(c)) continue;
@@ -397,8 +399,7 @@ void Server::sendPushes()
             continue;
         }
         if (c->outputBlocked || c->unread() > kMaxUnreadBytes / 2) continue; // when it drains
-        if (served == kPushesPerPass) return armPushes();                    // the next pass
-        ++served;
+        if (spent.elapsed() >= kPushMsPerPass) return armPushes();           // the next pass
         const int lists = std::exchange(c->pushes, 0);
         if (lists & PushUsers) c->r->lanUserInfo(pushedUsers_);
         if (lists & PushMachines) c->r->lanMacInfo(pushedMachines_);

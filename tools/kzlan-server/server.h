@@ -176,7 +176,7 @@ private:
     void touch(Client* c);
 
     // Pushes to every logged-in client but `except`: marked, coalesced and
-    // sent a few clients per pass of the event loop; a client whose output
+    // sent for a few milliseconds per pass of the event loop; a client whose output
     // is not draining is served when it drains.
     enum PushList { PushUsers = 1, PushMachines = 2, PushOperators = 4 };
     void push(int lists, Client* except);
@@ -186,8 +186,9 @@ private:
     void armPushes();
     void sendPushes();
     void sendLists(Client* c);
-    /// Clients served per pass of the event loop.
-    static constexpr int kPushesPerPass = 8;
+    /// Milliseconds of pushing per pass of the event loop (one client at
+    /// least), so that other clients are served between.
+    static constexpr int kPushMsPerPass = 10;
 
     Storage& storage_;
     QString storageDir_;
