@@ -24,10 +24,11 @@ struct ServerLimits
     /// How long a write waits for another process's lock on the SQLite file
     /// before the request is refused.
     int dbBusyTimeoutMs = 200;
-    /// Logins waiting for their password check, in all and from one address;
+    /// Logins waiting for their password check, in all and from one address
+    /// (as many as the connections one address may have before login);
     /// beyond them a login is refused without a check.
     int authQueue = 256;
-    int authQueuePerAddress = 16;
+    int authQueuePerAddress = 64;
     /// Rows the event log keeps at most, and days it keeps them (0: no cap).
     int eventLogRows = 100000;
     int eventLogDays = 365;
