@@ -785,3 +785,24 @@ TEST(LanLimits, OptionsTakeNumbersInRangeAndShowTheirDefaults)
         EXPECT_TRUE(cli.helpText().contains(QStringLiteral("(default 1800;")));
     }
 }
+
+// Replies are matched to requests in order: AddUser requests sent at once,
+// some hashed off the event loop and some refused at once (no password),
+// are answered in the order they were sent.
+TEST_F(LanServer, AnswersWorkedOutOffTheLoopKeepTheOrderOfTheRequests)
+{
+    Peer admin(server->port());
+    ASSERT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+    QStringList got, expected;
+    QObject::connect(&admin.conn, &KZConnection::addUserResult,
+                     [&](const user_info& u) { got.append(u.name); });
+    for (int i = 0; i < 12; ++i) {
+        const bool refused = i % 3 == 1;
+        const QString name = QStringLiteral("user%1").arg(i);
+        admin.r.lanAddUser(name, QString(), refused ? QString() : QStringLiteral("pw"), QString(),
+                           QString(), false);
+        expected.append(refused ? QString() : name);
+    }
+    ASSERT_TRUE(waitFor([&] { return got.size() == expected.size(); }));
+    EXPECT_EQ(got, expected);
+}

@@ -53,7 +53,8 @@ void Server::attachAccounts(Client* c)
                                     password.size() <= Texts::kMaxPassword &&
                                     Texts::isOptionalName(lv1) && Texts::isOptionalName(lv2)) ||
                     password.isEmpty())
-                    return refuse();
+                    return later(
+                        c, [] { return 0; }, [refuse](int) { refuse(); });
                 later(
                     c, [password] { return Passwords::hash(password); },
                     [=](const PasswordHash& hash) {
@@ -105,7 +106,9 @@ void Server::attachAccounts(Client* c)
                     if (!hash.isNull()) endSessions({name}, name == c->user ? c : nullptr);
                     pushUsers(c);
                 };
-                if (!ok || password.isEmpty()) return update(ok, PasswordHash());
+                if (!ok || password.isEmpty())
+                    return later(
+                        c, [] { return 0; }, [update, ok](int) { update(ok, PasswordHash()); });
                 later(
                     c, [password] { return Passwords::hash(password); },
                     [update](const PasswordHash& hash) { update(true, hash); });

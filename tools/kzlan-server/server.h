@@ -163,8 +163,11 @@ private:
     /// the event loop and must touch neither the storage nor the client;
     /// `answer` gets its result back on the loop if the client is still
     /// there. Rights and input limits are checked before. Each such request
-    /// counts toward the client's in-flight limit. `gone` gets the result
-    /// instead when the client has gone meanwhile.
+    /// counts toward the client's in-flight limit. Answers reach the client
+    /// in the order of their requests. `gone` gets the result instead when
+    /// the client has gone meanwhile. A request whose answer goes through
+    /// here sends its refusals through here too, so that they keep their
+    /// place.
     template <typename Work, typename Answer, typename Gone>
     void later(Client* c, Work work, Answer answer, Gone gone);
     template <typename Work, typename Answer>

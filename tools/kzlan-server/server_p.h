@@ -12,6 +12,9 @@
 #include <QTcpSocket>
 #include <QTimer>
 
+#include <QMap>
+
+#include <functional>
 #include <memory>
 
 #include <utility>
@@ -38,10 +41,15 @@ public:
     bool cutOff = false;        ///< too much unread: being disconnected
     bool outputBlocked = false; ///< too much unread: reading paused until it drains
     int inFlight = 0;           ///< requests being worked on off the event loop
-    int pushes = 0;             ///< Server::PushList bits waiting to be sent
-    QTimer idle;                ///< after login: no request for limits().idleTimeoutS
-    bool stallCheck = false;    ///< a check of kWriteStallMs is armed
-    qint64 lastWrittenMs = 0;   ///< when the client last took replies
+    /// Answers of later() in the order of their requests: the next one to
+    /// send, and those whose work ended before an earlier one's.
+    qint64 requested = 0;
+    qint64 answered = 0;
+    QMap<qint64, std::function<void()>> waitingAnswers;
+    int pushes = 0;           ///< Server::PushList bits waiting to be sent
+    QTimer idle;              ///< after login: no request for limits().idleTimeoutS
+    bool stallCheck = false;  ///< a check of kWriteStallMs is armed
+    qint64 lastWrittenMs = 0; ///< when the client last took replies
 
     /// Replies produced and not yet taken by the client.
     qint64 unread() const { return socket->bytesToWrite() + conn->pendingBytes(); }
@@ -70,16 +78,22 @@ void Server::later(Client* c, Work work, Answer answer, Gone gone)
     using Result = decltype(work());
     ++c->inFlight;
     updateReading(c);
+    const qint64 ticket = c->requested++;
     const QPointer<Client> guard(c); // read on the loop's thread only
-    work_.start([this, guard, work, answer, gone]() mutable {
+    work_.start([this, guard, ticket, work, answer, gone]() mutable {
         auto result = std::make_shared<Result>(work());
         QMetaObject::invokeMethod(
             this,
-            [this, guard, answer, gone, result]() mutable {
+            [this, guard, ticket, answer, gone, result]() mutable {
                 if (!guard) return gone(std::move(*result));
                 --guard->inFlight;
                 updateReading(guard);
-                answer(std::move(*result));
+                // Replies are matched to requests in order: an answer whose
+                // work ended early waits for those of earlier requests.
+                guard->waitingAnswers.insert(
+                    ticket, [answer, result]() mutable { answer(std::move(*result)); });
+                while (guard && guard->waitingAnswers.contains(guard->answered))
+                    guard->waitingAnswers.take(guard->answered++)();
             },
             Qt::QueuedConnection);
     });
