@@ -788,9 +788,13 @@ TEST(LanLimits, OptionsTakeNumbersInRangeAndShowTheirDefaults)
 
 // Replies are matched to requests in order: AddUser requests sent at once,
 // some hashed off the event loop and some refused at once (no password),
-// are answered in the order they were sent.
+// are answered in the order they were sent. With two requests in flight at
+// most, reading pauses and resumes on the way.
 TEST_F(LanServer, AnswersWorkedOutOffTheLoopKeepTheOrderOfTheRequests)
 {
+    ServerLimits limits;
+    limits.maxInFlight = 2;
+    server->setLimits(limits);
     Peer admin(server->port());
     ASSERT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
     QStringList got, expected;
