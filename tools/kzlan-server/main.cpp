@@ -1,8 +1,8 @@
 // kzlan-server: the reference LAN server. Keeps accounts, machines, plans,
 // planned stops, files and prices in SQLite or PostgreSQL and answers every
 // request of the protocol over TCP (TLS optional), one resolver per client.
-#include "serverlimits.h"
 #include "server.h"
+#include "serverlimits.h"
 #include "storage.h"
 #include "tls.h"
 
