@@ -442,3 +442,41 @@ int main(int argc, char** argv)
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }
+
+// Out of descriptors, the server pauses accepting instead of spinning on the
+// connections it cannot take, and takes them once descriptors are free again.
+TEST_F(Lan, OutOfDescriptorsAcceptingPausesAndResumes)
+{
+    const QString pid = QString::number(server.pid());
+    const auto cpuTicks = [&] {
+        QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
+        if (!f.open(QIODevice::ReadOnly)) return -1LL;
+        const QList<QByteArray> fields = f.readAll().split(')').value(1).split(' ');
+        return fields.value(12).toLongLong() + fields.value(13).toLongLong(); // utime, stime
+    };
+    const auto limitFiles = [&](int soft) {
+        return QProcess::execute(
+                   QStringLiteral("prlimit"),
+                   {QStringLiteral("--pid"), pid, QStringLiteral("--nofile=%1:").arg(soft)}) == 0;
+    };
+    const int open = int(QDir(QStringLiteral("/proc/%1/fd").arg(pid))
+                             .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System)
+                             .size());
+    ASSERT_TRUE(limitFiles(open + 3));
+    std::vector<std::unique_ptr<QTcpSocket>> held;
+    for (int i = 0; i < 12; ++i) {
+        held.push_back(std::make_unique<QTcpSocket>());
+        held.back()->connectToHost(QHostAddress::LocalHost, server.port());
+    }
+    waitFor([] { return false; }, 300);
+    const long long before = cpuTicks();
+    waitFor([] { return false; }, 1500);
+    const long long spent = cpuTicks() - before;
+    std::printf("[ figures  ] out of descriptors for 1.5 s: the server used %lld ticks of CPU\n",
+                spent);
+    EXPECT_LT(spent, 30) << "the accept loop spins";
+    held.clear();
+    ASSERT_TRUE(limitFiles(1024));
+    Peer late;
+    EXPECT_TRUE(late.connectTo(server) && late.login()) << "accepting did not resume";
+}

@@ -403,3 +403,41 @@ TEST_F(LanStorage, ADamagedPageIsFoundAndAReadThatMeetsItFails)
 }
 
 } // namespace
+
+// The event log keeps its cap (the newest rows), and the file usage that
+// quotas are checked against sums a user's and a machine's files.
+TEST_F(LanStorage, TheEventLogKeepsItsCapAndUsageSumsTheFiles)
+{
+    s.setEventLimits(100, 0);
+    for (int i = 0; i < 300; ++i)
+        ASSERT_TRUE(
+            s.addEvent(QString(), QStringLiteral("login refused"), QString(), QString::number(i)));
+    const QList<StoredEvent> kept = s.events(QString(), QString(), QString(), 1000);
+    EXPECT_GE(kept.size(), 100);
+    EXPECT_LT(kept.size(), 100 + 64);
+    EXPECT_EQ(kept.last().text, QStringLiteral("299"));
+
+    const QString at = QStringLiteral("2024-01-01T00:00:00Z");
+    ASSERT_TRUE(s.putFile(
+        {QStringLiteral("KZ-1"), QStringLiteral("a"), 10, QString(), at, QStringLiteral("ann")}));
+    ASSERT_TRUE(s.putFile(
+        {QStringLiteral("KZ-1"), QStringLiteral("b"), 20, QString(), at, QStringLiteral("bob")}));
+    ASSERT_TRUE(s.putFile(
+        {QStringLiteral("KZ-2"), QStringLiteral("c"), 40, QString(), at, QStringLiteral("ann")}));
+    const struct
+    {
+        Storage::Usage got;
+        int files;
+        qint64 bytes;
+    } rows[] = {
+        {s.usageOfUser(QStringLiteral("ann")), 2, 50},
+        {s.usageOfUser(QStringLiteral("bob")), 1, 20},
+        {s.usageOfUser(QStringLiteral("eve")), 0, 0},
+        {s.usageOfMachine(QStringLiteral("KZ-1")), 2, 30},
+        {s.usageOfMachine(QStringLiteral("KZ-3")), 0, 0},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.got.files, row.files);
+        EXPECT_EQ(row.got.bytes, row.bytes);
+    }
+}

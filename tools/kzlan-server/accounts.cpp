@@ -42,20 +42,27 @@ void Server::attachAccounts(Client* c)
                 const user_info u = userOf(name, text2, lv1, lv2, flag);
                 // The reply has no success flag: a refused user comes back
                 // with an empty name.
+                const auto refuse = [=] {
+                    qCInfo(lcServer).noquote()
+                        << c->peer << "could not add the user" << Texts::forLog(name);
+                    r->lanAddUserResult(user_info());
+                };
                 if (!allowed(c, "AddUser") ||
                     !acceptable(c, "AddUser",
                                 Texts::isName(name) && Texts::isText(text2) &&
                                     password.size() <= Texts::kMaxPassword &&
                                     Texts::isOptionalName(lv1) && Texts::isOptionalName(lv2)) ||
-                    password.isEmpty() || !storage_.addUser(u, Passwords::hash(password))) {
-                    qCInfo(lcServer).noquote()
-                        << c->peer << "could not add the user" << Texts::forLog(name);
-                    r->lanAddUserResult(user_info());
-                    return;
-                }
-                record(c, QString(), QStringLiteral("user added"), name);
-                r->lanAddUserResult(shown(*storage_.user(name)));
-                pushUsers(c);
+                    password.isEmpty())
+                    return later(
+                        c, [] { return 0; }, [refuse](int) { refuse(); });
+                later(
+                    c, [password] { return Passwords::hash(password); },
+                    [=](const PasswordHash& hash) {
+                        if (!storage_.addUser(u, hash)) return refuse();
+                        record(c, QString(), QStringLiteral("user added"), name);
+                        r->lanAddUserResult(shown(*storage_.user(name)));
+                        pushUsers(c);
+                    });
             });
     connect(k, &KZConnection::deleteUser, c, [=](const QStringList& names) {
         // The administrator account stays, and so does one administrator at
@@ -87,18 +94,24 @@ void Server::attachAccounts(Client* c)
                     const user_info now = storage_.user(name).value_or(user_info());
                     ok = now.lv1Group == lv1 && now.lv2Group == lv2 && now.flag == flag;
                 }
-                if (ok) {
-                    Storage::Transaction t(storage_);
-                    ok = storage_.updateUser(userOf(name, text2, lv1, lv2, flag)) &&
-                         (password.isEmpty() ||
-                          storage_.setPassword(name, Passwords::hash(password))) &&
-                         t.commit();
-                }
-                if (ok) record(c, QString(), QStringLiteral("user updated"), name);
-                r->lanUpdateClientResponse(ok, name, text2, QString(), lv1, lv2, s6, flag, b2);
-                if (!ok) return;
-                if (!password.isEmpty()) endSessions({name}, name == c->user ? c : nullptr);
-                pushUsers(c);
+                const auto update = [=](bool ok, const PasswordHash& hash) {
+                    if (ok) {
+                        Storage::Transaction t(storage_);
+                        ok = storage_.updateUser(userOf(name, text2, lv1, lv2, flag)) &&
+                             (hash.isNull() || storage_.setPassword(name, hash)) && t.commit();
+                    }
+                    if (ok) record(c, QString(), QStringLiteral("user updated"), name);
+                    r->lanUpdateClientResponse(ok, name, text2, QString(), lv1, lv2, s6, flag, b2);
+                    if (!ok) return;
+                    if (!hash.isNull()) endSessions({name}, name == c->user ? c : nullptr);
+                    pushUsers(c);
+                };
+                if (!ok || password.isEmpty())
+                    return later(
+                        c, [] { return 0; }, [update, ok](int) { update(ok, PasswordHash()); });
+                later(
+                    c, [password] { return Passwords::hash(password); },
+                    [update](const PasswordHash& hash) { update(true, hash); });
             });
     connect(k, &KZConnection::updateUserPermission, c, [=](const QString& name, int permission) {
         bool ok = allowed(c, "UpdateUserPermission");

@@ -16,13 +16,14 @@ constexpr int kChunkBytes = 64 * 1024;      // asked of the sender
 constexpr int kMaxChunkBytes = 1024 * 1024; // accepted from it
 constexpr qint64 kMaxFileBytes = 1LL << 30; // 1 GiB
 
-QByteArray md5OfFile(QFile& f)
+// The file on disk (before it is renamed and listed) and its MD5; empty when
+// it cannot be read. Slow for a large file: run off the event loop.
+QByteArray syncAndDigest(const QString& path)
 {
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly) || ::fsync(f.handle()) != 0) return QByteArray();
     QCryptographicHash h(QCryptographicHash::Md5);
-    if (!f.open(QIODevice::ReadOnly)) return QByteArray();
-    const bool ok = h.addData(&f);
-    f.close();
-    return ok ? h.result() : QByteArray();
+    return h.addData(&f) ? h.result() : QByteArray();
 }
 
 QString hex(const QByteArray& b) { return QString::fromLatin1(b.toHex()); }
@@ -43,6 +44,7 @@ void Server::attachFiles(Client* c)
     Client::Incoming& in = c->in;
 
     const auto finish = [this, c] {
+        c->in.closing = false;
         transfersInProgress_.remove(c->in.key);
         c->in.key.clear();
         c->in.name.clear();
@@ -65,6 +67,24 @@ void Server::attachFiles(Client* c)
         c->in.part.close();
         c->in.part.remove();
         finish();
+    };
+
+    // The quotas of the sender and of the machine, for `size` more bytes.
+    const auto withinQuota = [this, c](const QString& mac, qint64 size) {
+        const qint64 mib = 1024 * 1024;
+        const Storage::Usage user =
+            wholeRead(c, "MacTsfFileTaskBegin", [&] { return storage_.usageOfUser(c->user); });
+        const Storage::Usage machine =
+            wholeRead(c, "MacTsfFileTaskBegin", [&] { return storage_.usageOfMachine(mac); });
+        const ServerLimits& l = limits_;
+        const bool ok = (!l.userQuotaFiles || user.files < l.userQuotaFiles) &&
+                        (!l.userQuotaMiB || user.bytes + size <= l.userQuotaMiB * mib) &&
+                        (!l.machineQuotaFiles || machine.files < l.machineQuotaFiles) &&
+                        (!l.machineQuotaMiB || machine.bytes + size <= l.machineQuotaMiB * mib);
+        if (!ok)
+            qCInfo(lcServer).noquote() << c->peer << "transfer refused:" << c->user << "or"
+                                       << Texts::forLog(mac) << "is over its quota";
+        return ok;
     };
 
     // AddTask: upload, machine, task name, folder, overwrite, file names.
@@ -109,8 +129,8 @@ void Server::attachFiles(Client* c)
     // Begin: size and MD5 of the whole file. Answered with the task, 0 (ready)
     // or 1 (refused) and the chunk size to use.
     connect(k, &KZConnection::macTsfFileTaskBegin, c, [=, &in](int size, const QByteArray& digest) {
-        if (!allowed(c, "MacTsfFileTaskBegin") || in.key.isEmpty() || size < 0 ||
-            size > kMaxFileBytes) {
+        if (!allowed(c, "MacTsfFileTaskBegin") || in.key.isEmpty() || in.closing || size < 0 ||
+            size > kMaxFileBytes || !withinQuota(in.mac, size)) {
             r->lanMacTsfFileBeginResponse(in.task, 1, 0);
             return;
         }
@@ -160,38 +180,44 @@ void Server::attachFiles(Client* c)
                 }
             });
     // Close: the MD5 of the whole file once more. The file gets its name
-    // only if its size and both digests match.
+    // only if its size and both digests match. Writing it out and reading
+    // it back for its digest run off the event loop.
     connect(
         k, &KZConnection::macTsfFileClose, c, [=, &in](int task, int, const QByteArray& digest) {
             if (!in.part.isOpen() || task != in.task) {
                 r->lanMacTsfFileEnd(task, in.name, false);
                 return;
             }
-            in.part.flush();
-            ::fsync(in.part.handle()); // on disk before it is renamed and listed
             in.part.close();
-            const QByteArray got = md5OfFile(in.part);
-            const QString final = QDir(folderOf(storageDir_, in.mac)).filePath(in.name);
-            bool ok = in.received == in.size && got == in.digest && got == digest;
-            if (ok) {
-                QFile::remove(final);
-                ok = in.part.rename(final) &&
-                     storage_.putFile({in.mac, in.name, in.received, hex(got),
-                                       QDateTime::currentDateTimeUtc().toString(Qt::ISODate),
-                                       c->user});
-                if (!ok) QFile::remove(final);
-            }
-            qCInfo(lcServer).noquote() << c->peer << Texts::forLog(in.key) << in.received
-                                       << "bytes, md5" << hex(got) << (ok ? "kept" : "discarded");
-            record(c, in.mac,
-                   ok ? QStringLiteral("file received") : QStringLiteral("file discarded"),
-                   QStringLiteral("%1 (%2 bytes)").arg(in.name).arg(in.received));
-            const QString name = in.name;
-            if (ok)
-                finish();
-            else
-                discard();
-            r->lanMacTsfFileEnd(task, name, ok);
+            in.closing = true;
+            later(
+                c, [path = in.part.fileName()] { return syncAndDigest(path); },
+                [=, &in](const QByteArray& got) {
+                    if (!in.closing || in.task != task) return; // cancelled meanwhile
+                    in.closing = false;
+                    const QString final = QDir(folderOf(storageDir_, in.mac)).filePath(in.name);
+                    bool ok = in.received == in.size && got == in.digest && got == digest;
+                    if (ok) {
+                        QFile::remove(final);
+                        ok = in.part.rename(final) &&
+                             storage_.putFile(
+                                 {in.mac, in.name, in.received, hex(got),
+                                  QDateTime::currentDateTimeUtc().toString(Qt::ISODate), c->user});
+                        if (!ok) QFile::remove(final);
+                    }
+                    qCInfo(lcServer).noquote()
+                        << c->peer << Texts::forLog(in.key) << in.received << "bytes, md5"
+                        << hex(got) << (ok ? "kept" : "discarded");
+                    record(c, in.mac,
+                           ok ? QStringLiteral("file received") : QStringLiteral("file discarded"),
+                           QStringLiteral("%1 (%2 bytes)").arg(in.name).arg(in.received));
+                    const QString name = in.name;
+                    if (ok)
+                        finish();
+                    else
+                        discard();
+                    r->lanMacTsfFileEnd(task, name, ok);
+                });
         });
     connect(k, &KZConnection::macTsfFileCancel, c, [=, &in](const QString&, int task) {
         if (in.key.isEmpty()) return;

@@ -4,6 +4,7 @@
 #include "config.h"
 #include "firstadmin.h"
 #include "server.h"
+#include "serverlimits.h"
 #include "storage.h"
 #include "tls.h"
 
@@ -125,6 +126,7 @@ int main(int argc, char** argv)
         QStringLiteral("FILE"));
     cli.addOptions({port, listen, db, storageDir, adminPassword, adminPasswordFile});
     TlsOptions tls(cli);
+    const LimitOptions limitOptions(cli);
     ServerConfig config(cli);
     QString error;
     if (!config.parse(app.arguments(), &error)) {
@@ -150,6 +152,12 @@ int main(int argc, char** argv)
     }
     if (address.isNull()) {
         fail(QStringLiteral("--listen takes an IP address, not '%1'").arg(cli.value(listen)));
+        return 1;
+    }
+    ServerLimits limits;
+    QString limitError;
+    if (!limitOptions.read(&limits, &limitError)) {
+        fail(limitError);
         return 1;
     }
     QString tlsError, tlsWarning;
@@ -189,6 +197,7 @@ int main(int argc, char** argv)
                                               : QFileInfo(location).absolutePath())
                                     .filePath(QStringLiteral("files"));
     Server server(storage, files);
+    server.setLimits(limits);
     tls.apply(server.listener());
     if (!server.listen(address, quint16(portNumber), &error)) {
         fail(QStringLiteral("cannot listen on %1:%2: %3")

@@ -6,7 +6,9 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QPointer>
+#include <QThread>
 #include <QTimer>
 
 #include <algorithm>
@@ -29,8 +31,10 @@ Server::Client::Client(Server* server, QTcpSocket* socket)
 }
 
 Server::Server(Storage& storage, const QString& storageDir, QObject* parent)
-    : QObject(parent), storage_(storage), storageDir_(storageDir), listener_(new Listener(this))
+    : QObject(parent), storage_(storage), storageDir_(storageDir), listener_(new Listener(this)),
+      logins_(QThread::idealThreadCount())
 {
+    setLimits(limits_);
     connect(listener_, &QTcpServer::newConnection, this, &Server::accept);
     // Out of descriptors, QTcpServer stops accepting for good: try again
     // a little later, by when connections may have closed.
@@ -43,6 +47,14 @@ Server::Server(Storage& storage, const QString& storageDir, QObject* parent)
     rlimit files{};
     if (::getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur != RLIM_INFINITY)
         maxClients_ = clientLimit(qint64(files.rlim_cur));
+}
+
+void Server::setLimits(const ServerLimits& limits)
+{
+    limits_ = limits;
+    logins_.setBounds(limits.authQueue, limits.authQueuePerAddress);
+    storage_.setBusyTimeout(limits.dbBusyTimeoutMs);
+    storage_.setEventLimits(limits.eventLogRows, limits.eventLogDays);
 }
 
 int Server::clientLimit(qint64 descriptors)
@@ -115,13 +127,26 @@ void Server::accept()
         // login) cuts off no client that reads.
         connect(c->conn, &KZConnection::frameSent, c, [this, c] {
             if (c->unread() <= kMaxUnreadBytes) return;
-            c->conn->setReadingPaused(true);
+            c->outputBlocked = true;
+            updateReading(c);
             if (!c->stallCheck) watchStall(c);
         });
-        connect(c->socket, &QTcpSocket::bytesWritten, c, [c] {
+        connect(c->socket, &QTcpSocket::bytesWritten, c, [this, c] {
             c->lastWrittenMs = QDateTime::currentMSecsSinceEpoch();
-            if (c->conn->isReadingPaused() && c->unread() <= kMaxUnreadBytes / 2)
-                c->conn->setReadingPaused(false);
+            if (c->unread() > kMaxUnreadBytes / 2) return;
+            if (c->outputBlocked) {
+                c->outputBlocked = false;
+                updateReading(c);
+            }
+            if (c->pushes) armPushes(); // it drains: its pushes may go
+        });
+        connect(c->socket, &QIODevice::readyRead, c, [this, c] { touch(c); });
+        c->idle.setSingleShot(true);
+        connect(&c->idle, &QTimer::timeout, c, [c] {
+            if (c->inFlight > 0 || c->outputBlocked) return c->idle.start(); // busy, not idle
+            qCInfo(lcServer).noquote() << c->peer << c->user << "was idle too long; disconnected";
+            c->loggedIn = false;
+            c->socket->disconnectFromHost();
         });
         QTimer::singleShot(kLoginTimeoutMs, c, [c] {
             if (c->loggedIn) return;
@@ -143,8 +168,8 @@ void Server::watchStall(Client* c)
     const qint64 armed = QDateTime::currentMSecsSinceEpoch();
     QTimer::singleShot(kWriteStallMs, c, [this, c, armed] {
         c->stallCheck = false;
-        if (c->cutOff || !c->conn->isReadingPaused()) return; // it reads again
-        if (c->lastWrittenMs > armed) return watchStall(c);   // it reads, slowly
+        if (c->cutOff || !c->outputBlocked) return;         // it reads again
+        if (c->lastWrittenMs > armed) return watchStall(c); // it reads, slowly
         c->cutOff = true;
         qCWarning(lcServer).noquote()
             << c->peer << "took none of its" << c->unread() << "bytes of replies for"
@@ -153,10 +178,20 @@ void Server::watchStall(Client* c)
     });
 }
 
+void Server::updateReading(Client* c)
+{
+    c->conn->setReadingPaused(c->outputBlocked || c->inFlight >= limits_.maxInFlight);
+}
+
+void Server::touch(Client* c)
+{
+    if (c->loggedIn && limits_.idleTimeoutS > 0) c->idle.start(limits_.idleTimeoutS * 1000);
+}
+
 void Server::drop(Client* c)
 {
     if (!clients_.remove(c)) return;
-    if (c->in.part.isOpen()) {
+    if (c->in.part.isOpen() || c->in.closing) {
         qCWarning(lcServer).noquote()
             << c->peer << "left during the transfer of" << Texts::forLog(c->in.name) << "after"
             << c->in.received << "of" << c->in.size << "bytes; the partial file is deleted";
@@ -236,59 +271,38 @@ void Server::record(Client* c, const QString& mac, const QString& kind, const QS
 
 // -- login ---------------------------------------------------------------------
 
-int Server::loginDelayMs(int failures)
-{
-    if (failures <= 0) return 0;
-    return qMin(5000, 100 << qMin(failures - 1, 10));
-}
-
-int Server::failuresOf(const QString& key) const
-{
-    const auto it = failures_.constFind(key);
-    if (it == failures_.cend()) return 0;
-    // Forgotten a quarter of an hour after the last failure.
-    return QDateTime::currentMSecsSinceEpoch() - it->lastMs > 15 * 60 * 1000 ? 0 : it->count;
-}
-
-int Server::noteFailure(const QString& key)
-{
-    const qint64 now = QDateTime::currentMSecsSinceEpoch();
-    if (failures_.size() > 100000) { // bounded: old entries go first, then all
-        for (auto it = failures_.begin(); it != failures_.end();)
-            it = now - it->lastMs > 15 * 60 * 1000 ? failures_.erase(it) : std::next(it);
-        if (failures_.size() > 100000) failures_.clear();
-    }
-    Failures& f = failures_[key];
-    f.count = failuresOf(key) + 1;
-    f.lastMs = now;
-    return f.count;
-}
-
 void Server::attachSession(Client* c)
 {
     connect(c->conn, &KZConnection::login, c, [this, c](const QString& account, const QString& pw) {
-        if (c->loginPending) {
+        if (c->loginPending || c->loggedIn) {
             qCInfo(lcAuth).noquote() << c->peer << "sent a login while its last one is pending";
             return;
         }
-        // The hash is worked out on the pool, so that other clients are
-        // served meanwhile; the answer comes back to this thread.
         c->loginPending = true;
         // No account has such a name or password: refused without a hash.
         if (!Texts::isName(account) || pw.size() > Texts::kMaxPassword + 15)
             return finishLogin(c, account, false);
-        const PasswordHash stored = storage_.passwordOf(account);
-        const QString password = Passwords::withoutPadding(pw);
+        // The check waits its turn in the login queue; the hash is worked
+        // out off the loop, and only if the client is still there then.
         const QPointer<Client> guard(c);
-        hashing_.start([this, guard, account, password, stored] {
-            const bool ok = Passwords::verify(password, stored);
-            QMetaObject::invokeMethod(
-                this,
-                [this, guard, account, ok] {
-                    if (guard) finishLogin(guard, account, ok);
+        const QString password = Passwords::withoutPadding(pw);
+        const bool queued = logins_.add(c->address, account, [this, guard, account, password] {
+            if (!guard || guard->socket->state() != QAbstractSocket::ConnectedState) return false;
+            const PasswordHash stored = storage_.passwordOf(account);
+            const QString address = guard->address;
+            later(
+                guard, [password, stored] { return Passwords::verify(password, stored); },
+                [this, guard, address, account](bool ok) {
+                    logins_.finished(address, account, ok);
+                    finishLogin(guard, account, ok);
                 },
-                Qt::QueuedConnection);
+                [this, address, account](bool ok) { logins_.finished(address, account, ok); });
+            return true;
         });
+        if (!queued) {
+            qCWarning(lcAuth).noquote() << c->peer << "login refused unchecked: too many waiting";
+            finishLogin(c, account, false);
+        }
     });
     connect(c->conn, &KZConnection::logout, c, [c](int) {
         qCInfo(lcAuth).noquote() << c->peer << "logged out";
@@ -299,12 +313,8 @@ void Server::attachSession(Client* c)
 
 void Server::finishLogin(Client* c, const QString& account, bool ok)
 {
-    const QString byAddress = QStringLiteral("address ") + c->socket->peerAddress().toString();
-    const QString byName = QStringLiteral("name ") + account;
+    c->loginPending = false;
     if (ok) {
-        failures_.remove(byAddress);
-        failures_.remove(byName);
-        c->loginPending = false;
         c->loggedIn = true;
         c->user = account;
         c->permission = storage_.user(account).value_or(user_info()).permission;
@@ -314,20 +324,18 @@ void Server::finishLogin(Client* c, const QString& account, bool ok)
         qCInfo(lcAuth).noquote() << c->peer << "logged in as" << Texts::forLog(account);
         record(c, QString(), QStringLiteral("login"), QStringLiteral("from ") + c->peer);
         c->r->lanLoginResult(true, 0, c->admin);
+        touch(c);
         sendLists(c);
         return;
     }
-    const int failures = qMax(noteFailure(byAddress), noteFailure(byName));
-    const int delay = loginDelayMs(failures);
+    // The next attempt from this address or for this name waits (the
+    // login queue); the refusal itself goes at once.
     qCWarning(lcAuth).noquote() << c->peer << "failed to log in as" << Texts::forLog(account)
-                                << "(failure" << failures << "), answering in" << delay << "ms";
+                                << "(failure" << logins_.failuresOf(c->address, account) << ")";
     record(nullptr, QString(), QStringLiteral("login refused"),
            QStringLiteral("%1 from %2").arg(Texts::forLog(account), c->peer));
     c->loggedIn = false;
-    QTimer::singleShot(delay, c, [c] {
-        c->loginPending = false;
-        c->r->lanLoginResult(false, 2, false);
-    });
+    c->r->lanLoginResult(false, 2, false);
 }
 
 // -- pushes --------------------------------------------------------------------
@@ -358,23 +366,45 @@ void Server::sendLists(Client* c)
     c->r->lanOperatorUserInfo(namesOf(ops), tableOf(ops));
 }
 
-void Server::pushUsers(Client* except)
+void Server::push(int lists, Client* except)
 {
-    const QList<user_info> users = storage_.users();
+    pushesPending_ |= lists;
     for (Client* c : std::as_const(clients_))
-        if (c != except && c->loggedIn) c->r->lanUserInfo(users);
+        if (c != except && c->loggedIn) c->pushes |= lists;
+    armPushes();
 }
 
-void Server::pushMachines(Client* except)
+void Server::armPushes()
 {
-    const QList<mac_info> macs = storage_.machines();
-    for (Client* c : std::as_const(clients_))
-        if (c != except && c->loggedIn) c->r->lanMacInfo(macs);
+    if (pushesArmed_) return;
+    pushesArmed_ = true;
+    QTimer::singleShot(0, this, &Server::sendPushes);
 }
 
-void Server::pushOperators(Client* except)
+void Server::sendPushes()
 {
-    const QList<operator_user> ops = storage_.operators();
-    for (Client* c : std::as_const(clients_))
-        if (c != except && c->loggedIn) c->r->lanOperatorUserInfo(namesOf(ops), tableOf(ops));
+    pushesArmed_ = false;
+    // The lists are read once for all the clients served after a change.
+    if (pushesPending_ & PushUsers) pushedUsers_ = storage_.users();
+    if (pushesPending_ & PushMachines) pushedMachines_ = storage_.machines();
+    if (pushesPending_ & PushOperators) pushedOperators_ = storage_.operators();
+    pushesPending_ = 0;
+    QElapsedTimer spent;
+    spent.start();
+    const QSet<Client*> all = clients_; // a send may drop a client
+    for (Client* c : all) {
+        if (!c->pushes || !clients_.contains(c)) continue;
+        if (!c->loggedIn) {
+            c->pushes = 0;
+            continue;
+        }
+        if (c->outputBlocked || c->unread() > kMaxUnreadBytes / 2) continue; // when it drains
+        if (spent.elapsed() >= kPushMsPerPass) return armPushes();           // the next pass
+        const int lists = std::exchange(c->pushes, 0);
+        if (lists & PushUsers) c->r->lanUserInfo(pushedUsers_);
+        if (lists & PushMachines) c->r->lanMacInfo(pushedMachines_);
+        if (lists & PushOperators)
+            c->r->lanOperatorUserInfo(namesOf(pushedOperators_), tableOf(pushedOperators_));
+        pushesSent_ += (lists & 1) + ((lists >> 1) & 1) + ((lists >> 2) & 1);
+    }
 }

@@ -9,8 +9,8 @@
 //   certificate (listener.h sorts connections by their first byte).
 // - Login: the reply is lanLoginResult(ok, code, admin) with code 0 when
 //   accepted and 2 when refused, whichever of name and password was wrong;
-//   failed attempts from one address or for one name slow down (100 ms,
-//   doubling up to 5 s). On success the server then pushes the user list
+//   after failures from one address or for one name the next attempt waits
+//   before it is checked (loginqueue.h). On success the server then pushes the user list
 //   (lanUserInfo), the machine list (lanMacInfo) and the operator table
 //   (lanOperatorUserInfo). Logout closes the connection. Before login a
 //   connection may send no body over kPreLoginBodyBytes.
@@ -31,6 +31,10 @@
 //   lanQueryLogResponse("done").
 #ifndef KZLAN_SERVER_H
 #define KZLAN_SERVER_H
+
+#include "kzrecords.h"
+#include "loginqueue.h"
+#include "serverlimits.h"
 
 #include <QHash>
 #include <QHostAddress>
@@ -100,9 +104,14 @@ public:
     /// The client limit in force: kMaxClients, or what the descriptor limit allows.
     int maxClients() const { return maxClients_; }
 
-    /// The delay before answering a failed login, in milliseconds, after
-    /// `failures` recent failures (the first one included).
-    static int loginDelayMs(int failures);
+    /// The limits a plant may tune; set before listen().
+    void setLimits(const ServerLimits& limits);
+    const ServerLimits& limits() const { return limits_; }
+    /// Password checks started (an abandoned login starts none).
+    qint64 loginChecks() const { return logins_.started(); }
+    /// Lists pushed since the server started (a change made several
+    /// times before a client was served is pushed to it once).
+    qint64 pushesSent() const { return pushesSent_; }
 
     class Client;
 
@@ -150,29 +159,56 @@ private:
     /// Records an event; failures are logged, never fatal to the request.
     void record(Client* c, const QString& mac, const QString& kind, const QString& text);
 
-    // Pushes to every logged-in client but `except`.
-    void pushUsers(Client* except);
-    void pushMachines(Client* except);
-    void pushOperators(Client* except);
-    void sendLists(Client* c);
+    /// The pipeline of a request whose answer takes time: `work` runs off
+    /// the event loop and must touch neither the storage nor the client;
+    /// `answer` gets its result back on the loop if the client is still
+    /// there. Rights and input limits are checked before. Each such request
+    /// counts toward the client's in-flight limit. Answers reach the client
+    /// in the order of their requests. `gone` gets the result instead when
+    /// the client has gone meanwhile. A request whose answer goes through
+    /// here sends its refusals through here too, so that they keep their
+    /// place.
+    template <typename Work, typename Answer, typename Gone>
+    void later(Client* c, Work work, Answer answer, Gone gone);
+    template <typename Work, typename Answer>
+    void later(Client* c, Work work, Answer answer);
+    /// Pauses or resumes reading from `c`: paused while its replies are not
+    /// draining or its requests in flight are at the limit.
+    void updateReading(Client* c);
+    /// (Re)arms the idle time-out of a logged-in client.
+    void touch(Client* c);
 
-    struct Failures
-    {
-        int count = 0;
-        qint64 lastMs = 0;
-    };
-    int noteFailure(const QString& key);
-    int failuresOf(const QString& key) const;
+    // Pushes to every logged-in client but `except`: marked, coalesced and
+    // sent for a few milliseconds per pass of the event loop; a client whose output
+    // is not draining is served when it drains.
+    enum PushList { PushUsers = 1, PushMachines = 2, PushOperators = 4 };
+    void push(int lists, Client* except);
+    void pushUsers(Client* except) { push(PushUsers, except); }
+    void pushMachines(Client* except) { push(PushMachines, except); }
+    void pushOperators(Client* except) { push(PushOperators, except); }
+    void armPushes();
+    void sendPushes();
+    void sendLists(Client* c);
+    /// Milliseconds of pushing per pass of the event loop (one client at
+    /// least), so that other clients are served between.
+    static constexpr int kPushMsPerPass = 10;
 
     Storage& storage_;
     QString storageDir_;
     Listener* listener_ = nullptr;
     int maxClients_ = kMaxClients;
     QSet<Client*> clients_;
-    QHash<QString, Failures> failures_;
+    ServerLimits limits_;
+    LoginQueue logins_;
     int lastTask_ = 0;
     QSet<QString> transfersInProgress_; ///< "<machine>/<name>" being received
-    QThreadPool hashing_;               ///< password checks; last, so that it waits for them first
+    int pushesPending_ = 0;             ///< lists whose cached copy is stale
+    bool pushesArmed_ = false;
+    qint64 pushesSent_ = 0;
+    QList<user_info> pushedUsers_;
+    QList<mac_info> pushedMachines_;
+    QList<operator_user> pushedOperators_;
+    QThreadPool work_; ///< hashing, digests; last, so that it waits for them first
 };
 
 #endif

@@ -8,7 +8,14 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QPointer>
 #include <QTcpSocket>
+#include <QTimer>
+
+#include <QMap>
+
+#include <functional>
+#include <memory>
 
 #include <utility>
 
@@ -30,10 +37,19 @@ public:
     bool admin = false;    ///< Rights::AdminBit of `permission`
     qint32 permission = 0; ///< as stored; updated when an administrator changes it
     QString user;
-    bool loginPending = false; ///< a password is being checked, or a refusal delayed
-    bool cutOff = false;       ///< too much unread: being disconnected
-    bool stallCheck = false;   ///< a check of kWriteStallMs is armed
-    qint64 lastWrittenMs = 0;  ///< when the client last took replies
+    bool loginPending = false;  ///< a password is being checked, or a refusal delayed
+    bool cutOff = false;        ///< too much unread: being disconnected
+    bool outputBlocked = false; ///< too much unread: reading paused until it drains
+    int inFlight = 0;           ///< requests being worked on off the event loop
+    /// Answers of later() in the order of their requests: the next one to
+    /// send, and those whose work ended before an earlier one's.
+    qint64 requested = 0;
+    qint64 answered = 0;
+    QMap<qint64, std::function<void()>> waitingAnswers;
+    int pushes = 0;           ///< Server::PushList bits waiting to be sent
+    QTimer idle;              ///< after login: no request for limits().idleTimeoutS
+    bool stallCheck = false;  ///< a check of kWriteStallMs is armed
+    qint64 lastWrittenMs = 0; ///< when the client last took replies
 
     /// Replies produced and not yet taken by the client.
     qint64 unread() const { return socket->bytesToWrite() + conn->pendingBytes(); }
@@ -48,12 +64,46 @@ public:
         qint64 size = -1; ///< announced by the begin message
         QByteArray digest;
         QFile part;
+        bool closing = false; ///< its digest is being worked out
         qint64 received = 0;
         int chunks = 0;
         int lastTenth = 0;
         QElapsedTimer clock;
     } in;
 };
+
+template <typename Work, typename Answer, typename Gone>
+void Server::later(Client* c, Work work, Answer answer, Gone gone)
+{
+    using Result = decltype(work());
+    ++c->inFlight;
+    updateReading(c);
+    const qint64 ticket = c->requested++;
+    const QPointer<Client> guard(c); // read on the loop's thread only
+    work_.start([this, guard, ticket, work, answer, gone]() mutable {
+        auto result = std::make_shared<Result>(work());
+        QMetaObject::invokeMethod(
+            this,
+            [this, guard, ticket, answer, gone, result]() mutable {
+                if (!guard) return gone(std::move(*result));
+                --guard->inFlight;
+                updateReading(guard);
+                // Replies are matched to requests in order: an answer whose
+                // work ended early waits for those of earlier requests.
+                guard->waitingAnswers.insert(
+                    ticket, [answer, result]() mutable { answer(std::move(*result)); });
+                while (guard && guard->waitingAnswers.contains(guard->answered))
+                    guard->waitingAnswers.take(guard->answered++)();
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+template <typename Work, typename Answer>
+void Server::later(Client* c, Work work, Answer answer)
+{
+    later(c, std::move(work), std::move(answer), [](auto&&) {});
+}
 
 template <typename Read>
 auto Server::wholeRead(Client* c, const char* what, Read read) -> decltype(read())

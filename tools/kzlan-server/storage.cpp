@@ -107,7 +107,7 @@ bool Storage::open(const QString& location, QString* error, int upTo)
         db_.setDatabaseName(url.path().mid(1));
     } else {
         db_.setDatabaseName(location);
-        db_.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=5000"));
+        db_.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(busyTimeoutMs_));
     }
     if (!db_.open()) {
         *error = db_.lastError().text();
@@ -124,6 +124,19 @@ bool Storage::open(const QString& location, QString* error, int upTo)
         }
     }
     return migrate(upTo, error);
+}
+
+void Storage::setBusyTimeout(int ms)
+{
+    busyTimeoutMs_ = ms;
+    if (db_.isOpen() && !isPostgres())
+        Query(*this, QStringLiteral("PRAGMA busy_timeout = %1").arg(ms));
+}
+
+void Storage::setEventLimits(int rows, int days)
+{
+    eventRows_ = rows;
+    eventDays_ = days;
 }
 
 int Storage::schemaVersion()
@@ -438,10 +451,20 @@ bool Storage::addEvent(const QString& mac, const QString& kind, const QString& w
 {
     return inTransaction([&] {
         const qint64 id = nextId("events", "id");
-        return Query(*this,
-                     QStringLiteral("INSERT INTO events (id, at_ms, mac, kind, who, text)"
-                                    " VALUES (?, ?, ?, ?, ?, ?)"),
-                     {id, QDateTime::currentMSecsSinceEpoch(), mac, kind, who, text})
+        const qint64 now = QDateTime::currentMSecsSinceEpoch();
+        if (!Query(*this,
+                   QStringLiteral("INSERT INTO events (id, at_ms, mac, kind, who, text)"
+                                  " VALUES (?, ?, ?, ?, ?, ?)"),
+                   {id, now, mac, kind, who, text})
+                 .ok())
+            return false;
+        // The cap, kept every 64 rows: ids grow by one, so the rows over the
+        // cap are those below the newest id less the cap.
+        if (id % 64 != 0 || (eventRows_ <= 0 && eventDays_ <= 0)) return true;
+        const qint64 below = eventRows_ > 0 ? id - eventRows_ : 0;
+        const qint64 before = eventDays_ > 0 ? now - qint64(eventDays_) * 24 * 3600 * 1000 : 0;
+        return Query(*this, QStringLiteral("DELETE FROM events WHERE id <= ? OR at_ms < ?"),
+                     {below, before})
             .ok();
     });
 }

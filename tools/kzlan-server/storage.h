@@ -104,6 +104,13 @@ public:
     /// the last call: its list is then short and must not be answered as
     /// if it were whole. Each failure is logged when it happens.
     bool takeReadFailure();
+    /// How long a statement waits for another process's lock on the SQLite
+    /// file before it fails (and its request is refused); PostgreSQL waits
+    /// as its server says.
+    void setBusyTimeout(int ms);
+    /// The event log's cap: rows kept at most and days kept (0: none).
+    /// Older rows go as new ones come.
+    void setEventLimits(int rows, int days);
 
     /// A transaction over the requests' changes: commit() or it is rolled
     /// back when it goes out of scope.
@@ -201,6 +208,15 @@ public:
     bool putFile(const StoredFile& f);
     bool renameFile(const QString& mac, const QString& from, const QString& to);
     bool deleteFiles(const QString& mac, const QStringList& names);
+    /// The stored files that `user` sent, or that machine `mac` holds:
+    /// their count and bytes.
+    struct Usage
+    {
+        int files = 0;
+        qint64 bytes = 0;
+    };
+    Usage usageOfUser(const QString& user);
+    Usage usageOfMachine(const QString& mac);
 
     // Prices -----------------------------------------------------------------
     QMap<QString, double> prices();
@@ -239,6 +255,9 @@ private:
     int depth_ = 0;
     bool failed_ = false;
     bool readFailed_ = false;
+    int busyTimeoutMs_ = 200;
+    int eventRows_ = 0;
+    int eventDays_ = 0;
 };
 
 #endif

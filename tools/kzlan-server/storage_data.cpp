@@ -311,6 +311,19 @@ bool Storage::deleteFiles(const QString& mac, const QStringList& names)
     });
 }
 
+Storage::Usage Storage::usageOfUser(const QString& user)
+{
+    Query q(*this, QStringLiteral("SELECT COUNT(*), SUM(size) FROM files WHERE received_by = ?"),
+            {user});
+    return q.next() ? Usage{q.value(0).toInt(), q.value(1).toLongLong()} : Usage{};
+}
+
+Storage::Usage Storage::usageOfMachine(const QString& mac)
+{
+    Query q(*this, QStringLiteral("SELECT COUNT(*), SUM(size) FROM files WHERE mac = ?"), {mac});
+    return q.next() ? Usage{q.value(0).toInt(), q.value(1).toLongLong()} : Usage{};
+}
+
 // -- prices --------------------------------------------------------------------
 
 QMap<QString, double> Storage::prices()
