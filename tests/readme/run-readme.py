@@ -59,8 +59,13 @@ def blocks(path):
 
 
 WAIT_PORT = r"""
-wait_port() {  # the port a client is about to use: open within 10 s
-  for _ in $(seq 100); do (exec 3<>/dev/tcp/127.0.0.1/"$1") 2>/dev/null && return 0; sleep 0.1; done
+wait_port() {  # the port a client is about to use: listening within 10 s
+  # Read from the kernel's table, not by connecting: a probe connection would be
+  # a real one to a relay such as kzdump --tap --once.
+  local want; want="^ *[0-9]+: [0-9A-F]+:$(printf '%04X' "$1") [0-9A-F]+:[0-9A-F]+ 0A "
+  for _ in $(seq 100); do
+    grep -Eq "$want" /proc/net/tcp /proc/net/tcp6 2>/dev/null && return 0; sleep 0.1
+  done
 }
 port_after() {  # the value after option $1 in the remaining arguments, or $2
   local want="$1" dflt="$2"; shift 2
@@ -95,6 +100,11 @@ def make_tools(scratch, build):
         where = os.path.join(scratch, "build", os.path.relpath(target, build))
         os.makedirs(os.path.dirname(where), exist_ok=True)
         os.symlink(script, where)
+    # Files the README names under build/ besides the programs.
+    for name in ("protocol/generated/kz.lua",):
+        where = os.path.join(scratch, "build", name)
+        os.makedirs(os.path.dirname(where), exist_ok=True)
+        os.symlink(os.path.join(build, name), where)
     return bindir
 
 
