@@ -1,12 +1,13 @@
-// kzlan-client's command line: help and version, unknown options and sub-commands, missing
-// arguments and bad values each named with the usage and exit code 1, and --json printing one
-// JSON document for every outcome, failures included.
+// The command lines of kzlan-client and kzdemo: help and version, unknown options and
+// sub-commands, missing arguments and bad values each named with the usage and exit code 1,
+// and kzlan-client's --json printing one JSON document for every outcome, failures included.
 #include "lan.h"
 
 #include <gtest/gtest.h>
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 
 using namespace lan;
 
@@ -85,6 +86,36 @@ TEST(LanCli, JsonIsPrintedForEveryOutcome)
         EXPECT_TRUE(
             doc.value(QStringLiteral("error")).toString().contains(QString::fromUtf8(row.error)))
             << r.out.constData();
+    }
+}
+
+TEST(LanCli, TheDemoRunsOnlyWhenAskedTo)
+{
+    const struct
+    {
+        const char* args;
+        int code;
+        const char* out;
+        const char* err;
+    } rows[] = {
+        {"--help", 0, "usage: kzdemo", ""},
+        {"--version", 0, "kzdemo ", ""},
+        {"--bogus", 1, "", "unknown option --bogus"},
+        {"--bogus", 1, "", "usage: kzdemo"},
+        {"--listen", 1, "", "--listen needs a value"},
+        {"--listen 99999", 1, "", "bad value for --listen: 99999"},
+        {"--connect port", 1, "", "bad value for --connect: port"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.args);
+        QProcess p;
+        p.start(QStringLiteral(KZDEMO), split(row.args));
+        ASSERT_TRUE(p.waitForFinished(10000));
+        const QByteArray out = p.readAllStandardOutput(), err = p.readAllStandardError();
+        EXPECT_EQ(p.exitCode(), row.code) << err.constData();
+        EXPECT_TRUE(out.contains(row.out)) << out.constData();
+        EXPECT_TRUE(err.contains(row.err)) << err.constData();
+        EXPECT_FALSE(out.contains("server listening")) << "the demo ran";
     }
 }
 
