@@ -343,10 +343,8 @@ void KZClient::disconnectFromHost()
     if (d->state == State::Ready || d->state == State::LoggingIn) d->conn.resolver()->lanLogout(0);
     d->setState(State::Closing);
     if (d->state != State::Closing) return;
-    QIODevice* dev = d->device;
-    if (dev && d->ownSocket.get() == dev) {
-        // The socket sends what it holds, then reports its end through lost().
-        KZClientPrivate::close(dev);
+    // A socket sends what it holds (the logout), then reports its end through lost().
+    if (d->device && KZClientPrivate::close(d->device)) {
         if (d->timeoutMs > 0) d->stepTimer.start(d->timeoutMs);
         return;
     }

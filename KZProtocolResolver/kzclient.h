@@ -97,9 +97,9 @@ public:
     /// the only place the library uses Qt Network). Logs in at once if login() was called.
     void connectToHost(const QString& host, quint16 port);
     /// Uses `device` for the connection instead: a QSslSocket, a QLocalSocket, any QIODevice;
-    /// the client does not own it. An open device is Connected at once; a socket that is still
-    /// connecting becomes Connected when it emits `connected()`. Reconnecting applies to
-    /// connectToHost() only.
+    /// the client does not own it, but closes it in disconnectFromHost(). An open device is
+    /// Connected at once; a socket that is still connecting becomes Connected when it emits
+    /// `connected()`. Reconnecting applies to connectToHost() only.
     void setDevice(QIODevice* device);
     /// The device in use, or null.
     QIODevice* device() const;

@@ -101,8 +101,9 @@ public:
     static bool isConnecting(QIODevice* dev);
     /// Lets `dev`'s `connected()` reach connected(), where it is a socket.
     void watchConnect(QIODevice* dev);
-    /// Closes `dev`, letting a socket send what it holds first.
-    static void close(QIODevice* dev);
+    /// Closes `dev`, letting a socket send what it holds first; true when the socket is still
+    /// closing and will report its end (`disconnected()`).
+    static bool close(QIODevice* dev);
 };
 
 template <class Values>

@@ -65,12 +65,16 @@ void KZClientPrivate::watchConnect(QIODevice* dev)
         QObject::connect(s, &QLocalSocket::connected, q, onConnected, Qt::QueuedConnection);
 }
 
-void KZClientPrivate::close(QIODevice* dev)
+bool KZClientPrivate::close(QIODevice* dev)
 {
-    if (auto* s = qobject_cast<QAbstractSocket*>(dev))
+    if (auto* s = qobject_cast<QAbstractSocket*>(dev)) {
         s->disconnectFromHost();
-    else if (auto* s = qobject_cast<QLocalSocket*>(dev))
+        return s->state() != QAbstractSocket::UnconnectedState;
+    }
+    if (auto* s = qobject_cast<QLocalSocket*>(dev)) {
         s->disconnectFromServer();
-    else
-        dev->close();
+        return s->state() != QLocalSocket::UnconnectedState;
+    }
+    dev->close();
+    return false;
 }
