@@ -32,7 +32,7 @@
     /// deletion.
     struct DeleteUserReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `names` value.
         QStringList names;
@@ -47,7 +47,7 @@
     /// client update.
     struct UpdateClientReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The account's name (the reference server's use, as for the fields below).
         QString s1;
@@ -79,7 +79,7 @@
     /// them. Answers a permission change.
     struct UpdateUserPermissionReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `name` value.
         QString name;
@@ -96,7 +96,7 @@
     /// carries them. Answers a change of visible groups.
     struct UpdateUserGroupPermissionReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `name` value.
         QString name;
@@ -132,7 +132,7 @@
     /// reordering.
     struct SortItemReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The first-level group (the reference server's use).
         QString a;
@@ -152,7 +152,7 @@
     /// Answers a user move.
     struct MoveUserToGroupReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `names` value.
         QStringList names;
@@ -172,7 +172,7 @@
     /// a machine move.
     struct MoveMacToGroupReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `macs` value.
         QStringList macs;
@@ -192,7 +192,7 @@
     /// them. Answers an operator move.
     struct MoveOperatorToGroupReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `operators` value.
         QStringList operators;
@@ -246,7 +246,7 @@
     /// Answers a bulk addition.
     struct AddOperatorUsersReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `rows` value.
         QList<QVariant> rows;
@@ -262,7 +262,7 @@
     /// an operator update.
     struct UpdateOperatorReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `s1` value.
         QString s1;
@@ -291,7 +291,7 @@
     /// Answers an operator deletion.
     struct DeleteOperatorUserReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `names` value.
         QStringList names;
@@ -340,7 +340,7 @@
     /// deletion.
     struct DeleteMacReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `macs` value.
         QStringList macs;
@@ -379,7 +379,7 @@
     /// mode switch (the success byte leads this payload).
     struct RemoteSetModeReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `mac` value.
         QString mac;
@@ -690,7 +690,7 @@
     /// rename.
     struct MacRenameFileReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
     };
     /// Asks to rename a file of a machine.
@@ -704,7 +704,7 @@
     /// an execute request.
     struct MacExecuteFileReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
     };
     /// Asks a machine to execute (start working) a file.
@@ -717,7 +717,7 @@
     /// deletion.
     struct MacDeleteFileReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
     };
     /// Asks to delete files of a machine.
@@ -734,7 +734,7 @@
     /// an announced task with its description (the reply-flag form of AddTask, with other fields).
     struct MacTsfFileAddTaskReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The machine.
         QString a;
@@ -938,7 +938,7 @@
     /// added price.
     struct AddFilePriceReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `file` value.
         QString file;
@@ -955,7 +955,7 @@
     /// a price update.
     struct UpdateFilePriceReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `a` value.
         QString a;
@@ -975,7 +975,7 @@
     /// a price deletion.
     struct DeleteFilePriceReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `files` value.
         QStringList files;
@@ -1004,7 +1004,7 @@
     /// addition of many prices.
     struct AddFilePricesReply
     {
-        /// The reply's `ok` value.
+        /// Whether the server did what was asked (the reply's success flag).
         bool ok{};
         /// The reply's `prices` value.
         QMap<QString, double> prices;

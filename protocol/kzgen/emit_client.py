@@ -55,7 +55,10 @@ def value_fields(protocol, m, rp):
                 docs[f.param] = m.field_docs[f.name]
     out = []
     for p in rp.callback_params():
-        doc = docs.get(p.name) or "The reply's `%s` value." % p.name
+        fallback = "The reply's `%s` value." % p.name
+        if p.name == "ok" and p.type == "bool":
+            fallback = "Whether the server did what was asked (the reply's success flag)."
+        doc = docs.get(p.name) or fallback
         out.append((cpp.qualify(p.type, aliases), p.name, doc))
     return out
 
