@@ -3,6 +3,7 @@
 #ifndef KZRESOLVER_KZCLIENT_H
 #define KZRESOLVER_KZCLIENT_H
 
+#include "kzconnectionsignals.h" // the records' meta-types, which the signals use
 #include "kzprotocolresolver.h"
 #include "kzrecords.h"
 #include "kzreply.h"
