@@ -66,15 +66,21 @@ void usage(FILE* to)
                      "            6 TLS failed (certificate not trusted or not for this host)\n");
 }
 
+/// The usage line of one sub-command.
+QString usageOf(const Command& c)
+{
+    return QStringLiteral("usage: kzlan-client [options] %1 %2")
+        .arg(QLatin1String(c.name), QLatin1String(c.args))
+        .trimmed();
+}
+
 } // namespace
 
 int usageError(const QString& why)
 {
     const QString usage =
         g_running
-            ? QStringLiteral("usage: kzlan-client [options] %1 %2")
-                  .arg(QLatin1String(g_running->name), QLatin1String(g_running->args))
-                  .trimmed()
+            ? usageOf(*g_running)
             : QStringLiteral("usage: kzlan-client [options] <sub-command> [args]; see --help");
     printError(why.isEmpty() ? usage : QStringLiteral("%1 (%2)").arg(why, usage));
     return ExitUsage;
@@ -228,8 +234,7 @@ int runCommand(QStringList words, Options opt)
         return usageError(
             QStringLiteral("unknown sub-command: %1").arg(words.join(QLatin1Char(' '))));
     printError(QStringLiteral("%1 needs one of:").arg(words.join(QLatin1Char(' '))));
-    for (const Command* c : choices)
-        std::fprintf(stderr, "usage: kzlan-client [options] %s %s\n", c->name, c->args);
+    for (const Command* c : choices) std::fprintf(stderr, "%s\n", qPrintable(usageOf(*c)));
     return ExitUsage;
 }
 
