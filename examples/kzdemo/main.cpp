@@ -24,7 +24,7 @@ const char kUsage[] =
     "  every message they handle.\n\n"
     "  --capture FILE  also write every frame either side sends to FILE (for kzdump)\n"
     "  --listen PORT   the server's port (default: any free one)\n"
-    "  --connect PORT  where the client connects (default: the server), e.g. kzdump --tap\n"
+    "  --connect PORT  where the client connects (default: the server), e.g. a kzdump relay\n"
     "  --help          this text\n"
     "  --version       the demo's version\n";
 
