@@ -63,7 +63,7 @@ class KZConnectionPrivate;
 /// protocol fixes: it keeps the password from a glance at a frame, not from
 /// anyone who captures the login, and nothing else is enciphered. Where the
 /// network is not trusted, run the connection over a QSslSocket (the host
-/// links Qt Network; the library itself needs Qt Core only). Start TLS from
+/// links Qt Network; KZConnection itself uses Qt Core only). Start TLS from
 /// the socket's first byte: connectToHostEncrypted() on the client;
 /// startServerEncryption() on the server as soon as the socket is made (or
 /// attach the socket once it emitted `encrypted()`). Then:

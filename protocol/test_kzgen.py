@@ -5,7 +5,7 @@ import os
 import tempfile
 import unittest
 
-from kzgen import cli, table, validate
+from kzgen import cli, emit_client, table, validate
 from kzgen.model import TableError
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -74,6 +74,26 @@ class TableChecks(unittest.TestCase):
     def test_a_regular_message_cannot_use_a_description_only_form(self):
         self.rejects(GOOD.replace("request lanDeleteUser: names:strlist",
                                   "request lanDeleteUser: names:{a:strz}"), 5, "hand-written")
+
+
+class ClientRequests(unittest.TestCase):
+    def test_a_request_with_a_reply_gets_a_method_and_its_values(self):
+        p = load(GOOD)
+        header = emit_client.header(p)
+        self.assertIn("KZReplyOf<DeleteUserReply>* deleteUser(const QStringList& names);", header)
+        self.assertIn("bool ok{};", header)
+        self.assertLess(header.index("bool ok{};"), header.index("QStringList names;"))
+        self.assertIn("KZ_CLIENT_REPLY(DeleteUserReply, 0x001B, deleteUserResult)",
+                      emit_client.replies(p))
+
+    def test_a_message_without_a_reply_gets_none(self):
+        p = load(GOOD.split("  reply")[0])
+        self.assertNotIn("deleteUser", emit_client.header(p))
+
+    def test_a_method_may_not_take_a_name_the_client_has(self):
+        with self.assertRaises(TableError) as e:
+            emit_client.header(load(GOOD.replace("lanDeleteUser:", "lanLogout:")))
+        self.assertIn("the client already uses", e.exception.message)
 
 
 class TheProtocol(unittest.TestCase):

@@ -18,6 +18,58 @@ namespace {
 // in the order sent, for tools/kzdump to show.
 QFile* capture = nullptr;
 
+const char kUsage[] =
+    "usage: kzdemo [--capture FILE] [--listen PORT] [--connect PORT]\n"
+    "  A LAN server and a management client in one process, over 127.0.0.1; both print\n"
+    "  every message they handle.\n\n"
+    "  --capture FILE  also write every frame either side sends to FILE (for kzdump)\n"
+    "  --listen PORT   the server's port (default: any free one)\n"
+    "  --connect PORT  where the client connects (default: the server), e.g. a kzdump relay\n"
+    "  --help          this text\n"
+    "  --version       the demo's version\n";
+
+struct Options
+{
+    QString capture;
+    quint16 listen = 0;
+    quint16 connect = 0;
+};
+
+/// Reads the command line into `opt`; -1 to go on, or the exit code (help, version, a
+/// usage error named on stderr with the usage).
+int parse(const QStringList& args, Options* opt)
+{
+    const auto usageError = [](const QString& why) {
+        std::fprintf(stderr, "kzdemo: %s\n%s", qPrintable(why), kUsage);
+        return 1;
+    };
+    for (int i = 1; i < args.size(); ++i) {
+        const QString& o = args[i];
+        if (o == QLatin1String("--help")) {
+            std::printf("%s", kUsage);
+            return 0;
+        }
+        if (o == QLatin1String("--version")) {
+            std::printf("kzdemo %s\n", KZ_VERSION);
+            return 0;
+        }
+        const bool port = o == QLatin1String("--listen") || o == QLatin1String("--connect");
+        if (!port && o != QLatin1String("--capture"))
+            return usageError(QStringLiteral("unknown option %1").arg(o));
+        if (i + 1 >= args.size()) return usageError(QStringLiteral("%1 needs a value").arg(o));
+        const QString v = args[++i];
+        if (!port) {
+            opt->capture = v;
+            continue;
+        }
+        bool ok = false;
+        const uint n = v.toUInt(&ok);
+        if (!ok || n > 65535) return usageError(QStringLiteral("bad value for %1: %2").arg(o, v));
+        (o == QLatin1String("--listen") ? opt->listen : opt->connect) = quint16(n);
+    }
+    return -1;
+}
+
 } // namespace
 
 void wire(Peer& p, QTcpSocket* socket)
@@ -66,24 +118,18 @@ void Demo::fail(const QString& why)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
+    Options opt;
+    const int rc = parse(QCoreApplication::arguments(), &opt);
+    if (rc >= 0) return rc;
     QFile captureFile;
-    const QStringList args = QCoreApplication::arguments();
-    const int at = args.indexOf(QStringLiteral("--capture"));
-    if (at > 0 && at + 1 < args.size()) {
-        captureFile.setFileName(args[at + 1]);
+    if (!opt.capture.isEmpty()) {
+        captureFile.setFileName(opt.capture);
         if (!captureFile.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-            std::printf("cannot write %s\n", qPrintable(args[at + 1]));
+            std::fprintf(stderr, "kzdemo: cannot write %s\n", qPrintable(opt.capture));
             return 1;
         }
         capture = &captureFile;
     }
-    // --listen PORT: the server's port (default: any free one); --connect
-    // PORT: where the client connects (default: the server), e.g. through
-    // `kzdump --tap`.
-    const auto portOption = [&args](const char* name) {
-        const int i = args.indexOf(QLatin1String(name));
-        return i > 0 && i + 1 < args.size() ? quint16(args[i + 1].toUInt()) : quint16(0);
-    };
     Demo demo;
     addSessionSteps(demo); // login first, logout last
     addAccountsSteps(demo);
@@ -93,7 +139,7 @@ int main(int argc, char** argv)
     addPlanningSteps(demo);
 
     QTcpServer listener;
-    if (!listener.listen(QHostAddress::LocalHost, portOption("--listen"))) {
+    if (!listener.listen(QHostAddress::LocalHost, opt.listen)) {
         std::printf("cannot listen on 127.0.0.1: %s\n", qPrintable(listener.errorString()));
         return 1;
     }
@@ -113,11 +159,11 @@ int main(int argc, char** argv)
         std::printf("[client] connected\n");
         demo.next();
     });
-    const quint16 via = portOption("--connect");
-    clientSocket.connectToHost(QHostAddress::LocalHost, via ? via : listener.serverPort());
+    clientSocket.connectToHost(QHostAddress::LocalHost,
+                               opt.connect ? opt.connect : listener.serverPort());
 
     QTimer::singleShot(20000, [&] { demo.fail(QStringLiteral("timed out")); });
-    const int rc = app.exec();
-    std::printf(rc == 0 ? "demo finished\n" : "demo failed\n");
-    return rc;
+    const int result = app.exec();
+    std::printf(result == 0 ? "demo finished\n" : "demo failed\n");
+    return result;
 }

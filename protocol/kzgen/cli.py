@@ -16,7 +16,7 @@ from .model import TableError
 
 # The public headers generated from the table are committed in the source tree; generate
 # writes fresh ones into this subdirectory, for the build to compare and the refresh to copy.
-COMMITTED = ["kzmessages.h", "kzrecords.h"]
+COMMITTED = ["kzmessages.h", "kzrecords.h", "kzclientrequests.h"]
 COMMITTED_DIR = "committed"
 
 
@@ -39,12 +39,15 @@ def load(index):
 
 def outputs(protocol):
     """Every file generate writes, by name, with the function that makes its text."""
-    from . import (emit_code, emit_examples, emit_header, emit_json, emit_lua, emit_records,
-                   emit_signals)
+    from . import (emit_client, emit_code, emit_examples, emit_header, emit_json, emit_lua,
+                   emit_records, emit_signals)
 
     out = {
         os.path.join(COMMITTED_DIR, "kzmessages.h"): lambda: emit_header.emit(protocol),
         os.path.join(COMMITTED_DIR, "kzrecords.h"): lambda: emit_records.emit(protocol),
+        os.path.join(COMMITTED_DIR, "kzclientrequests.h"): lambda: emit_client.header(protocol),
+        "kzclient_requests.inc": lambda: emit_client.definitions(protocol),
+        "kzclient_replies.inc": lambda: emit_client.replies(protocol),
         "methods.def": lambda: emit_code.methods_def(protocol),
         "callbacks.def": lambda: emit_code.callbacks_def(protocol),
         "decoders.inc": lambda: emit_code.decoders_inc(protocol),

@@ -82,18 +82,16 @@ int cmdPricesList(Session& s, Args& a)
     QStringList rest;
     if (!a.positionals(&rest) || !rest.isEmpty()) return usageError();
     if (int rc = s.open()) return rc;
+    auto* reply = s.client().loadFilePrice();
+    if (int rc = s.await(reply)) return rc;
     QJsonArray rows;
     QJsonObject byFile;
-    QObject::connect(&s.connection(), &KZConnection::loadFilePriceResult, &s,
-                     [&](const QStringList&, const QMap<QString, double>& prices) {
-                         for (auto it = prices.begin(); it != prices.end(); ++it) {
-                             rows.append(QJsonObject{{QStringLiteral("file"), it.key()},
-                                                     {QStringLiteral("price"), it.value()}});
-                             byFile.insert(it.key(), it.value());
-                         }
-                         s.finish();
-                     });
-    if (int rc = s.run([&] { s.lan().lanLoadFilePrice(); })) return rc;
+    const QMap<QString, double>& prices = reply->values().prices;
+    for (auto it = prices.begin(); it != prices.end(); ++it) {
+        rows.append(
+            QJsonObject{{QStringLiteral("file"), it.key()}, {QStringLiteral("price"), it.value()}});
+        byFile.insert(it.key(), it.value());
+    }
     s.close();
     if (s.options().json)
         printJson(byFile);
@@ -111,13 +109,9 @@ int cmdPricesSet(Session& s, Args& a)
     price.toDouble(&isNumber);
     if (!isNumber) return usageError(QStringLiteral("not a price: %1").arg(price));
     if (int rc = s.open()) return rc;
-    bool ok = false;
-    QObject::connect(&s.connection(), &KZConnection::addFilePriceResult, &s,
-                     [&](bool yes, const QString&, const QString&) {
-                         ok = yes;
-                         s.finish();
-                     });
-    if (int rc = s.run([&] { s.lan().lanAddFilePrice(file, price); })) return rc;
+    auto* reply = s.client().addFilePrice(file, price);
+    if (int rc = s.await(reply)) return rc;
+    const bool ok = reply->values().ok;
     s.close();
     return report(s, ok, QStringLiteral("price of %1 set to %2").arg(file, price),
                   QStringLiteral("the server refused the price of %1").arg(file),

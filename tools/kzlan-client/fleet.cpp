@@ -2,6 +2,8 @@
 #include "commands.h"
 #include "output.h"
 
+#include <QDate>
+
 namespace {
 
 // A plan row: one machine's quantity of a file on a date, a number and who
@@ -54,20 +56,19 @@ int cmdPlans(Session& s, Args& a)
     QStringList rest;
     if (!a.positionals(&rest) || rest.size() != 1) return usageError();
     const QString date = rest[0];
+    if (!QDate::fromString(date, Qt::ISODate).isValid())
+        return usageError(QStringLiteral("not a date (YYYY-MM-DD): %1").arg(date));
     if (int rc = s.open()) return rc;
+    auto* reply = s.client().getDatePlan(date);
+    if (int rc = s.await(reply)) return rc;
     QJsonArray rows;
-    QObject::connect(&s.connection(), &KZConnection::getDatePlanResult, &s,
-                     [&](const QString&, const QList<QVariant>& plans) {
-                         for (const QVariant& plan : plans) {
-                             const QVariantList fields = plan.toList();
-                             QJsonObject row;
-                             for (int i = 0; i < kPlanColumns.size(); ++i)
-                                 row.insert(kPlanColumns[i], fields.value(i).toString());
-                             rows.append(row);
-                         }
-                         s.finish();
-                     });
-    if (int rc = s.run([&] { s.lan().lanGetDatePlan(date); })) return rc;
+    for (const QVariant& plan : reply->values().plans) {
+        const QVariantList fields = plan.toList();
+        QJsonObject row;
+        for (int i = 0; i < kPlanColumns.size(); ++i)
+            row.insert(kPlanColumns[i], fields.value(i).toString());
+        rows.append(row);
+    }
     s.close();
     if (s.options().json)
         printJson(QJsonObject{{QStringLiteral("date"), date}, {QStringLiteral("plans"), rows}});

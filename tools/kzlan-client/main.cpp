@@ -54,7 +54,8 @@ void usage(FILE* to)
                  "                  --tls\n"
                  "  --tls-name NAME the name the server's certificate must carry, when --host\n"
                  "                  is an address or another name; implies --tls\n"
-                 "  --help          this text\n\n"
+                 "  --help          this text\n"
+                 "  --version       the client's version\n\n"
                  "  Without TLS the password crosses the network in a cipher whose key the\n"
                  "  protocol fixes: anyone who captures the login can recover it.\n\n"
                  "sub-commands:\n");
@@ -65,15 +66,21 @@ void usage(FILE* to)
                      "            6 TLS failed (certificate not trusted or not for this host)\n");
 }
 
+/// The usage line of one sub-command.
+QString usageOf(const Command& c)
+{
+    return QStringLiteral("usage: kzlan-client [options] %1 %2")
+        .arg(QLatin1String(c.name), QLatin1String(c.args))
+        .trimmed();
+}
+
 } // namespace
 
 int usageError(const QString& why)
 {
     const QString usage =
         g_running
-            ? QStringLiteral("usage: kzlan-client [options] %1 %2")
-                  .arg(QLatin1String(g_running->name), QLatin1String(g_running->args))
-                  .trimmed()
+            ? usageOf(*g_running)
             : QStringLiteral("usage: kzlan-client [options] <sub-command> [args]; see --help");
     printError(why.isEmpty() ? usage : QStringLiteral("%1 (%2)").arg(why, usage));
     return ExitUsage;
@@ -122,11 +129,43 @@ bool Args::positionals(QStringList* out) const
     return !bad_;
 }
 
+namespace {
+
+/// The sub-commands whose name starts with `words` ("users"): the choices of an incomplete one.
+QList<const Command*> startingWith(const QStringList& words)
+{
+    QList<const Command*> out;
+    for (const Command& c : kCommands) {
+        const QStringList name = QString::fromLatin1(c.name).split(QLatin1Char(' '));
+        if (name.size() > words.size() && name.mid(0, words.size()) == words) out.append(&c);
+    }
+    return out;
+}
+
+int runCommand(QStringList words, Options opt);
+
+} // namespace
+
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    QStringList words = QCoreApplication::arguments().mid(1);
+    QCoreApplication::setApplicationVersion(QStringLiteral(KZ_VERSION));
+    const QStringList words = QCoreApplication::arguments().mid(1);
     Options opt;
+    opt.json = words.contains(QStringLiteral("--json"));
+    const int rc = runCommand(words, opt);
+    // With --json every outcome is one JSON document, a failure's too.
+    if (opt.json && rc != ExitOk && !printedJson())
+        printJson(QJsonObject{{QStringLiteral("ok"), false},
+                              {QStringLiteral("exit"), rc},
+                              {QStringLiteral("error"), lastError()}});
+    return rc;
+}
+
+namespace {
+
+int runCommand(QStringList words, Options opt)
+{
     if (qEnvironmentVariableIsSet("KZLAN_PASSWORD"))
         opt.password = QString::fromLocal8Bit(qgetenv("KZLAN_PASSWORD"));
 
@@ -137,10 +176,11 @@ int main(int argc, char** argv)
             usage(stdout);
             return ExitOk;
         }
-        if (o == QLatin1String("--json")) {
-            opt.json = true;
-            continue;
+        if (o == QLatin1String("--version")) {
+            std::printf("kzlan-client %s\n", KZ_VERSION);
+            return ExitOk;
         }
+        if (o == QLatin1String("--json")) continue; // taken by main()
         if (o == QLatin1String("--tls")) {
             opt.tls = true;
             continue;
@@ -189,5 +229,13 @@ int main(int argc, char** argv)
         Session session(opt);
         return c.run(session, args);
     }
-    return usageError(QStringLiteral("unknown sub-command: %1").arg(words.join(QLatin1Char(' '))));
+    const QList<const Command*> choices = startingWith(words);
+    if (choices.isEmpty())
+        return usageError(
+            QStringLiteral("unknown sub-command: %1").arg(words.join(QLatin1Char(' '))));
+    printError(QStringLiteral("%1 needs one of:").arg(words.join(QLatin1Char(' '))));
+    for (const Command* c : choices) std::fprintf(stderr, "%s\n", qPrintable(usageOf(*c)));
+    return ExitUsage;
 }
+
+} // namespace

@@ -52,8 +52,15 @@ void printRows(const QStringList& columns, const QJsonArray& rows)
     }
 }
 
+namespace {
+bool g_printedJson = false;
+}
+
+bool printedJson() { return g_printedJson; }
+
 void printJson(const QJsonValue& doc)
 {
+    g_printedJson = true;
     const QByteArray text = doc.isArray() ? QJsonDocument(doc.toArray()).toJson()
                                           : QJsonDocument(doc.toObject()).toJson();
     std::fwrite(text.constData(), 1, size_t(text.size()), stdout);

@@ -21,6 +21,9 @@ void printRows(const QStringList& columns, const QJsonArray& rows);
 /// Prints `doc` as one JSON document on stdout.
 void printJson(const QJsonValue& doc);
 
+/// Whether a JSON document was printed (printJson()).
+bool printedJson();
+
 /// Prints one line of text on stdout.
 void printLine(const QString& line);
 

@@ -4,52 +4,41 @@
 
 #include <cstdio>
 
+QString g_lastError;
+
+QString lastError() { return g_lastError; }
+
 void printError(const QString& message)
 {
+    g_lastError = message;
     std::fprintf(stderr, "kzlan-client: %s\n", message.toUtf8().constData());
     std::fflush(stderr);
 }
 
 Session::Session(const Options& options) : options_(options)
 {
-    conn_.setDevice(&socket_);
+    client_.setTimeout(options_.timeoutSeconds * 1000);
     // Small requests and chunk acknowledgements go out at once.
     connect(&socket_, &QTcpSocket::connected, this, [this] {
         reached_ = true;
         socket_.setSocketOption(QAbstractSocket::LowDelayOption, 1);
     });
-    // Connected after the KZConnection's own slot: every message of the block
-    // has been decoded (and its signal handled) when this runs.
+    // Connected after the connection's own slot: every message of the block has been
+    // decoded when this runs.
     connect(&socket_, &QTcpSocket::readyRead, this, &Session::received);
-    const auto lost = [this] {
-        if (!reached_)
-            fail(ExitUnreachable, QStringLiteral("cannot reach %1:%2: %3")
-                                      .arg(options_.host)
-                                      .arg(options_.port)
-                                      .arg(socket_.errorString()));
-        else if (options_.tls && !encrypted_)
-            fail(ExitTls, tlsFailure());
-        else if (loggedIn_)
-            fail(ExitUnreachable, QStringLiteral("connection to the server lost"));
-        else
-            fail(ExitUnreachable,
-                 QStringLiteral("the server closed the connection%1")
-                     .arg(options_.tls ? QString()
-                                       : QStringLiteral(" (a server that takes TLS only closes "
-                                                        "plain clients: --tls)")));
-    };
-    connect(&conn_, &KZConnection::disconnected, this, lost);
-    connect(&socket_, &QTcpSocket::errorOccurred, this, [this, lost] {
-        if (socket_.state() != QAbstractSocket::ConnectedState) lost();
+    connect(&client_, &KZClient::errorOccurred, this, &Session::failed);
+    connect(&client_, &KZClient::stateChanged, this, [this](KZClient::State state) {
+        if (state == KZClient::State::Ready) finish();
     });
-    connect(&conn_, &KZConnection::userInfo, this, [this](const QList<user_info>& list) {
+    connect(&client_, &KZClient::usersReceived, this, [this](const QList<user_info>& list) {
         users = list;
         haveUsers = true;
+        received();
     });
-    connect(&conn_, &KZConnection::macInfo, this, [this](const QList<mac_info>& list) {
+    connect(&client_, &KZClient::machinesReceived, this, [this](const QList<mac_info>& list) {
         macs = list;
         haveMacs = true;
-        conn_.resolver()->lanMacInfoResponse(); // the list's acknowledgement
+        received();
     });
     idle_.setSingleShot(true);
     idle_.setInterval(options_.timeoutSeconds * 1000);
@@ -59,22 +48,40 @@ Session::Session(const Options& options) : options_(options)
     });
 }
 
-Session::~Session() { conn_.setDevice(nullptr); }
+Session::~Session() { client_.setDevice(nullptr); }
+
+void Session::failed(KZReply::Error error)
+{
+    using E = KZReply::Error;
+    const bool loggedIn = client_.state() == KZClient::State::Ready;
+    if (error == E::LoginRefusedError)
+        fail(ExitLoginRefused, QStringLiteral("login refused for user '%1' (code %2)")
+                                   .arg(options_.user)
+                                   .arg(client_.loginCode()));
+    else if (error == E::TimeoutError)
+        fail(ExitTimeout,
+             QStringLiteral("no answer from the server within %1 s").arg(options_.timeoutSeconds));
+    else if (!reached_)
+        fail(ExitUnreachable, QStringLiteral("cannot reach %1:%2: %3")
+                                  .arg(options_.host)
+                                  .arg(options_.port)
+                                  .arg(socket_.errorString()));
+    else if (options_.tls && !encrypted_)
+        fail(ExitTls, tlsFailure());
+    else if (loggedIn)
+        fail(ExitUnreachable, QStringLiteral("connection to the server lost"));
+    else
+        fail(ExitUnreachable,
+             QStringLiteral("the server closed the connection%1")
+                 .arg(options_.tls ? QString()
+                                   : QStringLiteral(" (a server that takes TLS only closes "
+                                                    "plain clients: --tls)")));
+}
 
 int Session::open()
 {
-    connect(&conn_, &KZConnection::loginResult, this, [this](bool ok, int code, bool, bool) {
-        if (loggedIn_) return;
-        if (!ok)
-            return fail(ExitLoginRefused, QStringLiteral("login refused for user '%1' (code %2)")
-                                              .arg(options_.user)
-                                              .arg(code));
-        loggedIn_ = true;
-        finish();
-    });
-    // With TLS the socket keeps the login until the handshake is done.
-    connect(&socket_, &QTcpSocket::connected, this,
-            [this] { lan().lanLogin(options_.user, options_.password); });
+    client_.login(options_.user, options_.password);
+    client_.setDevice(&socket_); // connecting: the login waits for it (and for TLS)
     if (!options_.tls) return run([this] { socket_.connectToHost(options_.host, options_.port); });
     const int ready = prepareTls();
     if (ready != ExitOk) return ready;
@@ -118,15 +125,25 @@ QString Session::tlsFailure() const
 
 void Session::close()
 {
-    if (socket_.state() != QAbstractSocket::ConnectedState) return;
-    if (loggedIn_) lan().lanLogout(0);
-    socket_.disconnectFromHost(); // sends what is buffered first
+    if (client_.state() == KZClient::State::Unconnected) return;
+    client_.disconnectFromHost(); // the logout, then what is buffered goes out first
     if (socket_.state() != QAbstractSocket::UnconnectedState) socket_.waitForDisconnected(2000);
+}
+
+int Session::await(KZReply* reply)
+{
+    connect(reply, &KZReply::finished, this, &Session::received);
+    const int rc = run({}, [reply] { return reply->isFinished(); });
+    if (rc == ExitOk && reply->error() != KZReply::Error::NoError) {
+        printError(reply->errorString());
+        return reply->error() == KZReply::Error::TimeoutError ? ExitTimeout : ExitUnreachable;
+    }
+    return rc;
 }
 
 int Session::run(const std::function<void()>& send, const std::function<bool()>& done)
 {
-    if (loggedIn_ && socket_.state() != QAbstractSocket::ConnectedState) {
+    if (client_.state() == KZClient::State::Unconnected && reached_) {
         printError(QStringLiteral("connection to the server lost"));
         return ExitUnreachable;
     }

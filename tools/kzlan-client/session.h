@@ -1,9 +1,9 @@
-// kzlan-client's connection to the server: a KZConnection on a TCP socket
-// (TLS with --tls), the login, and a synchronous way to send a request and wait for what
-// answers it.
+// kzlan-client's connection to the server: a KZClient on a TCP socket (TLS with --tls), and
+// synchronous ways to wait for a request's reply or for the messages that answer it.
 #ifndef KZLAN_CLIENT_SESSION_H
 #define KZLAN_CLIENT_SESSION_H
 
+#include "kzclient.h"
 #include "kzconnection.h"
 
 #include <QEventLoop>
@@ -59,9 +59,12 @@ public:
     ~Session() override;
 
     const Options& options() const { return options_; }
-    KZConnection& connection() { return conn_; }
-    /// The encoders: `s.lan().lanGetDatePlan(date)`.
-    KZProtocolResolver& lan() { return *conn_.resolver(); }
+    /// The client: its request methods return replies to await().
+    KZClient& client() { return client_; }
+    /// Its connection, for the messages without a request method (streamed answers).
+    KZConnection& connection() { return *client_.connection(); }
+    /// The encoders: `s.lan().lanQueryLog2(…)`.
+    KZProtocolResolver& lan() { return *connection().resolver(); }
 
     /// Connects and logs in. Returns ExitOk or the exit code of the failure
     /// (its message already printed).
@@ -74,6 +77,9 @@ public:
     /// the connection is lost (ExitUnreachable) or until nothing has arrived
     /// for the time-out (ExitTimeout). Returns the exit code.
     int run(const std::function<void()>& send, const std::function<bool()>& done = {});
+    /// Waits until `reply` finishes; ExitOk, or the exit code of its failure (its message
+    /// printed).
+    int await(KZReply* reply);
     /// Ends the current run() with `code`.
     void finish(int code = ExitOk);
     /// Prints `message` as the error line and ends the current run() with `code`.
@@ -87,6 +93,8 @@ public:
 
 private:
     void received();
+    /// The exit code and message of the client's failure.
+    void failed(KZReply::Error error);
     /// The TLS settings on the socket; ExitOk or the exit code of a failure.
     int prepareTls();
     /// The message of a TLS failure, from what the socket reported.
@@ -94,19 +102,20 @@ private:
 
     Options options_;
     QSslSocket socket_; ///< in the clear unless started encrypted
-    KZConnection conn_;
+    KZClient client_;
     QEventLoop* loop_ = nullptr;
     QTimer idle_;
     std::function<bool()> done_;
     int result_ = ExitOk;
     bool finished_ = false;
-    bool reached_ = false; ///< the socket was connected once
-    bool loggedIn_ = false;
+    bool reached_ = false;       ///< the socket was connected once
     bool encrypted_ = false;     ///< the TLS handshake succeeded
     QList<QSslError> tlsErrors_; ///< why the server's certificate was refused
 };
 
 /// Prints one error line on stderr: "kzlan-client: <message>".
 void printError(const QString& message);
+/// The message of the last printError().
+QString lastError();
 
 #endif

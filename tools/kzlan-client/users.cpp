@@ -76,13 +76,9 @@ int cmdUsersAdd(Session& s, Args& a)
     if (!splitGroup(group, &lv1, &lv2)) return usageError(QStringLiteral("--group is LV1/LV2"));
     const QString name = rest[0];
     if (int rc = s.open()) return rc;
-    user_info added;
-    QObject::connect(&s.connection(), &KZConnection::addUserResult, &s, [&](const user_info& u) {
-        added = u;
-        s.finish();
-    });
-    if (int rc = s.run([&] { s.lan().lanAddUser(name, fullName, password, lv1, lv2, flag); }))
-        return rc;
+    auto* reply = s.client().addUser(name, fullName, password, lv1, lv2, flag);
+    if (int rc = s.await(reply)) return rc;
+    const user_info added = reply->values().user;
     s.close();
     // The reply is the record as stored; another name (an empty one) means no.
     return report(
@@ -97,15 +93,10 @@ int cmdUsersDelete(Session& s, Args& a)
     QStringList names;
     if (!a.positionals(&names) || names.isEmpty()) return usageError();
     if (int rc = s.open()) return rc;
-    bool ok = false;
-    QStringList done;
-    QObject::connect(&s.connection(), &KZConnection::deleteUserResult, &s,
-                     [&](bool yes, const QStringList& n) {
-                         ok = yes;
-                         done = n;
-                         s.finish();
-                     });
-    if (int rc = s.run([&] { s.lan().lanDeleteUser(names); })) return rc;
+    auto* reply = s.client().deleteUser(names);
+    if (int rc = s.await(reply)) return rc;
+    const bool ok = reply->values().ok;
+    const QStringList done = reply->values().names;
     s.close();
     const QString list = names.join(QStringLiteral(", "));
     return report(s, ok, QStringLiteral("deleted %1").arg(list),
@@ -121,13 +112,9 @@ int cmdUsersMove(Session& s, Args& a)
     if (!a.positionals(&names) || names.isEmpty() || to.isEmpty()) return usageError();
     if (!splitGroup(to, &lv1, &lv2)) return usageError(QStringLiteral("--to is LV1/LV2"));
     if (int rc = s.open()) return rc;
-    bool ok = false;
-    QObject::connect(&s.connection(), &KZConnection::moveUserToGroupResult, &s,
-                     [&](bool yes, const QStringList&, const QString&, const QString&) {
-                         ok = yes;
-                         s.finish();
-                     });
-    if (int rc = s.run([&] { s.lan().lanMoveUserToGroup(names, lv1, lv2); })) return rc;
+    auto* reply = s.client().moveUserToGroup(names, lv1, lv2);
+    if (int rc = s.await(reply)) return rc;
+    const bool ok = reply->values().ok;
     s.close();
     const QString list = names.join(QStringLiteral(", "));
     return report(s, ok, QStringLiteral("moved %1 to %2/%3").arg(list, lv1, lv2),

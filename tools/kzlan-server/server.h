@@ -4,31 +4,8 @@
 // Rights per request, limits and pushes are described for users in
 // docs/server.md (the rights table itself is in rights.cpp).
 //
-// What a client sees:
-// - Transport: plain TCP, or TLS on the same port when the listener has a
-//   certificate (listener.h sorts connections by their first byte).
-// - Login: the reply is lanLoginResult(ok, code, admin) with code 0 when
-//   accepted and 2 when refused, whichever of name and password was wrong;
-//   after failures from one address or for one name the next attempt waits
-//   before it is checked (loginqueue.h). On success the server then pushes the user list
-//   (lanUserInfo), the machine list (lanMacInfo) and the operator table
-//   (lanOperatorUserInfo). Logout closes the connection. Before login a
-//   connection may send no body over kPreLoginBodyBytes.
-// - Before login every request is refused: replies that carry a success
-//   flag say no, requests without a reply are ignored.
-// - After a change to users or machines the new list is pushed to every
-//   other logged-in client (lanUserInfo, lanMacInfo; lanAddNewMacResponse
-//   for a machine that is new).
-// - A new user's password is the third string of lanAddUser (text3). Only
-//   its hash is stored; text3 is echoed and listed empty.
-// - File transfers follow the task sequence: add task, start, begin (size
-//   and MD5), chunks (each with its MD5, acknowledged with the bytes so
-//   far or -1), close (MD5 of the whole file), end. The file is written to
-//   <storage>/<machine>/<name>.part and renamed only when size and digests
-//   match; a dropped connection deletes the part.
-// - Log queries are answered from the server's event log (logins, changes,
-//   transfers, machine reports) as lanQueryAlarm2Result records, then
-//   lanQueryLogResponse("done").
+// What a client sees (login reply, pushes and which of them a client acknowledges, transfers,
+// log queries) is described for users in docs/server.md as well; keep the two in step.
 #ifndef KZLAN_SERVER_H
 #define KZLAN_SERVER_H
 
