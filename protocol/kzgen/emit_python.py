@@ -53,12 +53,13 @@ def records_inc(protocol):
 
 def messages_py(protocol):
     """A Python table (hand: decoded with the wire's field names, which may differ from the
-    encoder's parameters): MESSAGES[name] = Message(name, code, doc, {kind: Direction}), and the
+    encoder's parameters; answered_by: the message whose reply answers a request, where not its
+    own): MESSAGES[name] = Message(name, code, doc, {kind: Direction}), and the
     records' fields."""
     out = ['"""The messages of the protocol, generated from its table: do not edit."""', "",
            "from collections import namedtuple", "",
            'Message = namedtuple("Message", "name code doc directions")',
-           'Direction = namedtuple("Direction", "kind flag encoder params doc hand")',
+           'Direction = namedtuple("Direction", "kind flag encoder params doc hand answered_by")',
            'Param = namedtuple("Param", "name type doc")', "", "MESSAGES = {"]
     for m in protocol.messages:
         dirs = []
@@ -66,8 +67,10 @@ def messages_py(protocol):
             params = []
             for p in keywords(d):
                 params.append("Param(%r, %r, %r)" % (p.name, p.type, m.field_docs.get(p.name, "")))
-            dirs.append("%r: Direction(%r, %d, %r, [%s], %r, %r)" % (
-                d.kind, d.kind, d.flag, d.encoder, ", ".join(params), " ".join(d.doc), d.hand))
+            answer = d.answered_by.split(".")[0] if d.answered_by else None
+            dirs.append("%r: Direction(%r, %d, %r, [%s], %r, %r, %r)" % (
+                d.kind, d.kind, d.flag, d.encoder, ", ".join(params), " ".join(d.doc), d.hand,
+                answer))
         out.append("    %r: Message(%r, 0x%04X, %r, {%s})," % (
             m.name, m.name, m.code, m.doc, ", ".join(dirs)))
     out.append("}")

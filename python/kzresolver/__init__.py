@@ -10,6 +10,7 @@
         print(m.name, m.kind, m.fields)                # DeleteUser request {'names': ['carol']}
 """
 
+import datetime
 from dataclasses import dataclass, field
 from typing import Any, Dict, List
 
@@ -21,12 +22,27 @@ __all__ = ["Resolver", "Message", "MESSAGES"]
 REQUEST = 0
 REPLY = 1
 
+# The date fields of every direction, by (method code, flag): they travel as
+# "yyyy-MM-dd" text and are given as datetime.date (None for an empty or
+# invalid date).
+_DATES = {(m.code, d.flag): [p.name for p in d.params if p.type == "QDate"]
+          for m in MESSAGES.values() for d in m.directions.values()}
+
+
+def _date(text):
+    try:
+        return datetime.date.fromisoformat(text)
+    except (TypeError, ValueError):
+        return None
+
 
 @dataclass
 class Message:
     """A received message: its name, flag (0 request, 1 reply), method code and
     fields by the protocol's field names. Records arrive as objects with their
-    fields as attributes, lists as lists, maps as dicts. ``cut`` is true when
+    fields as attributes, lists as lists, maps as dicts, dates as
+    datetime.date. A name a message reads more than once (the nodes of a
+    group tree) gives the list of its values in wire order. ``cut`` is true when
     the body ended inside a field (the fields read until then are given)."""
 
     name: str
@@ -64,4 +80,11 @@ class Resolver:
         """Feeds received bytes (any split of the stream); returns the
         messages they complete, in order. Damaged frames and unknown messages
         are skipped."""
-        return [Message(**m) for m in self._native.feed(bytes(data))]
+        out = []
+        for m in self._native.feed(bytes(data)):
+            fields = m["fields"]
+            for name in _DATES.get((m["code"], m["flag"]), ()):
+                if isinstance(fields.get(name), str):
+                    fields[name] = _date(fields[name])
+            out.append(Message(**m))
+        return out

@@ -139,6 +139,9 @@ class RoundTrip(unittest.TestCase):
             ("DeleteUser", dict(names=["a", "b"]), "names", ["a", "b"]),
             ("Logout", dict(value=-123456), "value", -123456),
             ("AddUser.reply", dict(user=user), "user", user),
+            ("QueryDateOEEData", dict(n=3, **{"from": datetime.date(2024, 2, 29),
+                                                     "to": datetime.date(2024, 3, 5)}),
+             "from", datetime.date(2024, 2, 29)),
         ]
         for message, fields, key, want in rows:
             with self.subTest(message=message):
