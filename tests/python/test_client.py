@@ -5,12 +5,14 @@ import asyncio
 import os
 import re
 import subprocess
+import sys
 import tempfile
 import unittest
 
 from kzresolver.client import Client, method_name
 
 SERVER = os.environ.get("KZLAN_SERVER", "")
+EXAMPLES = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "python")
 PASSWORD = "py-admin-pw"
 
 
@@ -69,7 +71,7 @@ class Failures(unittest.IsolatedAsyncioTestCase):
 class AgainstTheServer(unittest.IsolatedAsyncioTestCase):
     async def asyncSetUp(self):
         self.dir = tempfile.TemporaryDirectory()
-        secret = os.path.join(self.dir.name, "admin-password")
+        self.secret = secret = os.path.join(self.dir.name, "admin-password")
         with open(secret, "w") as f:
             f.write(PASSWORD + "\n")
         os.chmod(secret, 0o600)
@@ -102,6 +104,14 @@ class AgainstTheServer(unittest.IsolatedAsyncioTestCase):
                                                   client.delete_user(names=["nobody"]))
             self.assertEqual(deleted["names"], ["carol"])
             self.assertEqual(again["names"], ["nobody"])
+
+    async def test_the_listing_example(self):
+        run = await asyncio.to_thread(
+            subprocess.run, [sys.executable, os.path.join(EXAMPLES, "list_users_and_machines.py"),
+                             "--port", str(self.port), "--password-file", self.secret],
+            capture_output=True, text=True, timeout=30)
+        self.assertEqual(run.returncode, 0, run.stderr)
+        self.assertIn("name='admin'", run.stdout)
 
 
 if __name__ == "__main__":
