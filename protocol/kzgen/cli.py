@@ -62,6 +62,7 @@ def outputs(protocol):
         "python_encoders.inc": lambda: emit_python.encoders_inc(protocol),
         "python_records.inc": lambda: emit_python.records_inc(protocol),
         "kzresolver_messages.py": lambda: emit_python.messages_py(protocol),
+        "kzresolver_client.pyi": lambda: emit_python.client_pyi(protocol),
     }
     for fam in protocol.families:
         out["kz_%s.inc" % fam.stem] = (lambda f: lambda: emit_code.family_inc(f))(fam)

@@ -5,6 +5,9 @@ named fields of every record, for the conversions from Python values) and kzreso
 
 
 
+import keyword
+import re
+
 from .model import Param
 
 HEADER = "// Generated from protocol/*.table by protocol/kzgen: do not edit; edit the table."
@@ -82,4 +85,57 @@ def messages_py(protocol):
         fields = ", ".join("Param(%r, %r, %r)" % (f.name, f.type, f.doc) for f in r.fields)
         out.append("    %r: [%s]," % (r.name, fields))
     out.append("}")
+    return "\n".join(out) + "\n"
+
+
+def python_type(ctype, protocol):
+    """The Python type a C++ parameter type takes in the module, as a stub writes it."""
+    t = ctype.replace(" ", "")
+    simple = {"QString": "str", "bool": "bool", "double": "float", "QDate": "datetime.date",
+              "QByteArray": "bytes", "QStringList": "List[str]", "QVariant": "Any"}
+    if t in simple:
+        return simple[t]
+    if t.startswith("QList<") and t.endswith(">"):
+        return "List[%s]" % python_type(t[6:-1], protocol)
+    if t.startswith("QMap<") and t.endswith(">"):
+        key, value = t[5:-1].split(",", 1)
+        return "Dict[%s, %s]" % (python_type(key, protocol), python_type(value, protocol))
+    r = protocol.record(t)
+    if r is not None:
+        return "int" if r.word_bits is not None else "Record"
+    if t in ("MapQueryStatistic", "StopMap"):
+        return "Dict[Any, Any]"
+    return "int"
+
+
+def client_pyi(protocol):
+    """client.pyi: the Client's coroutines, one per request, typed and documented for editors."""
+    out = ['"""Generated from protocol/*.table by protocol/kzgen: do not edit; edit the table."""',
+           "", "import datetime", "import ssl",
+           "from typing import Any, AsyncIterator, Dict, List, Mapping, Optional, Union", "",
+           "from . import Message", "", "Record = Union[Mapping[str, Any], Any]", "",
+           "def method_name(message: str) -> str: ...", "", "class Client:",
+           "    timeout: float",
+           "    @classmethod",
+           "    async def connect(cls, host: str, port: int, timeout: float = ...,",
+           "                      ssl: Optional[ssl.SSLContext] = ...) -> Client: ...",
+           "    async def close(self) -> None: ...",
+           "    async def __aenter__(self) -> Client: ...",
+           "    async def __aexit__(self, *exc: Any) -> None: ...",
+           "    async def login(self, account: str, password: str,",
+           "                    timeout: Optional[float] = ...) -> Message: ...",
+           "    async def request(self, message: str, timeout: Optional[float] = ...,",
+           "                      **fields: Any) -> Optional[Message]: ...",
+           "    def pushes(self) -> AsyncIterator[Message]: ..."]
+    for m in protocol.messages:
+        d = m.direction("request")
+        if d is None:
+            continue
+        name = re.sub(r"(?<=[a-z0-9])(?=[A-Z])|(?<=[A-Z])(?=[A-Z][a-z])", "_", m.name).lower()
+        params = ["%s: %s" % (p.name, python_type(p.type, protocol)) for p in keywords(d)]
+        if any(keyword.iskeyword(p.name) for p in keywords(d)):
+            params = ["**fields: Any"]  # a name such as "from" is given as **{"from": ...}
+        out.append("    async def %s(self, *, timeout: Optional[float] = ...%s)"
+                   " -> Optional[Message]:" % (name, "".join(", " + p for p in params)))
+        out.append('        """%s"""' % m.doc.replace('"""', "'''"))
     return "\n".join(out) + "\n"

@@ -1,6 +1,7 @@
 """The asyncio client against the reference server on 127.0.0.1, and against
 a silent server and one that hangs up."""
 
+import ast
 import asyncio
 import os
 import re
@@ -9,7 +10,8 @@ import sys
 import tempfile
 import unittest
 
-from kzresolver.client import Client, method_name
+import kzresolver.client
+from kzresolver.client import COROUTINES, Client, method_name
 
 SERVER = os.environ.get("KZLAN_SERVER", "")
 EXAMPLES = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "python")
@@ -22,6 +24,15 @@ class Names(unittest.TestCase):
                 ("LoadOEEData", "load_oee_data"), ("MacTsfFileContent", "mac_tsf_file_content")]
         for message, name in rows:
             self.assertEqual(method_name(message), name)
+
+    def test_the_stub_types_every_coroutine(self):
+        stub = os.path.splitext(kzresolver.client.__file__)[0] + ".pyi"
+        with open(stub, encoding="utf-8") as f:
+            tree = ast.parse(f.read())
+        (cls,) = [n for n in tree.body if isinstance(n, ast.ClassDef) and n.name == "Client"]
+        typed = {n.name for n in cls.body if isinstance(n, ast.AsyncFunctionDef)}
+        self.assertLessEqual(set(COROUTINES), typed)
+        self.assertIn("delete_user", typed)
 
 
 async def silent_server(on_data=None):
