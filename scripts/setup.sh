@@ -10,11 +10,13 @@ set -euo pipefail
 # benchmark (bench/bench_protobuf.cpp). tshark runs the Wireshark dissector's
 # tests. lintian checks the Debian packages; systemd gives systemd-analyze (the
 # server's unit verified) and systemd-sysusers (the package's user); doxygen
-# makes the documentation package.
+# makes the documentation package. pybind11-dev and python3-dev build the Python
+# module (python/).
 packages=(cmake ninja-build g++ pkg-config ccache qtbase5-dev qt6-base-dev libgtest-dev
           libgmock-dev libbenchmark-dev libssl-dev clang-14 libclang-rt-14-dev libfuzzer-14-dev
           dpkg-dev file libqt5sql5-sqlite libqt5sql5-psql libqt6sql6-sqlite libqt6sql6-psql
-          postgresql openssl libprotobuf-dev protobuf-compiler tshark lintian systemd doxygen)
+          postgresql openssl libprotobuf-dev protobuf-compiler tshark lintian systemd doxygen
+          pybind11-dev python3-dev)
 
 missing=()
 for p in "${packages[@]}"; do

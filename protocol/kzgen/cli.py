@@ -40,7 +40,7 @@ def load(index):
 def outputs(protocol):
     """Every file generate writes, by name, with the function that makes its text."""
     from . import (emit_client, emit_code, emit_examples, emit_header, emit_json, emit_lua,
-                   emit_records, emit_signals)
+                   emit_python, emit_records, emit_signals)
 
     out = {
         os.path.join(COMMITTED_DIR, "kzmessages.h"): lambda: emit_header.emit(protocol),
@@ -59,6 +59,10 @@ def outputs(protocol):
         "examples.inc": lambda: emit_examples.emit(protocol),
         "protocol.json": lambda: emit_json.emit(protocol),
         "kz.lua": lambda: emit_lua.emit(protocol),
+        "python_encoders.inc": lambda: emit_python.encoders_inc(protocol),
+        "python_records.inc": lambda: emit_python.records_inc(protocol),
+        "kzresolver_messages.py": lambda: emit_python.messages_py(protocol),
+        "kzresolver_client.pyi": lambda: emit_python.client_pyi(protocol),
     }
     for fam in protocol.families:
         out["kz_%s.inc" % fam.stem] = (lambda f: lambda: emit_code.family_inc(f))(fam)

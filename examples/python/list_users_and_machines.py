@@ -1,0 +1,49 @@
+#!/usr/bin/env python3
+"""Lists the user accounts and the machines of a LAN server.
+
+The server sends both lists on its own after a login; this waits for them.
+
+    PYTHONPATH=build/python python3 examples/python/list_users_and_machines.py \
+        --port 7000 --user admin --password-file admin-password
+"""
+
+import argparse
+import asyncio
+import sys
+
+from kzresolver.client import Client
+
+
+async def lists(client, wanted=("UserInfo", "MacInfo")):
+    """The first push of each wanted message, by name."""
+    got = {}
+    async for push in client.pushes():
+        if push.name in wanted:
+            got[push.name] = push
+        if len(got) == len(wanted):
+            break
+    return got
+
+
+async def main(args):
+    with open(args.password_file, encoding="utf-8") as f:
+        password = f.read().strip()
+    async with await Client.connect(args.host, args.port) as client:
+        if not (await client.login(args.user, password))["first"]:
+            print("login refused", file=sys.stderr)
+            return 1
+        got = await asyncio.wait_for(lists(client), 10)
+        for name in ("UserInfo", "MacInfo"):
+            print("%s:" % name)
+            for key, value in got[name].fields.items():
+                print("  %s = %r" % (key, value))
+    return 0
+
+
+if __name__ == "__main__":
+    p = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    p.add_argument("--host", default="127.0.0.1")
+    p.add_argument("--port", type=int, required=True)
+    p.add_argument("--user", default="admin")
+    p.add_argument("--password-file", required=True)
+    sys.exit(asyncio.run(main(p.parse_args())))
