@@ -89,6 +89,7 @@ bool Storage::isPostgres() const { return db_.driverName() == QLatin1String("QPS
 bool Storage::open(const QString& location, QString* error, int upTo)
 {
     close();
+    location_ = location;
     const bool postgres = location.startsWith(QLatin1String("postgresql://")) ||
                           location.startsWith(QLatin1String("postgres://"));
     db_ = QSqlDatabase::addDatabase(postgres ? QStringLiteral("QPSQL") : QStringLiteral("QSQLITE"),
