@@ -703,6 +703,53 @@ TEST_F(LanServer, AWriteLockHeldElsewhereRefusesTheRequestInsteadOfFreezing)
     EXPECT_TRUE(results[1]);
 }
 
+// While another process holds the write lock for two seconds and an
+// administrator keeps sending changes (each refused after the busy
+// time-out), a second client's reads keep being answered at once: the
+// changes wait on the writer's thread, not on the event loop.
+TEST_F(LanServer, AWriteLockHeldElsewhereDoesNotStallTheOtherClients)
+{
+    if (usingPostgres()) GTEST_SKIP() << "SQLite's file lock";
+    addUser(QStringLiteral("ann"), QStringLiteral("pw"), 0);
+    Peer admin(server->port()), probe(server->port());
+    ASSERT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+    ASSERT_TRUE(probe.login(QStringLiteral("admin"), kAdminPassword));
+    int writes = 0, refused = 0, reads = 0;
+    qint64 slowestRead = 0;
+    QElapsedTimer readClock;
+    QObject::connect(&admin.conn, &KZConnection::updateUserPermissionResult,
+                     [&](bool ok, const QString&, int) {
+                         ++writes;
+                         refused += ok ? 0 : 1;
+                         admin.r.lanUpdateUserPermission(QStringLiteral("ann"), writes);
+                     });
+    QObject::connect(&probe.conn, &KZConnection::queryPermissionResult,
+                     [&](const QList<mac_user_power>&) {
+                         ++reads;
+                         slowestRead = std::max(slowestRead, readClock.elapsed());
+                         readClock.start();
+                         probe.r.lanQueryPermission({QStringLiteral("ann")});
+                     });
+    {
+        QSqlDatabase holder = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), "holder");
+        holder.setDatabaseName(database());
+        ASSERT_TRUE(holder.open());
+        QSqlQuery lock(holder);
+        ASSERT_TRUE(lock.exec(QStringLiteral("BEGIN IMMEDIATE")));
+        admin.r.lanUpdateUserPermission(QStringLiteral("ann"), 0);
+        readClock.start();
+        probe.r.lanQueryPermission({QStringLiteral("ann")});
+        waitFor([] { return false; }, 2000);
+        ASSERT_TRUE(lock.exec(QStringLiteral("ROLLBACK")));
+        holder.close();
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("holder"));
+    EXPECT_GE(refused, 3) << "the changes were not held up by the lock";
+    EXPECT_EQ(refused, writes) << "a change went through the lock";
+    EXPECT_GE(reads, 20);
+    EXPECT_LT(slowestRead, 100) << "a read waited for a change";
+}
+
 // Thirty changes sent at once reach another client as a few pushes of the
 // latest list, not thirty.
 TEST_F(LanServer, PushesAreCoalesced)
