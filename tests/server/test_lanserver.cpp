@@ -107,6 +107,29 @@ QStringList namesOf(const QList<user_info>& users)
     return names;
 }
 
+/// Another process's hold on the write lock of the SQLite file `file`, for
+/// the object's lifetime.
+struct WriteLockHeldElsewhere
+{
+    explicit WriteLockHeldElsewhere(const QString& file)
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), kName);
+        db.setDatabaseName(file);
+        held = db.open() && QSqlQuery(db).exec(QStringLiteral("BEGIN IMMEDIATE"));
+    }
+    ~WriteLockHeldElsewhere()
+    {
+        {
+            QSqlDatabase db = QSqlDatabase::database(kName);
+            QSqlQuery(db).exec(QStringLiteral("ROLLBACK"));
+            db.close();
+        }
+        QSqlDatabase::removeDatabase(kName);
+    }
+    static constexpr const char* kName = "holder";
+    bool held = false;
+};
+
 bool closed(const Peer& p) { return p.socket.state() == QAbstractSocket::UnconnectedState; }
 
 class LanServer : public ::testing::Test
@@ -685,19 +708,13 @@ TEST_F(LanServer, AWriteLockHeldElsewhereRefusesTheRequestInsteadOfFreezing)
     QObject::connect(&admin.conn, &KZConnection::updateUserPermissionResult,
                      [&](bool ok, const QString&, int) { results.append(ok); });
     {
-        QSqlDatabase holder = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), "holder");
-        holder.setDatabaseName(database());
-        ASSERT_TRUE(holder.open());
-        QSqlQuery lock(holder);
-        ASSERT_TRUE(lock.exec(QStringLiteral("BEGIN IMMEDIATE")));
+        const WriteLockHeldElsewhere lock(database());
+        ASSERT_TRUE(lock.held);
         admin.r.lanUpdateUserPermission(QStringLiteral("ann"), 4);
         EXPECT_TRUE(waitFor([&] { return !results.isEmpty(); }, 2500))
             << "the server waited for the lock";
         EXPECT_FALSE(results.value(0, true));
-        ASSERT_TRUE(lock.exec(QStringLiteral("ROLLBACK")));
-        holder.close();
     }
-    QSqlDatabase::removeDatabase(QStringLiteral("holder"));
     admin.r.lanUpdateUserPermission(QStringLiteral("ann"), 4);
     ASSERT_TRUE(waitFor([&] { return results.size() == 2; }));
     EXPECT_TRUE(results[1]);
@@ -731,19 +748,13 @@ TEST_F(LanServer, AWriteLockHeldElsewhereDoesNotStallTheOtherClients)
                          probe.r.lanQueryPermission({QStringLiteral("ann")});
                      });
     {
-        QSqlDatabase holder = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), "holder");
-        holder.setDatabaseName(database());
-        ASSERT_TRUE(holder.open());
-        QSqlQuery lock(holder);
-        ASSERT_TRUE(lock.exec(QStringLiteral("BEGIN IMMEDIATE")));
+        const WriteLockHeldElsewhere lock(database());
+        ASSERT_TRUE(lock.held);
         admin.r.lanUpdateUserPermission(QStringLiteral("ann"), 0);
         readClock.start();
         probe.r.lanQueryPermission({QStringLiteral("ann")});
         waitFor([] { return false; }, 2000);
-        ASSERT_TRUE(lock.exec(QStringLiteral("ROLLBACK")));
-        holder.close();
     }
-    QSqlDatabase::removeDatabase(QStringLiteral("holder"));
     EXPECT_GE(refused, 3) << "the changes were not held up by the lock";
     EXPECT_EQ(refused, writes) << "a change went through the lock";
     EXPECT_GE(reads, 20);
