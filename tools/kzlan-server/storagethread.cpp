@@ -10,7 +10,9 @@ StorageThread::StorageThread() : context_(new QObject)
 
 StorageThread::~StorageThread()
 {
-    run([](Storage& s) { s.close(); });
+    // After the jobs queued before it: a quit alone could leave them unrun.
+    QMetaObject::invokeMethod(
+        context_, [this] { storage_.close(); }, Qt::BlockingQueuedConnection);
     thread_.quit();
     thread_.wait();
 }
