@@ -107,6 +107,29 @@ QStringList namesOf(const QList<user_info>& users)
     return names;
 }
 
+/// Another process's hold on the write lock of the SQLite file `file`, for
+/// the object's lifetime.
+struct WriteLockHeldElsewhere
+{
+    explicit WriteLockHeldElsewhere(const QString& file)
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), kName);
+        db.setDatabaseName(file);
+        held = db.open() && QSqlQuery(db).exec(QStringLiteral("BEGIN IMMEDIATE"));
+    }
+    ~WriteLockHeldElsewhere()
+    {
+        {
+            QSqlDatabase db = QSqlDatabase::database(kName);
+            QSqlQuery(db).exec(QStringLiteral("ROLLBACK"));
+            db.close();
+        }
+        QSqlDatabase::removeDatabase(kName);
+    }
+    static constexpr const char* kName = "holder";
+    bool held = false;
+};
+
 bool closed(const Peer& p) { return p.socket.state() == QAbstractSocket::UnconnectedState; }
 
 class LanServer : public ::testing::Test
@@ -685,22 +708,57 @@ TEST_F(LanServer, AWriteLockHeldElsewhereRefusesTheRequestInsteadOfFreezing)
     QObject::connect(&admin.conn, &KZConnection::updateUserPermissionResult,
                      [&](bool ok, const QString&, int) { results.append(ok); });
     {
-        QSqlDatabase holder = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), "holder");
-        holder.setDatabaseName(database());
-        ASSERT_TRUE(holder.open());
-        QSqlQuery lock(holder);
-        ASSERT_TRUE(lock.exec(QStringLiteral("BEGIN IMMEDIATE")));
+        const WriteLockHeldElsewhere lock(database());
+        ASSERT_TRUE(lock.held);
         admin.r.lanUpdateUserPermission(QStringLiteral("ann"), 4);
         EXPECT_TRUE(waitFor([&] { return !results.isEmpty(); }, 2500))
             << "the server waited for the lock";
         EXPECT_FALSE(results.value(0, true));
-        ASSERT_TRUE(lock.exec(QStringLiteral("ROLLBACK")));
-        holder.close();
     }
-    QSqlDatabase::removeDatabase(QStringLiteral("holder"));
     admin.r.lanUpdateUserPermission(QStringLiteral("ann"), 4);
     ASSERT_TRUE(waitFor([&] { return results.size() == 2; }));
     EXPECT_TRUE(results[1]);
+}
+
+// While another process holds the write lock for two seconds and an
+// administrator keeps sending changes (each refused after the busy
+// time-out), a second client's reads keep being answered at once: the
+// changes wait on the writer's thread, not on the event loop.
+TEST_F(LanServer, AWriteLockHeldElsewhereDoesNotStallTheOtherClients)
+{
+    if (usingPostgres()) GTEST_SKIP() << "SQLite's file lock";
+    addUser(QStringLiteral("ann"), QStringLiteral("pw"), 0);
+    Peer admin(server->port()), probe(server->port());
+    ASSERT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
+    ASSERT_TRUE(probe.login(QStringLiteral("admin"), kAdminPassword));
+    int writes = 0, refused = 0, reads = 0;
+    qint64 slowestRead = 0;
+    QElapsedTimer readClock;
+    QObject::connect(&admin.conn, &KZConnection::updateUserPermissionResult,
+                     [&](bool ok, const QString&, int) {
+                         ++writes;
+                         refused += ok ? 0 : 1;
+                         admin.r.lanUpdateUserPermission(QStringLiteral("ann"), writes);
+                     });
+    QObject::connect(&probe.conn, &KZConnection::queryPermissionResult,
+                     [&](const QList<mac_user_power>&) {
+                         ++reads;
+                         slowestRead = std::max(slowestRead, readClock.elapsed());
+                         readClock.start();
+                         probe.r.lanQueryPermission({QStringLiteral("ann")});
+                     });
+    {
+        const WriteLockHeldElsewhere lock(database());
+        ASSERT_TRUE(lock.held);
+        admin.r.lanUpdateUserPermission(QStringLiteral("ann"), 0);
+        readClock.start();
+        probe.r.lanQueryPermission({QStringLiteral("ann")});
+        waitFor([] { return false; }, 2000);
+    }
+    EXPECT_GE(refused, 3) << "the changes were not held up by the lock";
+    EXPECT_EQ(refused, writes) << "a change went through the lock";
+    EXPECT_GE(reads, 20);
+    EXPECT_LT(slowestRead, 100) << "a read waited for a change";
 }
 
 // Thirty changes sent at once reach another client as a few pushes of the

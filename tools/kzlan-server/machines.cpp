@@ -18,54 +18,70 @@ void Server::attachMachines(Client* c)
                     Texts::isText(m.text2) && Texts::isText(m.text4) &&
                     Texts::isOptionalName(m.lv1Group) && Texts::isOptionalName(m.lv2Group);
         if (!acceptable(c, "MacInfo", valid)) return r->lanMacInfoResponse();
-        QList<mac_info> added;
-        bool ok = true;
-        {
-            Storage::Transaction t(storage_);
-            for (const mac_info& m : macs) {
-                bool isNew = false;
-                ok = ok && storage_.putMachine(m, &isNew);
-                if (isNew) added.append(m);
-            }
-            ok = ok && t.commit();
-        }
-        r->lanMacInfoResponse();
-        if (!ok) return;
-        for (const mac_info& m : added) {
-            record(c, m.mac, QStringLiteral("machine added"), m.text2);
-            for (Client* other : std::as_const(clients_))
-                if (other != c && other->loggedIn) other->r->lanAddNewMacResponse(m);
-        }
-        pushMachines(c);
+        // The machines that are new, or nothing when the change failed.
+        stored(
+            c,
+            [macs](Storage& s) {
+                QList<mac_info> added;
+                Storage::Transaction t(s);
+                for (const mac_info& m : macs) {
+                    bool isNew = false;
+                    if (!s.putMachine(m, &isNew)) return std::optional<QList<mac_info>>();
+                    if (isNew) added.append(m);
+                }
+                return t.commit() ? std::optional(added) : std::nullopt;
+            },
+            [=](const std::optional<QList<mac_info>>& added) {
+                r->lanMacInfoResponse();
+                if (!added) return;
+                for (const mac_info& m : *added) {
+                    record(c, m.mac, QStringLiteral("machine added"), m.text2);
+                    for (Client* other : std::as_const(clients_))
+                        if (other != c && other->loggedIn) other->r->lanAddNewMacResponse(m);
+                }
+                pushMachines(c);
+            });
     });
     connect(k, &KZConnection::macInfoResult, c, [] {}); // a client's acknowledgement of a push
     // EditMac has no reply: everyone, the sender included, gets the list.
     connect(k, &KZConnection::editMac, c, [=](const QString& mac, const QString& text2) {
         if (!allowed(c, "EditMac") || !acceptable(c, "EditMac", Texts::isText(text2))) return;
-        if (!storage_.renameMachine(mac, text2)) {
-            qCInfo(lcServer).noquote()
-                << c->peer << "edited the unknown machine" << Texts::forLog(mac);
-            return;
-        }
-        record(c, mac, QStringLiteral("machine edited"), text2);
-        pushMachines(nullptr);
+        stored(
+            c, [mac, text2](Storage& s) { return s.renameMachine(mac, text2); },
+            [=](bool ok) {
+                if (!ok) {
+                    qCInfo(lcServer).noquote()
+                        << c->peer << "edited the unknown machine" << Texts::forLog(mac);
+                    return;
+                }
+                record(c, mac, QStringLiteral("machine edited"), text2);
+                pushMachines(nullptr);
+            });
     });
     connect(k, &KZConnection::deleteMac, c, [=](const QStringList& macs) {
-        const bool ok = allowed(c, "DeleteMac") && storage_.deleteMachines(macs);
-        if (ok)
-            record(c, QString(), QStringLiteral("machines deleted"), macs.join(QLatin1Char(',')));
-        r->lanDeleteMacResponse(ok, macs);
-        if (ok) pushMachines(c);
+        const bool may = allowed(c, "DeleteMac");
+        stored(
+            c, [may, macs](Storage& s) { return may && s.deleteMachines(macs); },
+            [=](bool ok) {
+                if (ok)
+                    record(c, QString(), QStringLiteral("machines deleted"),
+                           macs.join(QLatin1Char(',')));
+                r->lanDeleteMacResponse(ok, macs);
+                if (ok) pushMachines(c);
+            });
     });
     connect(k, &KZConnection::moveMacToGroup, c,
             [=](const QStringList& macs, const QString& lv1, const QString& lv2) {
-                const bool ok = allowed(c, "MoveMacToGroup") &&
-                                acceptable(c, "MoveMacToGroup",
-                                           Texts::areNames(macs) && Texts::isOptionalName(lv1) &&
-                                               Texts::isOptionalName(lv2)) &&
-                                storage_.moveMachines(macs, lv1, lv2);
-                r->lanMoveMacToGroupResponse(ok, macs, lv1, lv2);
-                if (ok) pushMachines(c);
+                const bool may = allowed(c, "MoveMacToGroup") &&
+                                 acceptable(c, "MoveMacToGroup",
+                                            Texts::areNames(macs) && Texts::isOptionalName(lv1) &&
+                                                Texts::isOptionalName(lv2));
+                stored(
+                    c, [=](Storage& s) { return may && s.moveMachines(macs, lv1, lv2); },
+                    [=](bool ok) {
+                        r->lanMoveMacToGroupResponse(ok, macs, lv1, lv2);
+                        if (ok) pushMachines(c);
+                    });
             });
 
     // Reports of a machine: kept in the event log.

@@ -34,6 +34,8 @@ Server::Server(Storage& storage, const QString& storageDir, QObject* parent)
     : QObject(parent), storage_(storage), storageDir_(storageDir), listener_(new Listener(this)),
       logins_(QThread::idealThreadCount())
 {
+    if (!writer_.open(storage.location(), &writerError_))
+        writerError_ = QStringLiteral("cannot open the database for writing: ") + writerError_;
     setLimits(limits_);
     connect(listener_, &QTcpServer::newConnection, this, &Server::accept);
     // Out of descriptors, QTcpServer stops accepting for good: try again
@@ -55,6 +57,10 @@ void Server::setLimits(const ServerLimits& limits)
     logins_.setBounds(limits.authQueue, limits.authQueuePerAddress);
     storage_.setBusyTimeout(limits.dbBusyTimeoutMs);
     storage_.setEventLimits(limits.eventLogRows, limits.eventLogDays);
+    writer_.run([limits](Storage& s) {
+        s.setBusyTimeout(limits.dbBusyTimeoutMs);
+        s.setEventLimits(limits.eventLogRows, limits.eventLogDays);
+    });
 }
 
 int Server::clientLimit(qint64 descriptors)
@@ -83,6 +89,10 @@ Server::~Server() { shutdown(); }
 
 bool Server::listen(const QHostAddress& address, quint16 port, QString* error)
 {
+    if (!writerError_.isEmpty()) {
+        *error = writerError_;
+        return false;
+    }
     if (!QDir().mkpath(storageDir_)) {
         *error = QStringLiteral("cannot create the storage folder %1").arg(storageDir_);
         return false;
@@ -265,8 +275,22 @@ void Server::refreshRights(const QString& name, qint32 permission)
 
 void Server::record(Client* c, const QString& mac, const QString& kind, const QString& text)
 {
-    if (!storage_.addEvent(mac, kind, c ? c->user : QString(), text))
-        qCWarning(lcServer) << "could not log the event" << kind << Texts::forLog(text);
+    writer_.run([mac, kind, who = c ? c->user : QString(), text](Storage& s) {
+        if (!s.addEvent(mac, kind, who, text))
+            qCWarning(lcServer) << "could not log the event" << kind << Texts::forLog(text);
+    });
+}
+
+void Server::answerInOrder(Client* c, qint64 ticket, std::function<void()> answer)
+{
+    --c->inFlight;
+    updateReading(c);
+    // Replies are matched to requests in order: an answer whose work ended
+    // early waits for those of earlier requests.
+    c->waitingAnswers.insert(ticket, std::move(answer));
+    const QPointer<Client> guard(c); // an answer may drop the client
+    while (guard && guard->waitingAnswers.contains(guard->answered))
+        guard->waitingAnswers.take(guard->answered++)();
 }
 
 // -- login ---------------------------------------------------------------------
@@ -369,8 +393,9 @@ void Server::sendLists(Client* c)
 void Server::push(int lists, Client* except)
 {
     pushesPending_ |= lists;
+    // A change made while the lists are being read waits for the next read.
     for (Client* c : std::as_const(clients_))
-        if (c != except && c->loggedIn) c->pushes |= lists;
+        if (c != except && c->loggedIn) (pushesReading_ ? c->pushesNext : c->pushes) |= lists;
     armPushes();
 }
 
@@ -384,11 +409,13 @@ void Server::armPushes()
 void Server::sendPushes()
 {
     pushesArmed_ = false;
-    // The lists are read once for all the clients served after a change.
-    if (pushesPending_ & PushUsers) pushedUsers_ = storage_.users();
-    if (pushesPending_ & PushMachines) pushedMachines_ = storage_.machines();
-    if (pushesPending_ & PushOperators) pushedOperators_ = storage_.operators();
-    pushesPending_ = 0;
+    if (pushesReading_) return; // sent when the read is back
+    if (pushesPending_) return readPushes();
+    servePushes();
+}
+
+void Server::servePushes()
+{
     QElapsedTimer spent;
     spent.start();
     const QSet<Client*> all = clients_; // a send may drop a client
@@ -401,10 +428,38 @@ void Server::sendPushes()
         if (c->outputBlocked || c->unread() > kMaxUnreadBytes / 2) continue; // when it drains
         if (spent.elapsed() >= kPushMsPerPass) return armPushes();           // the next pass
         const int lists = std::exchange(c->pushes, 0);
-        if (lists & PushUsers) c->r->lanUserInfo(pushedUsers_);
-        if (lists & PushMachines) c->r->lanMacInfo(pushedMachines_);
+        if (lists & PushUsers) c->r->lanUserInfo(pushed_.users);
+        if (lists & PushMachines) c->r->lanMacInfo(pushed_.machines);
         if (lists & PushOperators)
-            c->r->lanOperatorUserInfo(namesOf(pushedOperators_), tableOf(pushedOperators_));
+            c->r->lanOperatorUserInfo(namesOf(pushed_.operators), tableOf(pushed_.operators));
         pushesSent_ += (lists & 1) + ((lists >> 1) & 1) + ((lists >> 2) & 1);
     }
+}
+
+void Server::readPushes()
+{
+    // The lists are read once for all the clients served after a change,
+    // by the writer after the changes queued before: changes that come
+    // meanwhile share one read.
+    pushesReading_ = true;
+    const int lists = std::exchange(pushesPending_, 0);
+    writer_.run([this, lists](Storage& s) {
+        auto read = std::make_shared<PushedLists>();
+        if (lists & PushUsers) read->users = s.users();
+        if (lists & PushMachines) read->machines = s.machines();
+        if (lists & PushOperators) read->operators = s.operators();
+        QMetaObject::invokeMethod(
+            this,
+            [this, lists, read] {
+                if (lists & PushUsers) pushed_.users = std::move(read->users);
+                if (lists & PushMachines) pushed_.machines = std::move(read->machines);
+                if (lists & PushOperators) pushed_.operators = std::move(read->operators);
+                pushesReading_ = false;
+                servePushes();
+                for (Client* c : std::as_const(clients_))
+                    c->pushes |= std::exchange(c->pushesNext, 0);
+                if (pushesPending_) armPushes();
+            },
+            Qt::QueuedConnection);
+    });
 }

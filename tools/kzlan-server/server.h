@@ -12,6 +12,7 @@
 #include "kzrecords.h"
 #include "loginqueue.h"
 #include "serverlimits.h"
+#include "storagethread.h"
 
 #include <QHash>
 #include <QHostAddress>
@@ -20,6 +21,8 @@
 #include <QSet>
 #include <QString>
 #include <QThreadPool>
+
+#include <functional>
 
 class Listener;
 class Storage;
@@ -149,6 +152,24 @@ private:
     void later(Client* c, Work work, Answer answer, Gone gone);
     template <typename Work, typename Answer>
     void later(Client* c, Work work, Answer answer);
+    /// The same pipeline for a change to the database: `work(Storage&)`
+    /// runs on the writer's thread, after the changes queued before it, and
+    /// must not touch the client; a lock held elsewhere makes it wait there
+    /// and fail, never the event loop.
+    template <typename Work, typename Answer>
+    void stored(Client* c, Work work, Answer answer);
+    /// Both in one request: `work()` off the loop (a hash), then
+    /// `store(Storage&, its result)` on the writer's thread.
+    template <typename Work, typename Store, typename Answer>
+    void stored(Client* c, Work work, Store store, Answer answer);
+    /// Counts a request of `c` in flight and gives the function that, called
+    /// on any thread with the request's result, hands it to `answer` (or
+    /// `gone`) on the loop, in the order of the client's requests.
+    template <typename Result, typename Answer, typename Gone>
+    std::function<void(Result)> answerer(Client* c, Answer answer, Gone gone);
+    /// On the loop: runs `answer` as the answer of request `ticket` of `c`
+    /// once those of its earlier requests have run.
+    void answerInOrder(Client* c, qint64 ticket, std::function<void()> answer);
     /// Pauses or resumes reading from `c`: paused while its replies are not
     /// draining or its requests in flight are at the limit.
     void updateReading(Client* c);
@@ -165,6 +186,16 @@ private:
     void pushOperators(Client* except) { push(PushOperators, except); }
     void armPushes();
     void sendPushes();
+    /// Sends the marked lists from pushed_, for kPushMsPerPass.
+    void servePushes();
+    /// Has the writer read the stale lists into pushed_, then serves them.
+    void readPushes();
+    struct PushedLists
+    {
+        QList<user_info> users;
+        QList<mac_info> machines;
+        QList<operator_user> operators;
+    };
     void sendLists(Client* c);
     /// Milliseconds of pushing per pass of the event loop (one client at
     /// least), so that other clients are served between.
@@ -181,11 +212,12 @@ private:
     QSet<QString> transfersInProgress_; ///< "<machine>/<name>" being received
     int pushesPending_ = 0;             ///< lists whose cached copy is stale
     bool pushesArmed_ = false;
+    bool pushesReading_ = false; ///< the writer is reading the lists
     qint64 pushesSent_ = 0;
-    QList<user_info> pushedUsers_;
-    QList<mac_info> pushedMachines_;
-    QList<operator_user> pushedOperators_;
-    QThreadPool work_; ///< hashing, digests; last, so that it waits for them first
+    PushedLists pushed_;   ///< the lists as last read for the pushes
+    QString writerError_;  ///< why the writer's connection did not open
+    StorageThread writer_; ///< the changes to the database, in order, off the loop
+    QThreadPool work_;     ///< hashing, digests; last, so that it waits for them first
 };
 
 #endif

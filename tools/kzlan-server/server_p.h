@@ -47,6 +47,7 @@ public:
     qint64 answered = 0;
     QMap<qint64, std::function<void()>> waitingAnswers;
     int pushes = 0;           ///< Server::PushList bits waiting to be sent
+    int pushesNext = 0;       ///< marked while the lists were being read
     QTimer idle;              ///< after login: no request for limits().idleTimeoutS
     bool stallCheck = false;  ///< a check of kWriteStallMs is armed
     qint64 lastWrittenMs = 0; ///< when the client last took replies
@@ -72,37 +73,57 @@ public:
     } in;
 };
 
-template <typename Work, typename Answer, typename Gone>
-void Server::later(Client* c, Work work, Answer answer, Gone gone)
+template <typename Result, typename Answer, typename Gone>
+std::function<void(Result)> Server::answerer(Client* c, Answer answer, Gone gone)
 {
-    using Result = decltype(work());
     ++c->inFlight;
     updateReading(c);
     const qint64 ticket = c->requested++;
     const QPointer<Client> guard(c); // read on the loop's thread only
-    work_.start([this, guard, ticket, work, answer, gone]() mutable {
-        auto result = std::make_shared<Result>(work());
+    return [this, guard, ticket, answer, gone](Result value) {
+        auto result = std::make_shared<Result>(std::move(value));
         QMetaObject::invokeMethod(
             this,
             [this, guard, ticket, answer, gone, result]() mutable {
                 if (!guard) return gone(std::move(*result));
-                --guard->inFlight;
-                updateReading(guard);
-                // Replies are matched to requests in order: an answer whose
-                // work ended early waits for those of earlier requests.
-                guard->waitingAnswers.insert(
-                    ticket, [answer, result]() mutable { answer(std::move(*result)); });
-                while (guard && guard->waitingAnswers.contains(guard->answered))
-                    guard->waitingAnswers.take(guard->answered++)();
+                answerInOrder(guard, ticket,
+                              [answer, result]() mutable { answer(std::move(*result)); });
             },
             Qt::QueuedConnection);
-    });
+    };
+}
+
+template <typename Work, typename Answer, typename Gone>
+void Server::later(Client* c, Work work, Answer answer, Gone gone)
+{
+    auto back = answerer<decltype(work())>(c, std::move(answer), std::move(gone));
+    work_.start([work, back]() mutable { back(work()); });
 }
 
 template <typename Work, typename Answer>
 void Server::later(Client* c, Work work, Answer answer)
 {
     later(c, std::move(work), std::move(answer), [](auto&&) {});
+}
+
+template <typename Work, typename Answer>
+void Server::stored(Client* c, Work work, Answer answer)
+{
+    using Result = decltype(work(std::declval<Storage&>()));
+    auto back = answerer<Result>(c, std::move(answer), [](auto&&) {});
+    writer_.run([work, back](Storage& s) mutable { back(work(s)); });
+}
+
+template <typename Work, typename Store, typename Answer>
+void Server::stored(Client* c, Work work, Store store, Answer answer)
+{
+    using Result = decltype(store(std::declval<Storage&>(), work()));
+    auto back = answerer<Result>(c, std::move(answer), [](auto&&) {});
+    work_.start([this, work, store, back]() mutable {
+        writer_.run([store, back, prepared = work()](Storage& s) mutable {
+            back(store(s, std::move(prepared)));
+        });
+    });
 }
 
 template <typename Read>

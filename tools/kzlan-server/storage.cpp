@@ -89,6 +89,7 @@ bool Storage::isPostgres() const { return db_.driverName() == QLatin1String("QPS
 bool Storage::open(const QString& location, QString* error, int upTo)
 {
     close();
+    location_ = location;
     const bool postgres = location.startsWith(QLatin1String("postgresql://")) ||
                           location.startsWith(QLatin1String("postgres://"));
     db_ = QSqlDatabase::addDatabase(postgres ? QStringLiteral("QPSQL") : QStringLiteral("QSQLITE"),
@@ -267,7 +268,14 @@ bool Storage::begin()
 {
     if (depth_++ > 0) return true;
     failed_ = false;
-    if (db_.transaction() || (reconnect() && db_.transaction())) return true;
+    // SQLite: the write lock is taken at the start, so that a transaction
+    // that reads before it writes waits for the server's other connection
+    // (busy time-out) instead of failing at once on a stale snapshot.
+    const auto start = [this] {
+        return isPostgres() ? db_.transaction()
+                            : QSqlQuery(db_).exec(QStringLiteral("BEGIN IMMEDIATE"));
+    };
+    if (start() || (reconnect() && start())) return true;
     qCWarning(lcStorage).noquote() << "cannot begin a transaction:" << db_.lastError().text();
     depth_ = 0;
     return false;

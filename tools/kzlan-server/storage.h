@@ -93,6 +93,8 @@ public:
     /// `error` set when the database cannot be opened or migrated.
     bool open(const QString& location, QString* error, int upTo = kSchemaVersion);
     void close();
+    /// What open() was given last: the server's writer opens it again.
+    QString location() const { return location_; }
     bool isPostgres() const;
     /// The schema version of the open database (0 when empty).
     int schemaVersion();
@@ -252,6 +254,7 @@ private:
 
     QSqlDatabase db_;
     QString connectionName_;
+    QString location_;
     int depth_ = 0;
     bool failed_ = false;
     bool readFailed_ = false;

@@ -1,0 +1,34 @@
+#include "storagethread.h"
+
+StorageThread::StorageThread() : context_(new QObject)
+{
+    thread_.setObjectName(QStringLiteral("kzlan-storage"));
+    context_->moveToThread(&thread_);
+    QObject::connect(&thread_, &QThread::finished, context_, &QObject::deleteLater);
+    thread_.start();
+}
+
+StorageThread::~StorageThread()
+{
+    // After the jobs queued before it: a quit alone could leave them unrun.
+    QMetaObject::invokeMethod(
+        context_, [this] { storage_.close(); }, Qt::BlockingQueuedConnection);
+    thread_.quit();
+    thread_.wait();
+}
+
+bool StorageThread::open(const QString& location, QString* error)
+{
+    bool ok = false;
+    QString why;
+    QMetaObject::invokeMethod(
+        context_, [&] { ok = storage_.open(location, &why); }, Qt::BlockingQueuedConnection);
+    if (!ok && error) *error = why;
+    return ok;
+}
+
+void StorageThread::run(std::function<void(Storage&)> job)
+{
+    QMetaObject::invokeMethod(
+        context_, [this, job = std::move(job)] { job(storage_); }, Qt::QueuedConnection);
+}
