@@ -1,4 +1,5 @@
 // Accepting clients, their sessions, login and the pushes of lists.
+#include "descriptors.h"
 #include "listener.h"
 #include "rights.h"
 #include "server_p.h"
@@ -38,17 +39,39 @@ Server::Server(Storage& storage, const QString& storageDir, QObject* parent)
         writerError_ = QStringLiteral("cannot open the database for writing: ") + writerError_;
     setLimits(limits_);
     connect(listener_, &QTcpServer::newConnection, this, &Server::accept);
-    // Out of descriptors, QTcpServer stops accepting for good: try again
-    // a little later, by when connections may have closed.
+    // A failed accept that QTcpServer takes as lasting stops accepting for
+    // good; one it takes as temporary (out of descriptors, on some Qt
+    // versions) leaves the listening socket readable, and the loop would spin
+    // on accept. Both are left to the descriptor watch: accepting pauses while
+    // the process is at its limit of open files (one kept for the database
+    // and the log) and resumes when descriptors are free again.
     connect(listener_, &QTcpServer::acceptError, this, [this](QAbstractSocket::SocketError e) {
-        qCWarning(lcServer) << "cannot accept a connection (" << e << "); pausing for"
-                            << kAcceptPauseMs << "ms";
-        listener_->pauseAccepting();
-        QTimer::singleShot(kAcceptPauseMs, this, [this] { listener_->resumeAccepting(); });
+        qCWarning(lcServer) << "cannot accept a connection (" << e << "); pausing";
+        pauseAccepting();
     });
+    auto* watch = new QTimer(this);
+    connect(watch, &QTimer::timeout, this, [this] {
+        const long limit = descriptorLimit();
+        const bool full = limit > 0 && openDescriptors() >= limit - 1;
+        if (full && !acceptPaused_) {
+            qCWarning(lcServer) << "out of descriptors (" << limit << "); accepting paused";
+            pauseAccepting();
+        } else if (!full && acceptPaused_ && pausedSince_.elapsed() >= kAcceptPauseMs) {
+            acceptPaused_ = false;
+            listener_->resumeAccepting();
+        }
+    });
+    watch->start(kDescriptorCheckMs);
     rlimit files{};
     if (::getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur != RLIM_INFINITY)
         maxClients_ = clientLimit(qint64(files.rlim_cur));
+}
+
+void Server::pauseAccepting()
+{
+    listener_->pauseAccepting();
+    acceptPaused_ = true;
+    pausedSince_.start();
 }
 
 void Server::setLimits(const ServerLimits& limits)

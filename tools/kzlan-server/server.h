@@ -14,6 +14,7 @@
 #include "serverlimits.h"
 #include "storagethread.h"
 
+#include <QElapsedTimer>
 #include <QHash>
 #include <QHostAddress>
 #include <QLoggingCategory>
@@ -57,6 +58,8 @@ public:
     /// After a failure to accept (no descriptor left), accepting pauses
     /// this long instead of trying again at once.
     static constexpr int kAcceptPauseMs = 500;
+    /// How often the process's open descriptors are compared with its limit.
+    static constexpr int kDescriptorCheckMs = 100;
 
     /// The client limit for a process that may open `descriptors` files:
     /// each client may hold three (its socket, a file being received, and
@@ -197,6 +200,7 @@ private:
         QList<operator_user> operators;
     };
     void sendLists(Client* c);
+    void pauseAccepting(); ///< until the descriptor watch finds room again
     /// Milliseconds of pushing per pass of the event loop (one client at
     /// least), so that other clients are served between.
     static constexpr int kPushMsPerPass = 10;
@@ -204,6 +208,8 @@ private:
     Storage& storage_;
     QString storageDir_;
     Listener* listener_ = nullptr;
+    bool acceptPaused_ = false; ///< out of descriptors, or accepting failed
+    QElapsedTimer pausedSince_;
     int maxClients_ = kMaxClients;
     QSet<Client*> clients_;
     ServerLimits limits_;
