@@ -43,8 +43,9 @@ Server::Server(Storage& storage, const QString& storageDir, QObject* parent)
     // good; one it takes as temporary (out of descriptors, on some Qt
     // versions) leaves the listening socket readable, and the loop would spin
     // on accept. Both are left to the descriptor watch: accepting pauses while
-    // the process is at its limit of open files (one kept for the database
-    // and the log) and resumes when descriptors are free again.
+    // the process is near its limit of open files, keeping a few for the
+    // database's journal, the log and the runtime, and resumes when
+    // descriptors are free again.
     connect(listener_, &QTcpServer::acceptError, this, [this](QAbstractSocket::SocketError e) {
         qCWarning(lcServer) << "cannot accept a connection (" << e << "); pausing";
         pauseAccepting();
@@ -52,7 +53,7 @@ Server::Server(Storage& storage, const QString& storageDir, QObject* parent)
     auto* watch = new QTimer(this);
     connect(watch, &QTimer::timeout, this, [this] {
         const long limit = descriptorLimit();
-        const bool full = limit > 0 && openDescriptors() >= limit - 1;
+        const bool full = limit > 0 && openDescriptors() >= limit - kDescriptorReserve;
         if (full && !acceptPaused_) {
             qCWarning(lcServer) << "out of descriptors (" << limit << "); accepting paused";
             pauseAccepting();

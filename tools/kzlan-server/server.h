@@ -60,6 +60,8 @@ public:
     static constexpr int kAcceptPauseMs = 500;
     /// How often the process's open descriptors are compared with its limit.
     static constexpr int kDescriptorCheckMs = 100;
+    /// Descriptors kept free when accepting pauses near the limit.
+    static constexpr int kDescriptorReserve = 8;
 
     /// The client limit for a process that may open `descriptors` files:
     /// each client may hold three (its socket, a file being received, and
