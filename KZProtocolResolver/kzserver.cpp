@@ -73,9 +73,10 @@ int KZServer::sessionCount() const { return d->sessions.size(); }
 
 void KZServer::pushToLoggedIn(int code, const KZResponder::Answer& push)
 {
-    const QList<KZServerSession*> all = d->sessions; // a write may end a session
+    // A write may end a session; it is deleted from the event loop only.
+    const QList<KZServerSession*> all = d->sessions;
     for (KZServerSession* s : all)
-        if (d->sessions.contains(s) && s->isLoggedIn()) s->push(code, push);
+        if (!s->d->ended && s->isLoggedIn()) s->push(code, push);
 }
 
 void KZServerPrivate::accept()

@@ -12,6 +12,7 @@
 #include <QElapsedTimer>
 #include <QHostAddress>
 #include <QPointer>
+#include <QTcpServer>
 #include <QTcpSocket>
 
 #include <functional>
@@ -61,7 +62,8 @@ void onAnotherThread(int ms, std::function<void()> f)
 class SmallServer
 {
 public:
-    explicit SmallServer(const KZServer::Limits& limits = KZServer::Limits())
+    explicit SmallServer(const KZServer::Limits& limits = KZServer::Limits(),
+                         QTcpServer* hostsListener = nullptr)
     {
         server.setLimits(limits);
         server.setAuthenticator([this](KZServerSession*, const QString& user,
@@ -78,7 +80,10 @@ public:
                       [this](KZServerSession*, KZResponder answer, const QStringList& names) {
                           held.push_back({answer, names});
                       });
-        EXPECT_TRUE(server.listen(QHostAddress::LocalHost, 0));
+        if (hostsListener)
+            server.setTcpServer(hostsListener);
+        else
+            EXPECT_TRUE(server.listen(QHostAddress::LocalHost, 0));
     }
     quint16 port() const { return server.serverPort(); }
     /// Answers held request `i` with its own names.
@@ -322,6 +327,38 @@ TEST_F(Server, APushReachesEveryLoggedInClient)
     ASSERT_TRUE(waitFor([&] { return inGot == 1; }));
     spin(100);
     EXPECT_EQ(outGot, 0);
+}
+
+TEST_F(Server, AListenerTheHostMadeIsServedLikeItsOwn)
+{
+    QTcpServer listener;
+    ASSERT_TRUE(listener.listen(QHostAddress::LocalHost, 0));
+    SmallServer s(KZServer::Limits(), &listener);
+    EXPECT_EQ(s.server.tcpServer(), &listener);
+    EXPECT_EQ(s.port(), listener.serverPort());
+    auto client = clientOf(s, "admin", "right");
+    ASSERT_TRUE(waitFor([&] { return client->state() == State::Ready; }));
+    auto* reply = client->deleteUser({QStringLiteral("x")});
+    ASSERT_TRUE(waitFor([&] { return s.held.size() == 1; }));
+    s.answer(0);
+    EXPECT_TRUE(waitFor([&] { return reply->isFinished(); }));
+}
+
+TEST_F(Server, AnIdleSessionIsClosedButNotOneWaitingForItsAnswer)
+{
+    KZServer::Limits limits;
+    limits.idleTimeoutMs = 200;
+    SmallServer s(limits);
+    auto idle = clientOf(s, "clerk", "right");
+    auto busy = clientOf(s, "admin", "right");
+    ASSERT_TRUE(waitFor([&] { return busy->state() == State::Ready; }));
+    auto* reply = busy->deleteUser({QStringLiteral("x")}); // held by the server: in flight
+    ASSERT_TRUE(waitFor([&] { return idle->state() == State::Unconnected; }));
+    spin(300);
+    EXPECT_EQ(busy->state(), State::Ready);
+    EXPECT_EQ(s.server.sessionCount(), 1);
+    s.answer(0);
+    EXPECT_TRUE(waitFor([&] { return reply->isFinished(); }));
 }
 
 } // namespace
