@@ -121,7 +121,12 @@ TEST(LanClient, RequestsAnsweredByAnotherMessageReturnThatMessagesValues)
     auto client = adminClient(server);
     const QString from = QStringLiteral("2000-01-01"), to = QStringLiteral("2999-12-31");
 
-    // Both log queries are answered with alarm records: the events, the login among them.
+    // Both log queries are answered with alarm records: the events, the login among them
+    // (written by the server's storage thread, after the login's answer).
+    ASSERT_TRUE(waitFor([&] {
+        const auto* r = answered(client->queryLog2(QString(), from, to, {}));
+        return !r->values().records.isEmpty();
+    }));
     const auto* second = answered(client->queryLog2(QString(), from, to, {}));
     const auto* filtered = answered(client->queryLogsByFilter(true, QString(), from, to, {}, {}));
     for (const auto* reply : {second, filtered}) {
