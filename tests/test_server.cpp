@@ -6,6 +6,8 @@
 #include "kzconnection.h"
 #include "kzserver.h"
 
+#include "eventloop.h"
+
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
@@ -25,27 +27,9 @@ namespace {
 using Error = KZReply::Error;
 using State = KZClient::State;
 
-void ensureApp()
-{
-    static int argc = 1;
-    static char name[] = "test_server";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication* app = new QCoreApplication(argc, argv);
-    (void)app;
-}
-
-bool waitFor(const std::function<bool()>& done, int ms = 5000)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!done() && t.elapsed() < ms) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return done();
-}
-
-void spin(int ms = 150)
-{
-    waitFor([] { return false; }, ms);
-}
+using kztest::ensureApp;
+using kztest::spin;
+using kztest::waitFor;
 
 /// Runs `f` on a thread of its own after `ms`, as a database query would answer.
 void onAnotherThread(int ms, std::function<void()> f)
