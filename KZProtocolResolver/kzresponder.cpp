@@ -6,12 +6,11 @@
 
 void KZSessionLine::post(qint64 ticket, KZDelivery delivery)
 {
-    QMutexLocker lock(&mutex);
+    std::lock_guard<std::mutex> lock(mutex);
     if (!session) return;
-    KZServerSessionPrivate* s = session;
-    QMetaObject::invokeMethod(
-        s->q, [s, ticket, delivery = std::move(delivery)] { s->arrived(ticket, delivery); },
-        Qt::QueuedConnection);
+    const bool wake = inbox.empty();
+    inbox.emplace_back(ticket, std::move(delivery));
+    if (wake) QMetaObject::invokeMethod(session->q, "takeAnswers", Qt::QueuedConnection);
 }
 
 KZResponderState::~KZResponderState()

@@ -7,13 +7,13 @@
 
 #include <QHash>
 #include <QMap>
-#include <QMutex>
 #include <QPointer>
 #include <QTimer>
 
 #include <atomic>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <vector>
 
 /// What a responder hands its session, run on the session's thread.
@@ -21,14 +21,16 @@ class KZServerSessionPrivate;
 using KZDelivery = std::function<void(KZServerSessionPrivate*)>;
 
 /// The way from responders, on any thread, to their session: null once the session is gone.
-/// The session's destructor clears it under the lock, so a delivery is posted to a live
-/// session or not at all (Qt drops what was posted to an object deleted since).
+/// Answers wait in the inbox, under the lock, until the session takes them on its thread; the
+/// session's destructor clears the line under the same lock, so an answer reaches a live
+/// session or none.
 struct KZSessionLine
 {
-    QMutex mutex;
+    std::mutex mutex;
     KZServerSessionPrivate* session = nullptr;
+    std::vector<std::pair<qint64, KZDelivery>> inbox;
 
-    /// Posts `delivery` for request `ticket` to the session, if it is still there. An empty
+    /// Hands `delivery` for request `ticket` to the session, if it is still there. An empty
     /// delivery means the responder was dropped without an answer.
     void post(qint64 ticket, KZDelivery delivery);
 };

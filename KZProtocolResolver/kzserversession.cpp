@@ -69,8 +69,9 @@ KZServerSession::KZServerSession(KZServer* server, QTcpSocket* socket)
 KZServerSession::~KZServerSession()
 {
     {
-        QMutexLocker lock(&d->line->mutex);
+        std::lock_guard<std::mutex> lock(d->line->mutex);
         d->line->session = nullptr;
+        d->line->inbox.clear();
     }
     // The connection and its socket go before the private object their slots use.
     d->socket->disconnect(this);
@@ -130,6 +131,16 @@ bool KZServerSession::admit(const char* what)
     if (d->loggedIn) return true;
     qCInfo(lcKZServer).noquote() << peer() << "sent" << what << "before login; dropped";
     return false;
+}
+
+void KZServerSession::takeAnswers()
+{
+    std::vector<std::pair<qint64, KZDelivery>> taken;
+    {
+        std::lock_guard<std::mutex> lock(d->line->mutex);
+        taken.swap(d->line->inbox);
+    }
+    for (auto& [ticket, delivery] : taken) d->arrived(ticket, std::move(delivery));
 }
 
 qint64 KZServerSessionPrivate::unread() const

@@ -83,6 +83,9 @@ Q_SIGNALS:
     /// A responder of this session was dropped without an answer (see KZResponder).
     void requestUnanswered();
 
+private Q_SLOTS:
+    void takeAnswers(); ///< the answers that responders handed over, in the order they came
+
 private:
     friend class KZServer;
     friend class KZServerPrivate;
