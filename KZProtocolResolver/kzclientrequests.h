@@ -758,6 +758,24 @@
                                                          const QString& b, const QString& c,
                                                          bool b2, const QStringList& list);
 
+    /// The values of the MacTsfFileBegin reply, as lanMacTsfFileBeginResponse() carries them.
+    /// Answers TaskBegin (under a code of its own).
+    struct MacTsfFileBeginReply
+    {
+        /// The task (the reference server's use).
+        int n1{};
+        /// 0 when ready, 1 when refused.
+        int n2{};
+        /// The chunk size to use.
+        int n3{};
+    };
+    /// Opens one transfer: an integer and a 16-byte block.
+    ///
+    /// Sends lanMacTsfFileTaskBegin() (code 0x0509) once the client is ready and returns its reply,
+    /// which finishes with MacTsfFileBeginReply when the server answers. The server answers it with
+    /// a MacTsfFileBegin reply (code 0x050A), matched to it among the requests that reply answers.
+    KZReplyOf<MacTsfFileBeginReply>* macTsfFileTaskBegin(int n, const QByteArray& block);
+
     /// The values of the MacTsfFileContent reply, as lanMacTsfFileContentResponse() carries them.
     /// Acknowledges one chunk.
     struct MacTsfFileContentReply
@@ -832,6 +850,33 @@
     /// finishes with QueryLogReply when the server answers.
     KZReplyOf<QueryLogReply>* queryLog(const QString& a, int k, const QString& b, const QString& c,
                                        bool f1, bool f2, bool f3, bool f4, const QStringList& list);
+
+    /// The values of the QueryAlarm2 reply, as lanQueryAlarm2Result() carries them. Sends alarm
+    /// records of the second generation.
+    struct QueryAlarm2Reply
+    {
+        /// The machine (the reference server's use).
+        QString text;
+        /// Per event: the kind, the machine, the date, the time, the text, the user and its number
+        /// as the figure, in the reference server.
+        QList<kz_log_alarm_info> records;
+    };
+    /// Asks for logs by filter: a flag, three texts and two lists.
+    ///
+    /// Sends lanQueryLogsByFilter() (code 0x0702) once the client is ready and returns its reply,
+    /// which finishes with QueryAlarm2Reply when the server answers. The server answers it with a
+    /// QueryAlarm2 reply (code 0x0710), matched to it among the requests that reply answers.
+    KZReplyOf<QueryAlarm2Reply>* queryLogsByFilter(bool f, const QString& a, const QString& b,
+                                                   const QString& c, const QStringList& list1,
+                                                   const QStringList& list2);
+
+    /// Asks for logs of the second generation: three texts and a list.
+    ///
+    /// Sends lanQueryLog2() (code 0x070C) once the client is ready and returns its reply, which
+    /// finishes with QueryAlarm2Reply when the server answers. The server answers it with a
+    /// QueryAlarm2 reply (code 0x0710), matched to it among the requests that reply answers.
+    KZReplyOf<QueryAlarm2Reply>* queryLog2(const QString& a, const QString& b, const QString& c,
+                                           const QStringList& list);
     ///@}
 
     /// \name Machine data and statistics

@@ -46,7 +46,8 @@ public:
 
     ~KZReply() override;
 
-    /// The message code of the request (and of its reply).
+    /// The message code of the request's reply: the request's own, or that of the message
+    /// that answers it (the request methods of KZClient say which).
     int methodCode() const;
     /// Whether the reply has finished (finished() was emitted).
     bool isFinished() const;

@@ -5,6 +5,8 @@
 #include "kzclient.h"
 #include "kzconnection.h"
 
+#include "eventloop.h"
+
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
@@ -23,29 +25,9 @@ namespace {
 using Error = KZReply::Error;
 using State = KZClient::State;
 
-void ensureApp()
-{
-    static int argc = 1;
-    static char name[] = "test_client";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication* app = new QCoreApplication(argc, argv);
-    (void)app;
-}
-
-/// Runs the event loop until `done` holds or `ms` pass.
-bool waitFor(const std::function<bool()>& done, int ms = 5000)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!done() && t.elapsed() < ms) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return done();
-}
-
-/// Runs the event loop for `ms`: what would still come, comes.
-void spin(int ms = 150)
-{
-    waitFor([] { return false; }, ms);
-}
+using kztest::ensureApp;
+using kztest::spin;
+using kztest::waitFor;
 
 /// The scripted server: one connection at a time. Logins are accepted unless `refuseLogin`;
 /// each deleteUser request is recorded and answered at once unless `hold` (then answer()

@@ -1,5 +1,6 @@
-"""KZClient's requests: one method per request that its own message answers, returning a typed
-reply, and the struct of each reply's values.
+"""KZClient's requests: one method per request that a reply answers, returning a typed reply,
+and the struct of each reply's values. A request answered by another message's reply
+(`answered-by`) returns that message's values and waits among the requests of its code.
 
   kzclientrequests.h     committed; KZClient includes it inside its class body
   kzclient_requests.inc  the methods' definitions
@@ -23,13 +24,28 @@ RESERVED = {
 
 
 def requests(protocol):
-    """The messages whose request their own reply answers, one reply per request."""
+    """(message, request, answering message, its reply) for each request that a reply answers:
+    its own message's, or the one its `answered-by` names."""
     out = []
     for m in protocol.messages:
-        rq, rp = m.direction("request"), m.direction("reply")
-        if m.name in SKIPPED or not rq or not rp or rq.answered_by:
+        rq = m.direction("request")
+        if m.name in SKIPPED or not rq:
             continue
-        out.append((m, rq, rp))
+        answer = protocol.message(rq.answered_by.split(".")[0]) if rq.answered_by else m
+        rp = answer.direction("reply")
+        if not rp:
+            continue
+        out.append((m, rq, answer, rp))
+    return out
+
+
+def answers(protocol):
+    """(answering message, its reply) once each, in the order of their first request."""
+    seen, out = set(), []
+    for _, _, a, rp in requests(protocol):
+        if a.name not in seen:
+            seen.add(a.name)
+            out.append((a, rp))
     return out
 
 
@@ -87,29 +103,35 @@ def header(protocol):
         "// clang-format off",
     ]
     by_family = {}
-    for m, rq, rp in requests(protocol):
-        by_family.setdefault(m.family.id, []).append((m, rq, rp))
+    for m, rq, a, rp in requests(protocol):
+        by_family.setdefault(m.family.id, []).append((m, rq, a, rp))
+    declared = set()
     for fam in protocol.families:
         items = by_family.get(fam.id)
         if not items:
             continue
         out += ["", "    /// \\name %s" % fam.title, "    ///@{"]
-        for m, rq, rp in items:
+        for m, rq, a, rp in items:
             out.append("")
-            out += cpp.comment(["The values of the %s reply, as %s() carries them. %s"
-                                % (m.name, rp.encoder, " ".join(rp.doc))], INDENT)
-            out.append("    struct %s" % values_name(m))
-            out.append("    {")
-            for ctype, name, doc in value_fields(protocol, m, rp):
-                out += cpp.comment([doc[:1].upper() + doc[1:].rstrip(".") + "."], 8)
-                out.append("        " + member(ctype, name))
-            out.append("    };")
+            if a.name not in declared:
+                declared.add(a.name)
+                out += cpp.comment(["The values of the %s reply, as %s() carries them. %s"
+                                    % (a.name, rp.encoder, " ".join(rp.doc))], INDENT)
+                out.append("    struct %s" % values_name(a))
+                out.append("    {")
+                for ctype, name, doc in value_fields(protocol, a, rp):
+                    out += cpp.comment([doc[:1].upper() + doc[1:].rstrip(".") + "."], 8)
+                    out.append("        " + member(ctype, name))
+                out.append("    };")
+            answered = ("" if a is m else
+                        " The server answers it with a %s reply (code 0x%04X), matched to it "
+                        "among the requests that reply answers." % (a.name, a.code))
             doc = list(rq.doc) + [
                 "", "Sends %s() (code 0x%04X) once the client is ready and returns its reply, "
-                "which finishes with %s when the server answers." % (rq.encoder, m.code,
-                                                                   values_name(m))]
+                "which finishes with %s when the server answers.%s"
+                % (rq.encoder, m.code, values_name(a), answered)]
             out += cpp.comment(doc, INDENT)
-            out += cpp.call_layout("KZReplyOf<%s>* %s(" % (values_name(m), method_name(rq)),
+            out += cpp.call_layout("KZReplyOf<%s>* %s(" % (values_name(a), method_name(rq)),
                                    request_params(protocol, rq), ");", INDENT)
         out.append("    ///@}")
     out.append("// clang-format on")
@@ -118,16 +140,16 @@ def header(protocol):
 
 def definitions(protocol):
     out = ["// Generated from protocol/*.table: the request methods of KZClient."]
-    for m, rq, rp in requests(protocol):
+    for m, rq, a, rp in requests(protocol):
         params = rq.encoder_params()
         decl = request_params(protocol, rq)
-        values = "KZClient::%s" % values_name(m)
+        values = "KZClient::%s" % values_name(a)
         out += cpp.call_layout("KZReplyOf<%s>* KZClient::%s(" % (values, method_name(rq)), decl,
                                ")", 0)
         names = ", ".join(p.name for p in params)
         out += [
             "{",
-            "    auto* reply = new KZReplyOf<%s>(0x%04X, this);" % (values, m.code),
+            "    auto* reply = new KZReplyOf<%s>(0x%04X, this);" % (values, a.code),
             "    d->request(reply, [=](KZProtocolResolver& lan_) { lan_.%s(%s); });" % (rq.encoder, names),
             "    return reply;",
             "}",
@@ -137,7 +159,7 @@ def definitions(protocol):
 
 def replies(protocol):
     out = ["// Generated from protocol/*.table: KZ_CLIENT_REPLY(Values, code, signal), one per "
-           "request method."]
-    for m, rq, rp in requests(protocol):
-        out.append("KZ_CLIENT_REPLY(%s, 0x%04X, %s)" % (values_name(m), m.code, signal_name(rp)))
+           "reply that answers a request method."]
+    for a, rp in answers(protocol):
+        out.append("KZ_CLIENT_REPLY(%s, 0x%04X, %s)" % (values_name(a), a.code, signal_name(rp)))
     return "\n".join(out) + "\n"

@@ -1,10 +1,13 @@
 // KZClient against the real kzlan-server: the Users family's requests one after the other,
 // each reply's values as the server stored them, the user list pushed after the login and
-// to another client after a change, and a refused login.
+// to another client after a change, a refused login, and the requests another message
+// answers (log queries, a transfer's begin).
 #include "kzclient.h"
 #include "lan.h"
 
 #include <gtest/gtest.h>
+
+#include <QCryptographicHash>
 
 #include <functional>
 #include <memory>
@@ -109,6 +112,44 @@ TEST(LanClient, AWrongPasswordIsARefusedLogin)
     EXPECT_EQ(client.error(), KZReply::Error::LoginRefusedError);
     EXPECT_EQ(client.loginCode(), 2);
     EXPECT_EQ(client.state(), KZClient::State::Unconnected);
+}
+
+TEST(LanClient, RequestsAnsweredByAnotherMessageReturnThatMessagesValues)
+{
+    Server server;
+    ASSERT_TRUE(server.start());
+    auto client = adminClient(server);
+    const QString from = QStringLiteral("2000-01-01"), to = QStringLiteral("2999-12-31");
+
+    // Both log queries are answered with alarm records: the events, the login among them
+    // (written by the server's storage thread, after the login's answer).
+    ASSERT_TRUE(waitFor([&] {
+        const auto* r = answered(client->queryLog2(QString(), from, to, {}));
+        return !r->values().records.isEmpty();
+    }));
+    const auto* second = answered(client->queryLog2(QString(), from, to, {}));
+    const auto* filtered = answered(client->queryLogsByFilter(true, QString(), from, to, {}, {}));
+    for (const auto* reply : {second, filtered}) {
+        EXPECT_EQ(reply->methodCode(), 0x0710);
+        bool login = false;
+        for (const kz_log_alarm_info& e : reply->values().records)
+            login |= e.text0 == QStringLiteral("login") && e.text5 == QStringLiteral("admin");
+        EXPECT_TRUE(login);
+    }
+
+    // A transfer's begin is answered with the task, 0 (ready) or 1 (refused), the chunk size.
+    const QByteArray body("hello");
+    const QByteArray md5 = QCryptographicHash::hash(body, QCryptographicHash::Md5);
+    const auto* early = answered(client->macTsfFileTaskBegin(int(body.size()), md5));
+    EXPECT_EQ(early->methodCode(), 0x050A);
+    EXPECT_EQ(early->values().n2, 1); // no task announced yet
+    const auto* task = answered(client->macTsfFileAddTask(
+        true, QString(), QStringLiteral("t"), QString(), true, {QStringLiteral("a.txt")}));
+    ASSERT_TRUE(task->values().ok);
+    const auto* begun = answered(client->macTsfFileTaskBegin(int(body.size()), md5));
+    EXPECT_EQ(begun->values().n1, task->values().n);
+    EXPECT_EQ(begun->values().n2, 0);
+    EXPECT_GT(begun->values().n3, 0);
 }
 
 } // namespace
