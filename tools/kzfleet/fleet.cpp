@@ -68,6 +68,8 @@ void Fleet::tick()
         if (options_.duration > 0) endMs_ = ms + qint64(options_.duration * 1000);
     }
     if (!stopping_ && endMs_ >= 0 && ms >= endMs_) stop();
+    // Nobody got in: the server is not there, or refuses the account.
+    if (!stopping_ && stats_.logins == 0 && ms >= qint64(options_.loginTimeout * 1000)) stop();
     if (stopping_) return drain();
     const qint64 us = nowUs();
     for (const auto& m : machines_) {

@@ -32,8 +32,9 @@ double Latency::percentileMs(double fraction) const
     std::uint64_t seen = 0;
     for (int b = 0; b < kBuckets; ++b) {
         seen += buckets_[size_t(b)];
-        if (seen >= std::max<std::uint64_t>(rank, 1))
-            return std::min(upperOf(b), double(max_)) / 1000.0;
+        if (seen < std::max<std::uint64_t>(rank, 1)) continue;
+        // The last bucket has no upper edge: the largest sample stands for it.
+        return (b == kBuckets - 1 ? double(max_) : std::min(upperOf(b), double(max_))) / 1000.0;
     }
     return double(max_) / 1000.0;
 }

@@ -119,7 +119,7 @@ void Machine::close()
 void Machine::tick(qint64 nowUs)
 {
     if ((phase_ == Phase::Connecting || phase_ == Phase::LoggingIn) &&
-        nowUs / 1000 - phaseSinceMs_ > kLoginTimeoutMs) {
+        nowUs / 1000 - phaseSinceMs_ > qint64(fleet_.options().loginTimeout * 1000)) {
         lost();
         return;
     }

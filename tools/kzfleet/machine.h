@@ -35,8 +35,6 @@ public:
 
     /// Unanswered reports at which a machine stops sending more.
     static constexpr int kMaxUnanswered = 256;
-    /// Milliseconds a connection and its login may take.
-    static constexpr qint64 kLoginTimeoutMs = 15000;
 
     Machine(Fleet& fleet, int index);
     ~Machine();

@@ -61,7 +61,7 @@ const QList<ValueOption>& valueOptions()
          }},
         {"user", "U",
          "account the machines log in with (default admin); it needs the\n"
-         "                      Machines and Reports rights",
+         "      Machines and Reports rights",
          [](const QString& v, Options* o) { return !(o->user = v).isEmpty(); }},
         {"password", "P", "its password (default: $KZFLEET_PASSWORD)",
          [](const QString& v, Options* o) {
@@ -88,6 +88,10 @@ const QList<ValueOption>& valueOptions()
          [](const QString& v, Options* o) { return readInt(v, 2, 1000000, &o->garbage); }},
         {"digest-reports", "N", "reports of each machine in the summary's digest (default 10)",
          [](const QString& v, Options* o) { return readInt(v, 0, 1000000, &o->digestReports); }},
+        {"login-timeout", "S",
+         "seconds a machine's connection and login may take; the run ends when no\n"
+         "      machine has logged in by then (0.1 to 600, default 15)",
+         [](const QString& v, Options* o) { return readDouble(v, 0.1, 600, &o->loginTimeout); }},
         {"drain", "S", "seconds to wait for the last acknowledgements at the end (default 5)",
          [](const QString& v, Options* o) { return readDouble(v, 0, 600, &o->drain); }},
     };

@@ -28,7 +28,8 @@ struct Options
     bool impossible = false;
     int garbage = 0; ///< one message in this many is replaced by random bytes; 0: none
     int digestReports = 10;
-    double drain = 5; ///< seconds to wait for the last acknowledgements
+    double drain = 5;         ///< seconds to wait for the last acknowledgements
+    double loginTimeout = 15; ///< seconds a connection and its login may take
 };
 
 /// What parsing the command line gave.
