@@ -65,6 +65,9 @@ void Fleet::tick()
     // ramp's time is up): a run measures the whole fleet at work.
     if (rampEndMs_ < 0 && (stats_.logins >= std::uint64_t(options_.machines) || ms >= kMaxRampMs)) {
         rampEndMs_ = ms;
+        // Latency while the fleet logs in (and registers) apart from the steady state's.
+        stats_.rampLatency = stats_.latency;
+        stats_.latency.clear();
         if (options_.duration > 0) endMs_ = ms + qint64(options_.duration * 1000);
     }
     if (!stopping_ && endMs_ >= 0 && ms >= endMs_) stop();
@@ -145,6 +148,10 @@ QJsonObject Fleet::summary() const
                      {QStringLiteral("p99"), s.latency.percentileMs(0.99)},
                      {QStringLiteral("p999"), s.latency.percentileMs(0.999)},
                      {QStringLiteral("max"), s.latency.maxMs()}}},
+        {QStringLiteral("ramp_latency_ms"),
+         QJsonObject{{QStringLiteral("p50"), s.rampLatency.percentileMs(0.5)},
+                     {QStringLiteral("p99"), s.rampLatency.percentileMs(0.99)},
+                     {QStringLiteral("max"), s.rampLatency.maxMs()}}},
         {QStringLiteral("logins"), n(s.logins)},
         {QStringLiteral("reconnects"), n(s.reconnects)},
         {QStringLiteral("errors"), n(s.errors())},

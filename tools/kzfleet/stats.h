@@ -25,7 +25,8 @@ struct Stats
     std::uint64_t transfersDone = 0;
     std::uint64_t transfersFailed = 0; ///< refused, cancelled or digest mismatch
     std::uint64_t garbageSent = 0;
-    Latency latency; ///< every acknowledgement of the run
+    Latency latency;     ///< the acknowledgements after the ramp
+    Latency rampLatency; ///< those while machines were still logging in
     Latency window;  ///< those of the live line's last second
 
     /// Faults seen: what the exit code and the summary's "errors" count.
