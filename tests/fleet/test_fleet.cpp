@@ -3,6 +3,7 @@
 // killed and restarted under it), against a peer of the test's own that
 // uses the machines' panel and sends them files, and its command line.
 #include "latency.h"
+#include "tlscerts.h"
 
 #include "kzconnection.h"
 
@@ -55,16 +56,18 @@ public:
         if (proc_ && proc_->state() == QProcess::Running) kill9();
     }
 
-    bool start()
+    bool start(const QStringList& options = {})
     {
         proc_ = std::make_unique<QProcess>();
         proc_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        proc_->start(QStringLiteral(KZLAN_SERVER),
-                     {QStringLiteral("--listen"), QStringLiteral("127.0.0.1"),
-                      QStringLiteral("--port"), QString::number(port_), QStringLiteral("--db"),
-                      dir_.filePath(QStringLiteral("kzlan.sqlite")), QStringLiteral("--storage"),
-                      dir_.filePath(QStringLiteral("storage")), QStringLiteral("--admin-password"),
-                      kPassword});
+        proc_->start(
+            QStringLiteral(KZLAN_SERVER),
+            QStringList{QStringLiteral("--listen"), QStringLiteral("127.0.0.1"),
+                        QStringLiteral("--port"), QString::number(port_), QStringLiteral("--db"),
+                        dir_.filePath(QStringLiteral("kzlan.sqlite")), QStringLiteral("--storage"),
+                        dir_.filePath(QStringLiteral("storage")),
+                        QStringLiteral("--admin-password"), kPassword} +
+                options);
         QByteArray out;
         return waitFor(
                    [&] {
@@ -187,6 +190,62 @@ TEST(Fleet, MachinesComeBackAfterTheServerIsKilled)
     // answers went on after the restart: at most 5 × 5 × 3 came before it.
     EXPECT_EQ(num(s, "reports_acknowledged") + num(s, "reports_lost"), num(s, "reports_sent"));
     EXPECT_GT(num(s, "reports_acknowledged"), 5 * 5 * 3);
+}
+
+TEST(Fleet, AMachineSendingGarbageCostsTheOthersNothing)
+{
+    // Beside a well-behaved fleet, machines that send random bytes, negative
+    // counts, dates in the year 9999 and work logs of 2000 entries.
+    Server server(freePort());
+    ASSERT_TRUE(server.start());
+    auto bad = startFleet(
+        server.port(),
+        {QStringLiteral("--machines"), QStringLiteral("4"), QStringLiteral("--prefix"),
+         QStringLiteral("BAD"), QStringLiteral("--rate"), QStringLiteral("5"),
+         QStringLiteral("--duration"), QStringLiteral("3"), QStringLiteral("--garbage"),
+         QStringLiteral("3"), QStringLiteral("--impossible"), QStringLiteral("--worklog-entries"),
+         QStringLiteral("2000"), QStringLiteral("--digest-reports"), QStringLiteral("0")});
+    int rc = -1;
+    const QJsonObject good =
+        runFleet(server.port(),
+                 {QStringLiteral("--machines"), QStringLiteral("4"), QStringLiteral("--rate"),
+                  QStringLiteral("5"), QStringLiteral("--duration"), QStringLiteral("2")},
+                 &rc);
+    EXPECT_EQ(rc, 0);
+    EXPECT_EQ(num(good, "errors"), 0);
+    EXPECT_EQ(num(good, "reports_lost"), 0);
+    EXPECT_GT(num(good, "reports_acknowledged"), 4 * 5);
+    const QJsonObject attack = summaryOf(*bad);
+    EXPECT_GT(num(attack, "garbage_sent"), 0);
+    EXPECT_GT(num(attack, "reports_sent"), 0);
+}
+
+TEST(Fleet, MachinesReportOverTls)
+{
+    // A server that takes TLS only: machines that trust its certificate
+    // report; machines that trust only the system's authorities never log in.
+    QTemporaryDir certs;
+    const tlscerts::Identity id = tlscerts::selfSigned(
+        certs.path(), QStringLiteral("localhost"), QStringLiteral("DNS:localhost,IP:127.0.0.1"));
+    ASSERT_FALSE(id.cert.isEmpty());
+    Server server(freePort());
+    ASSERT_TRUE(server.start({QStringLiteral("--tls-cert"), id.cert, QStringLiteral("--tls-key"),
+                              id.key, QStringLiteral("--tls-only")}));
+    const QStringList fleet{QStringLiteral("--machines"),      QStringLiteral("3"),
+                            QStringLiteral("--rate"),          QStringLiteral("5"),
+                            QStringLiteral("--duration"),      QStringLiteral("1"),
+                            QStringLiteral("--login-timeout"), QStringLiteral("2")};
+    int rc = -1;
+    const QJsonObject trusted =
+        runFleet(server.port(), fleet + QStringList{QStringLiteral("--ca"), id.cert}, &rc);
+    EXPECT_EQ(rc, 0);
+    EXPECT_EQ(num(trusted, "logins"), 3);
+    EXPECT_GT(num(trusted, "reports_acknowledged"), 0);
+    EXPECT_EQ(num(trusted, "reports_acknowledged"), num(trusted, "reports_sent"));
+    const QJsonObject strangers =
+        runFleet(server.port(), fleet + QStringList{QStringLiteral("--tls")}, &rc);
+    EXPECT_EQ(rc, 3);
+    EXPECT_EQ(num(strangers, "logins"), 0);
 }
 
 // -- the panel and file transfers, from a peer of the test's own -------------------

@@ -10,6 +10,7 @@
 #include <QElapsedTimer>
 #include <QJsonObject>
 #include <QObject>
+#include <QSslConfiguration>
 #include <QTimer>
 
 #include <memory>
@@ -30,6 +31,11 @@ public:
     void start();
     /// Ends the run early: no more reports, the drain, finished().
     void stop();
+
+    /// Machines connect with TLS under `config` (before start()).
+    void setTls(const QSslConfiguration& config) { tls_ = config; }
+    /// The TLS configuration; null without --tls.
+    const QSslConfiguration& tls() const { return tls_; }
 
     const Options& options() const { return options_; }
     const ReportStyle& reportStyle() const { return style_; }
@@ -60,6 +66,7 @@ private:
     void drain();
 
     Options options_;
+    QSslConfiguration tls_; ///< null: plain TCP
     ReportStyle style_;
     Stats stats_;
     std::vector<std::unique_ptr<Machine>> machines_;

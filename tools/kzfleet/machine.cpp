@@ -7,6 +7,7 @@
 #include "kzprotocolresolver.h"
 
 #include <QCryptographicHash>
+#include <QSslSocket>
 #include <QTcpSocket>
 
 #include <algorithm>
@@ -43,10 +44,19 @@ void Machine::connectNow(qint64 nowMs)
 {
     phase_ = Phase::Connecting;
     phaseSinceMs_ = nowMs;
+    const Options& opt = fleet_.options();
     if (!socket_) {
-        socket_ = std::make_unique<QTcpSocket>();
-        QTcpSocket* s = socket_.get();
-        QObject::connect(s, &QTcpSocket::connected, s, [this] { connected(); });
+        QTcpSocket* s = nullptr;
+        if (fleet_.tls().isNull()) {
+            s = new QTcpSocket;
+            QObject::connect(s, &QTcpSocket::connected, s, [this] { connected(); });
+        } else {
+            auto* tls = new QSslSocket;
+            tls->setSslConfiguration(fleet_.tls());
+            QObject::connect(tls, &QSslSocket::encrypted, tls, [this] { connected(); });
+            s = tls;
+        }
+        socket_.reset(s);
         QObject::connect(s, &QTcpSocket::readyRead, s, [this] {
             if (r_) r_->parseReceive(socket_->readAll());
         });
@@ -54,7 +64,10 @@ void Machine::connectNow(qint64 nowMs)
         QObject::connect(s, &QAbstractSocket::errorOccurred, s,
                          [this](QAbstractSocket::SocketError) { lost(); });
     }
-    socket_->connectToHost(fleet_.options().host, fleet_.options().port);
+    if (fleet_.tls().isNull()) return socket_->connectToHost(opt.host, opt.port);
+    static_cast<QSslSocket*>(socket_.get())
+        ->connectToHostEncrypted(opt.host, opt.port,
+                                 opt.tlsName.isEmpty() ? opt.host : opt.tlsName);
 }
 
 void Machine::connected()

@@ -4,9 +4,11 @@
 // acknowledged.
 #include "fleet.h"
 #include "options.h"
+#include "pemfiles.h"
 
 #include <QCoreApplication>
 #include <QJsonDocument>
+#include <QSslSocket>
 #include <QTimer>
 
 #include <csignal>
@@ -80,6 +82,24 @@ int main(int argc, char** argv)
     std::signal(SIGPIPE, SIG_IGN);
 
     Fleet fleet(opt);
+    if (opt.tls) {
+        if (!QSslSocket::supportsSsl()) {
+            std::fprintf(stderr, "kzfleet: TLS is not available: Qt found no TLS library\n");
+            return 1;
+        }
+        QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+        tls.setProtocol(QSsl::TlsV1_2OrLater);
+        tls.setPeerVerifyMode(QSslSocket::VerifyPeer); // the chain, and the name
+        if (!opt.ca.isEmpty()) {
+            const QList<QSslCertificate> ca = readPemCertificates(opt.ca, &error);
+            if (ca.isEmpty()) {
+                std::fprintf(stderr, "kzfleet: --ca: %s\n", qPrintable(error));
+                return 1;
+            }
+            tls.setCaCertificates(ca);
+        }
+        fleet.setTls(tls);
+    }
     QObject::connect(&fleet, &Fleet::finished, &app, &QCoreApplication::quit);
     QTimer interrupt;
     QObject::connect(&interrupt, &QTimer::timeout, &fleet, [&fleet] {

@@ -92,6 +92,20 @@ const QList<ValueOption>& valueOptions()
          "seconds a machine's connection and login may take; the run ends when no\n"
          "      machine has logged in by then (0.1 to 600, default 15)",
          [](const QString& v, Options* o) { return readDouble(v, 0.1, 600, &o->loginTimeout); }},
+        {"ca", "FILE",
+         "trust the certificates in this PEM file (the server's own, or its CA)\n"
+         "      instead of the system's; implies --tls",
+         [](const QString& v, Options* o) {
+             o->tls = true;
+             return !(o->ca = v).isEmpty();
+         }},
+        {"tls-name", "NAME",
+         "the name the server's certificate must carry, when --host is an address\n"
+         "      or another name; implies --tls",
+         [](const QString& v, Options* o) {
+             o->tls = true;
+             return !(o->tlsName = v).isEmpty();
+         }},
         {"drain", "S", "seconds to wait for the last acknowledgements at the end (default 5)",
          [](const QString& v, Options* o) { return readDouble(v, 0, 600, &o->drain); }},
     };
@@ -107,6 +121,10 @@ struct FlagOption
 
 const FlagOption kFlags[] = {
     {"json", "print a JSON summary at the end instead of text", &Options::json},
+    {"tls",
+     "connect with TLS; the server's certificate must be trusted and made out\n"
+     "      for the host (or --tls-name)",
+     &Options::tls},
     {"no-register", "do not send the machines' entries before reporting", &Options::noRegister},
     {"impossible", "report impossible values: negative counts, dates in the year 9999",
      &Options::impossible},

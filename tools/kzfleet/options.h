@@ -30,6 +30,9 @@ struct Options
     int digestReports = 10;
     double drain = 5;         ///< seconds to wait for the last acknowledgements
     double loginTimeout = 15; ///< seconds a connection and its login may take
+    bool tls = false;
+    QString ca;      ///< PEM file of the certificates to trust instead of the system's
+    QString tlsName; ///< the name the server's certificate must carry (default: the host)
 };
 
 /// What parsing the command line gave.

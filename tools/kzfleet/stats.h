@@ -27,7 +27,7 @@ struct Stats
     std::uint64_t garbageSent = 0;
     Latency latency;     ///< the acknowledgements after the ramp
     Latency rampLatency; ///< those while machines were still logging in
-    Latency window;  ///< those of the live line's last second
+    Latency window;      ///< those of the live line's last second
 
     /// Faults seen: what the exit code and the summary's "errors" count.
     std::uint64_t errors() const
