@@ -21,7 +21,7 @@ Machine* self(void* ctx) { return static_cast<Machine*>(ctx); }
 /// The frames of a copy resolver go into a digest.
 void hashFrame(void* ctx, char* bytes, int n)
 {
-    static_cast<QCryptographicHash*>(ctx)->addData(bytes, n);
+    static_cast<QCryptographicHash*>(ctx)->addData(QByteArray::fromRawData(bytes, n));
     std::free(bytes);
 }
 
