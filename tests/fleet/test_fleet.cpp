@@ -405,6 +405,7 @@ TEST(Fleet, BadValuesAreNamed)
         {{QStringLiteral("--machines"), QStringLiteral("20001")}, "--machines: 20001"},
         {{QStringLiteral("--rate"), QStringLiteral("fast")}, "--rate: fast"},
         {{QStringLiteral("--rate=-1")}, "--rate: -1"},
+        {{QStringLiteral("--rate"), QStringLiteral("501")}, "--rate: 501"},
         {{QStringLiteral("--port"), QStringLiteral("65536")}, "--port: 65536"},
         {{QStringLiteral("--start"), QStringLiteral("2026-02-30")}, "--start: 2026-02-30"},
         {{QStringLiteral("--worklog-entries"), QStringLiteral("65536")},

@@ -47,8 +47,8 @@ const QList<ValueOption>& valueOptions()
          }},
         {"machines", "N", "simulated machines, each its own connection (1 to 20000, default 10)",
          [](const QString& v, Options* o) { return readInt(v, 1, 20000, &o->machines); }},
-        {"rate", "R", "work-log reports per second of each machine (0.01 to 1000, default 1)",
-         [](const QString& v, Options* o) { return readDouble(v, 0.01, 1000, &o->rate); }},
+        {"rate", "R", "work-log reports per second of each machine (0.01 to 500, default 1)",
+         [](const QString& v, Options* o) { return readDouble(v, 0.01, 500, &o->rate); }},
         {"duration", "S", "seconds of reporting; 0 runs until interrupted (default 10)",
          [](const QString& v, Options* o) {
              return readDouble(v, 0, 7 * 24 * 3600, &o->duration);
