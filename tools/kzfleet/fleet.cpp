@@ -68,6 +68,7 @@ void Fleet::tick()
         // Latency while the fleet logs in (and registers) apart from the steady state's.
         stats_.rampLatency = stats_.latency;
         stats_.latency.clear();
+        emit rampDone(connected(), double(ms) / 1000.0);
         if (options_.duration > 0) endMs_ = ms + qint64(options_.duration * 1000);
     }
     if (!stopping_ && endMs_ >= 0 && ms >= endMs_) stop();

@@ -60,6 +60,9 @@ public:
 
 signals:
     void finished();
+    /// Every machine has logged in (or the ramp's time is up): the duration
+    /// starts. `loggedIn` machines made it.
+    void rampDone(int loggedIn, double seconds);
 
 private:
     void tick();

@@ -101,6 +101,10 @@ int main(int argc, char** argv)
         fleet.setTls(tls);
     }
     QObject::connect(&fleet, &Fleet::finished, &app, &QCoreApplication::quit);
+    // The start of the measured duration, for a person or a script watching.
+    QObject::connect(&fleet, &Fleet::rampDone, &app, [](int machines, double seconds) {
+        std::fprintf(stderr, "kzfleet: %d machines logged in after %.1f s\n", machines, seconds);
+    });
     QTimer interrupt;
     QObject::connect(&interrupt, &QTimer::timeout, &fleet, [&fleet] {
         if (g_interrupted) fleet.stop();
