@@ -2,6 +2,9 @@
 
 #include "kzprotocolresolver.h"
 
+#include <algorithm>
+#include <limits>
+
 namespace {
 
 const char* const kJobs[] = {"logo-front.dst", "sleeve-band.dst", "cap-3d.dst", "patch-round.dst",
@@ -16,6 +19,13 @@ template <typename T, int N>
 const T& pick(Random& rng, const T (&from)[N])
 {
     return from[rng.between(0, N - 1)];
+}
+
+/// `v` held to the range of a 32-bit count.
+int saturated(qint64 v)
+{
+    return int(std::clamp<qint64>(v, std::numeric_limits<qint32>::min(),
+                                  std::numeric_limits<qint32>::max()));
 }
 
 /// The seed of machine `index`: distinct machines draw unrelated sequences.
@@ -93,15 +103,17 @@ void MachineReports::sendNext(KZProtocolResolver& live, KZProtocolResolver* copy
             e.value3 = -1;
         }
         const bool defect = rng_.chance(0.03);
-        (defect ? bad_ : good_) += e.value4;
+        // Sums of impossible counts stay in range: they saturate.
+        (defect ? bad_ : good_) = saturated(qint64(defect ? bad_ : good_) + e.value4);
         oee_process_data& p = processes[e.text5];
-        p.count += e.value4;
+        p.count = saturated(qint64(p.count) + e.value4);
         p.figure1 += e.value3 / 3600.0;
         logs.append(e);
     }
     for (oee_process_data& p : processes) p.figure2 = p.figure1 > 0 ? p.count / p.figure1 : 0;
-    const QMap<QString, int> counts{{QStringLiteral("bad"), style_.impossible ? -bad_ - 1 : bad_},
-                                    {QStringLiteral("good"), good_}};
+    const QMap<QString, int> counts{
+        {QStringLiteral("bad"), saturated(style_.impossible ? -qint64(bad_) - 1 : bad_)},
+        {QStringLiteral("good"), good_}};
     send([&](KZProtocolResolver& r) {
         r.lanMacWorkLog(mac_, date(), time(), logs, counts, processes);
     });
@@ -137,7 +149,7 @@ void MachineReports::sendNext(KZProtocolResolver& live, KZProtocolResolver* copy
         r.lanMacAbnormalResponse(mac_, date(), abnormal_, time(), int(alarms_.size()));
     });
     send([&](KZProtocolResolver& r) {
-        r.lanMacDateTotal(QMap<QString, int>{{mac_, good_ + bad_}});
+        r.lanMacDateTotal(QMap<QString, int>{{mac_, saturated(qint64(good_) + bad_)}});
     });
     unanswered_ += 4;
 }
