@@ -33,6 +33,14 @@ bool readDouble(const QString& v, double lo, double hi, double* out)
     return true;
 }
 
+/// A TLS option's text (not empty); giving one turns TLS on.
+bool readTlsText(const QString& v, QString* out, Options* o)
+{
+    o->tls = true;
+    *out = v;
+    return !v.isEmpty();
+}
+
 const QList<ValueOption>& valueOptions()
 {
     static const QList<ValueOption> table = {
@@ -95,17 +103,11 @@ const QList<ValueOption>& valueOptions()
         {"ca", "FILE",
          "trust the certificates in this PEM file (the server's own, or its CA)\n"
          "      instead of the system's; implies --tls",
-         [](const QString& v, Options* o) {
-             o->tls = true;
-             return !(o->ca = v).isEmpty();
-         }},
+         [](const QString& v, Options* o) { return readTlsText(v, &o->ca, o); }},
         {"tls-name", "NAME",
          "the name the server's certificate must carry, when --host is an address\n"
          "      or another name; implies --tls",
-         [](const QString& v, Options* o) {
-             o->tls = true;
-             return !(o->tlsName = v).isEmpty();
-         }},
+         [](const QString& v, Options* o) { return readTlsText(v, &o->tlsName, o); }},
         {"drain", "S", "seconds to wait for the last acknowledgements at the end (default 5)",
          [](const QString& v, Options* o) { return readDouble(v, 0, 600, &o->drain); }},
     };
