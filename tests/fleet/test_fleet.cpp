@@ -2,6 +2,7 @@
 // reports acknowledged, the same seed replaying the same reports, a server
 // killed and restarted under it), against a peer of the test's own that
 // uses the machines' panel and sends them files, and its command line.
+#include "eventloop.h"
 #include "latency.h"
 #include "tlscerts.h"
 
@@ -12,7 +13,6 @@
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -27,15 +27,9 @@
 
 namespace {
 
-const QString kPassword = QStringLiteral("first-Admin-pw");
+using kztest::waitFor;
 
-bool waitFor(const std::function<bool()>& done, int ms)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!done() && t.elapsed() < ms) QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    return done();
-}
+const QString kPassword = QStringLiteral("first-Admin-pw");
 
 /// A port nobody listens on now, for a server that must come back on it.
 quint16 freePort()
@@ -185,9 +179,9 @@ TEST(Fleet, MachinesComeBackAfterTheServerIsKilled)
         },
         20000))
         << said.constData();
-    waitFor([] { return false; }, 1000);
+    kztest::spin(1000);
     server.kill9();
-    waitFor([] { return false; }, 500);
+    kztest::spin(500);
     ASSERT_TRUE(server.start());
     int rc = -1;
     const QJsonObject s = summaryOf(*fleet, &rc);
