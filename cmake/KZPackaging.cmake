@@ -2,7 +2,7 @@
 #
 #   libkzresolver-qtN-0      the shared library (runtime)
 #   libkzresolver-qtN-dev    headers, .so link, CMake package, pkg-config file
-#   kzresolver-qtN-tools     kzdump, kzdemo, kzlan-client
+#   kzresolver-qtN-tools     kzdump, kzdemo, kzlan-client, kzfleet
 #   kzresolver-qtN-server    kzlan-server as a systemd service (with KZ_BUILD_LAN)
 #   kzresolver-doc           the HTML reference (with KZ_BUILD_DOCS)
 #   ...-dbgsym (.ddeb)       the debug symbols of each package with binaries
@@ -111,7 +111,7 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_CONFLICTS kzresolver-${KZ_DEB_OTHER_MAJOR}-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_REPLACES kzresolver-${KZ_DEB_OTHER_MAJOR}-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_PROVIDES kzresolver-tools)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-  "Tools for the LAN protocol of the machine fleet: kzdump (prints the messages\nof a capture or of live traffic it relays), kzdemo (a server and a client\nthrough every message family) and kzlan-client, the reference LAN client.")
+  "Tools for the LAN protocol of the machine fleet: kzdump (prints the messages\nof a capture or of live traffic it relays), kzdemo (a server and a client\nthrough every message family), kzlan-client, the reference LAN client, and\nkzfleet, a fleet of simulated machines against a LAN server.")
 
 set(CPACK_DEBIAN_SERVER_PACKAGE_NAME ${KZ_DEB_SERVER})
 set(CPACK_DEBIAN_SERVER_PACKAGE_SECTION net)
