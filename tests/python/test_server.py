@@ -1,0 +1,98 @@
+"""The asyncio test-double server with the asyncio client: a login, a request
+answered, a refusal, a handler that never answers, pushes, a broken handler."""
+
+import asyncio
+
+import pytest
+
+from kzresolver.client import Client
+from kzresolver.testing import Refuse, Server
+
+
+def double():
+    server = Server()
+
+    @server.on("Login")
+    async def login(connection, message):
+        ok = message["account"] == "admin"
+        return {"first": ok, "code": 0 if ok else 2, "second": ok}
+
+    @server.on("DeleteUser")
+    async def delete_user(connection, message):
+        if "admin" in message["names"]:
+            raise Refuse(ok=False, names=message["names"])
+        return {"ok": True, "names": message["names"]}
+
+    @server.on("LoadFilePrice")
+    async def never(connection, message):
+        await asyncio.Event().wait()
+
+    @server.on("MacTsfFileTaskBegin")  # answered under MacTsfFileBegin's code
+    async def begin(connection, message):
+        return {"n1": 1, "n2": 0, "n3": message["n"]}
+
+    @server.on("QueryFilePrice")
+    async def silently_refused(connection, message):
+        raise Refuse()
+
+    @server.on("Logout")
+    async def broken(connection, message):
+        raise KeyError("a bug in the double")
+
+    return server
+
+
+def test_login_and_requests_answered_in_order(run):
+    async def body():
+        async with double() as server:
+            async with await Client.connect("127.0.0.1", server.port) as client:
+                assert (await client.login("admin", "pw"))["first"]
+                ok, refused = await asyncio.gather(client.delete_user(names=["carol"]),
+                                                   client.delete_user(names=["admin"]))
+                assert (ok["ok"], ok["names"]) == (True, ["carol"])
+                assert (refused["ok"], refused["names"]) == (False, ["admin"])
+                begun = await client.mac_tsf_file_task_begin(n=77, block=b"\0" * 16)
+                assert (begun.name, begun["n3"]) == ("MacTsfFileBegin", 77)
+            assert server.errors == []
+    run(body())
+
+
+def test_a_handler_that_never_answers_times_the_request_out(run):
+    async def body():
+        async with double() as server:
+            async with await Client.connect("127.0.0.1", server.port) as client:
+                with pytest.raises(asyncio.TimeoutError):
+                    await client.load_file_price(timeout=0.3)
+                with pytest.raises(asyncio.TimeoutError):
+                    await client.query_file_price(a="", b="", c="", list=[], timeout=0.3)
+    run(body())
+
+
+def test_pushes_reach_the_client_and_unhandled_messages_are_kept(run):
+    async def body():
+        async with double() as server:
+            async with await Client.connect("127.0.0.1", server.port) as client:
+                await client.login("admin", "pw")
+                await client.request("EditMac", a="M-01", b="x")  # no handler, no reply
+                server.push("MacLogin.reply", a="M-01")
+                push = await asyncio.wait_for(client.pushes().__anext__(), 5)
+                assert (push.name, push["a"]) == ("MacLogin", "M-01")
+                (connection,) = server.connections
+                assert [m.name for m in connection.unhandled] == ["EditMac"]
+    run(body())
+
+
+def test_a_broken_handler_is_reported_and_hangs_up(run):
+    async def body():
+        async with double() as server:
+            client = await Client.connect("127.0.0.1", server.port)
+            await client.request("Logout", value=0)
+            with pytest.raises(ConnectionError):
+                await client.delete_user(names=["x"])
+            assert [type(e) for e in server.errors] == [KeyError]
+    run(body())
+
+
+def test_a_handler_for_no_message_is_refused():
+    with pytest.raises(ValueError, match="NoSuchMessage"):
+        Server().on("NoSuchMessage")
