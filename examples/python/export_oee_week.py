@@ -10,12 +10,12 @@ four figures it does not measure (0); the columns keep the rows' positions.
         --port 7000 --password-file admin-password --from 2024-03-04 --output week.csv
 """
 
-import argparse
 import asyncio
 import csv
 import datetime
 import sys
 
+import lan_args
 from kzresolver.client import Client
 
 COLUMNS = ["date", "text2", "text3", "text4", "planned_quantity", "planned_hours",
@@ -25,10 +25,8 @@ COLUMNS = ["date", "text2", "text3", "text4", "planned_quantity", "planned_hours
 async def week(args):
     """The figure rows of the seven days from args.start, or None when the
     login is refused."""
-    with open(args.password_file, encoding="utf-8") as f:
-        password = f.read().strip()
     async with await Client.connect(args.host, args.port, timeout=args.timeout) as client:
-        if not (await client.login(args.user, password))["first"]:
+        if not (await client.login(args.user, lan_args.password(args)))["first"]:
             return None
         reply = await client.query_date_oee_data(
             **{"from": args.start, "to": args.start + datetime.timedelta(days=6), "n": 1})
@@ -36,17 +34,12 @@ async def week(args):
 
 
 def main():
-    p = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    p.add_argument("--host", default="127.0.0.1")
-    p.add_argument("--port", type=int, required=True)
-    p.add_argument("--user", default="admin")
-    p.add_argument("--password-file", required=True)
+    p = lan_args.parser(__doc__)
     p.add_argument("--from", dest="start", type=datetime.date.fromisoformat,
                    default=datetime.date.today() - datetime.timedelta(
                        days=datetime.date.today().weekday()),
                    help="the first day, yyyy-mm-dd (default: this week's Monday)")
     p.add_argument("--output", help="the CSV file (default: standard output)")
-    p.add_argument("--timeout", type=float, default=10)
     args = p.parse_args()
     rows = asyncio.run(week(args))
     if rows is None:

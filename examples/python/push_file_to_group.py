@@ -10,10 +10,10 @@ Prints one line per machine; exits with 1 when a machine did not get it.
         --port 7000 --password-file admin-password --group "Hall 1/Line A" rose.dst
 """
 
-import argparse
 import asyncio
 import sys
 
+import lan_args
 from kzresolver.client import Client
 from kzresolver.transfer import TransferError, send_file
 
@@ -65,11 +65,9 @@ class Progress:
 
 
 async def main(args):
-    with open(args.password_file, encoding="utf-8") as f:
-        password = f.read().strip()
     async with await Client.connect(args.host, args.port, timeout=args.timeout) as client:
         listing = client.expect("MacInfo")  # pushed right after the login
-        if not (await client.login(args.user, password))["first"]:
+        if not (await client.login(args.user, lan_args.password(args)))["first"]:
             print("login refused", file=sys.stderr)
             return 1
         groups = machines_by_group(await listing)
@@ -97,13 +95,8 @@ async def main(args):
 
 
 if __name__ == "__main__":
-    p = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    p.add_argument("--host", default="127.0.0.1")
-    p.add_argument("--port", type=int, required=True)
-    p.add_argument("--user", default="admin")
-    p.add_argument("--password-file", required=True)
+    p = lan_args.parser(__doc__)
     p.add_argument("--group", required=True, help="LV1 or LV1/LV2")
     p.add_argument("--folder", default="/")
-    p.add_argument("--timeout", type=float, default=10)
     p.add_argument("file")
     sys.exit(asyncio.run(main(p.parse_args())))
