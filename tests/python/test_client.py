@@ -109,6 +109,35 @@ def test_login_users_and_a_deletion(lan_server, run):
     run(body())
 
 
+def machine_names(push):
+    """The machines of a MacInfo message, in wire order."""
+    return [v.mac for k, v in push.fields.items() if k.startswith("record#")]
+
+
+async def listed(watcher, want):
+    """Waits until a MacInfo push lists the machines ``want``."""
+    async def wait():
+        while machine_names(await watcher.expect("MacInfo")) != want:
+            pass
+    await asyncio.wait_for(wait(), 10)
+
+
+def test_machines_registered_listed_and_deleted(lan_server, run):
+    async def body():
+        # The server pushes the changed list to its other clients.
+        async with await logged_in(lan_server) as client, \
+                await logged_in(lan_server) as watcher:
+            macs = [dict(mac=m, text2="embroidery", code=1, text4="v2", lv1Group="Hall 1",
+                         lv2Group="Line A", value7=0) for m in ("KZ-1", "KZ-2")]
+            acknowledged = await client.mac_info(macs=macs)
+            assert (acknowledged.name, acknowledged.kind) == ("MacInfo", "reply")
+            await listed(watcher, ["KZ-1", "KZ-2"])
+            deleted = await client.delete_mac(names=["KZ-1"])
+            assert (deleted["ok"], deleted["names"]) == (True, ["KZ-1"])
+            await listed(watcher, ["KZ-2"])
+    run(body())
+
+
 def test_a_price_set_and_changed(lan_server, run):
     async def body():
         async with await logged_in(lan_server) as client:
