@@ -1,10 +1,14 @@
 """The asyncio test-double server with the asyncio client: a login, a request
 answered, a refusal, a handler that never answers, pushes, a broken handler."""
 
+import ast
 import asyncio
+import os
 
 import pytest
 
+import kzresolver.testing
+from kzresolver import MESSAGES
 from kzresolver.client import Client
 from kzresolver.testing import Refuse, Server
 
@@ -96,3 +100,17 @@ def test_a_broken_handler_is_reported_and_hangs_up(run):
 def test_a_handler_for_no_message_is_refused():
     with pytest.raises(ValueError, match="NoSuchMessage"):
         Server().on("NoSuchMessage")
+
+
+def test_the_stub_names_every_message_and_every_method():
+    with open(os.path.splitext(kzresolver.testing.__file__)[0] + ".pyi", encoding="utf-8") as f:
+        tree = ast.parse(f.read())
+    (names,) = [n.value.slice for n in tree.body
+                if isinstance(n, ast.Assign) and n.targets[0].id == "MessageName"]
+    assert [e.value for e in names.elts] == list(MESSAGES)
+    stubbed = {c.name: {f.name for f in c.body if isinstance(f, (ast.FunctionDef,
+                                                                 ast.AsyncFunctionDef))}
+               for c in tree.body if isinstance(c, ast.ClassDef)}
+    for cls in (Server, kzresolver.testing.Connection):
+        public = {n for n in vars(cls) if not n.startswith("_") and callable(getattr(cls, n))}
+        assert public <= stubbed[cls.__name__], cls.__name__
