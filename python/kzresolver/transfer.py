@@ -10,8 +10,11 @@ size and MD5 (MacTsfFileTaskBegin, answered by MacTsfFileBegin with the
 chunk size to use); then the chunks go one at a time, each with its MD5 and
 acknowledged before the next; then the transfer is closed with the whole
 file's MD5 and the server reports whether it kept the file (MacTsfFileEnd).
+A transfer that fails after its task was accepted is cancelled
+(MacTsfFileCancel), so that the connection can send the next file.
 """
 
+import asyncio
 import hashlib
 import os
 from dataclasses import dataclass
@@ -66,6 +69,19 @@ async def send_file(client: Client, path: str, machine: str = "", folder: str = 
     if not task["ok"]:
         raise TransferError("the server refused the transfer of %s: %s" % (name, task["d"]))
     number = task["n"]
+    try:
+        chunks = await _send_task(client, path, name, size, whole, number, progress, timeout)
+    except (TransferError, asyncio.TimeoutError):
+        await _cancel(client, name, number, timeout)
+        raise
+    ended = await _close(client, number, chunks, whole, timeout)
+    if not ended["ok"]:
+        raise TransferError("the server did not keep %s: size or digest did not match" % name)
+    return Sent(name, size, chunks, whole.hex())
+
+
+async def _send_task(client, path, name, size, whole, number, progress, timeout):
+    """Begins the accepted task and sends its chunks; returns their number."""
     await client.mac_tsf_file_task_start()
     begun = await client.mac_tsf_file_task_begin(n=size, block=whole, timeout=timeout)
     if begun["n2"] != 0:
@@ -90,9 +106,22 @@ async def send_file(client: Client, path: str, machine: str = "", folder: str = 
             chunks += 1
             if progress is not None:
                 progress(offset, size)
+    return chunks
+
+
+async def _close(client, number, chunks, whole, timeout):
+    """Closes the task; returns the server's MacTsfFileEnd."""
     end = client.expect("MacTsfFileEnd", timeout=timeout)
     await client.mac_tsf_file_close(n1=number, n2=chunks, block=whole)
-    ended = await end
-    if not ended["ok"]:
-        raise TransferError("the server did not keep %s: size or digest did not match" % name)
-    return Sent(name, size, chunks, whole.hex())
+    return await end
+
+
+async def _cancel(client, name, number, timeout):
+    """Cancels a task that failed, so that the connection can send another
+    file; the server's MacTsfFileEnd for it is taken here."""
+    try:
+        end = client.expect("MacTsfFileEnd", timeout=timeout)
+        await client.mac_tsf_file_cancel(task=name, n=number)
+        await end
+    except (ConnectionError, asyncio.TimeoutError):
+        pass  # the connection is gone or the server did not answer: nothing to undo

@@ -11,6 +11,7 @@ import kzresolver.testing
 from kzresolver import MESSAGES
 from kzresolver.client import Client
 from kzresolver.testing import Refuse, Server
+from kzresolver.transfer import TransferError, send_file
 
 
 def double():
@@ -114,3 +115,61 @@ def test_the_stub_names_every_message_and_every_method():
     for cls in (Server, kzresolver.testing.Connection):
         public = {n for n in vars(cls) if not n.startswith("_") and callable(getattr(cls, n))}
         assert public <= stubbed[cls.__name__], cls.__name__
+
+
+def transfer_double(log):
+    """A server that takes one file per task and rejects every chunk that
+    starts with b"bad"; ``log`` gets what it was asked."""
+    server = Server()
+
+    @server.on("MacTsfFileAddTask")
+    async def add(connection, m):
+        log.append("add " + m["b"])
+        return {"ok": True, "a": m["a"], "b": m["b"], "n": len(log), "c": m["c"], "d": "queued",
+                "e": m["b"]}
+
+    @server.on("MacTsfFileTaskStart")
+    async def start(connection, m):
+        return None
+
+    @server.on("MacTsfFileTaskBegin")
+    async def begin(connection, m):
+        return {"n1": 1, "n2": 0, "n3": 4}
+
+    @server.on("MacTsfFileContent")
+    async def content(connection, m):
+        bad = m["data"].startswith(b"bad")
+        log.append("chunk %d%s" % (m["q"], " rejected" if bad else ""))
+        return {"n1": m["q"], "n2": -1 if bad else m["r"] + len(m["data"])}
+
+    @server.on("MacTsfFileClose")
+    async def close(connection, m):
+        log.append("close")
+        connection.push("MacTsfFileEnd", n=m["n1"], text="f", ok=True)
+
+    @server.on("MacTsfFileCancel")
+    async def cancel(connection, m):
+        log.append("cancel %d" % m["n"])
+        connection.push("MacTsfFileEnd", n=m["n"], text=m["task"], ok=False)
+
+    return server
+
+
+def test_a_failed_transfer_is_cancelled_and_the_next_goes_through(run, tmp_path):
+    bad, good = tmp_path / "bad.dst", tmp_path / "good.dst"
+    bad.write_bytes(b"bad chunk")
+    good.write_bytes(b"good file")
+    log = []
+
+    async def body():
+        async with transfer_double(log) as server:
+            async with await Client.connect("127.0.0.1", server.port, timeout=5) as client:
+                with pytest.raises(TransferError, match="rejected chunk 0 of bad.dst"):
+                    await send_file(client, str(bad))
+                sent = await send_file(client, str(good))
+                assert (sent.size, sent.chunks) == (9, 3)  # in the server's 4-byte chunks
+            assert server.errors == []
+    run(body())
+    assert log == ["add bad.dst"] + ["chunk 0 rejected"] * 4 + ["cancel 1", "add good.dst",
+                                                                 "chunk 0", "chunk 1", "chunk 2",
+                                                                 "close"]
