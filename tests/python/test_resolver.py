@@ -99,6 +99,32 @@ def test_a_split_body_is_reassembled():
     assert m["names"] == names
 
 
+def permissions(n):
+    return [dict(key1="u%d" % i, key2="g", key3="", power=i) for i in range(n)]
+
+
+@pytest.mark.parametrize("entries, max_entries, kept", [
+    (3000, None, 3000),   # past the 1024 a dump shows: whole
+    (3000, 2000, 2000),   # past the resolver's own bound: cut there, the rest counted
+    (5, 0, 0),
+])
+def test_long_lists_are_kept_to_the_resolver_s_bound(entries, max_entries, kept):
+    sender = Resolver()
+    receiver = Resolver() if max_entries is None else Resolver(max_entries=max_entries)
+    frames = sender.encode("QueryPermission.reply", entries=permissions(entries))
+    (m,) = receiver.feed(b"".join(frames))
+    assert [e.key1 for e in m["entries"]] == ["u%d" % i for i in range(kept)]
+    assert (m.dropped, m.cut) == (entries - kept, False)
+
+
+def test_the_entry_bound_counts_every_list_of_a_message():
+    # Two lists of 3 in one message, a bound of 4: the second list keeps one.
+    r = Resolver(max_entries=4)
+    (m,) = r.feed(b"".join(r.encode("QueryDateOEEData.reply", n=1, figures=[["a"]] * 3,
+                                    breakdownA=[["b"]] * 3, breakdownB=[])))
+    assert (len(m["figures"]), len(m["breakdownA"]), m.dropped) == (3, 1, 2)
+
+
 @pytest.mark.parametrize("message, fields, exc, text", [
     ("DeleteUser", dict(names="carol"), TypeError, "'names'"),
     ("DeleteUser", dict(names=[1]), TypeError, "'names[0]'"),
