@@ -90,7 +90,13 @@ void TracingReader::closeList(int size)
 
 bool TracingReader::keepEntry()
 {
-    return !hidden_ && !stack_.isEmpty() && stack_.last().entries++ < kKeptEntries;
+    if (hidden_ || stack_.isEmpty()) return false; // inside an entry not kept, or no list
+    if (stack_.last().entries++ >= trace_.keptPerList || trace_.entryBudget == 0) {
+        ++trace_.dropped;
+        return false;
+    }
+    if (trace_.entryBudget > 0) --trace_.entryBudget;
+    return true;
 }
 
 QString TracingReader::recordText(const QVector<TraceItem>& children)

@@ -34,6 +34,16 @@ struct Trace
     QVector<TraceItem> items;
     int cutAt = -1; ///< offset of the first field the data ended inside, or -1
 
+    /// Entries of one list or map kept in the tree by default.
+    static constexpr int kKeptEntries = 1024;
+    /// Entries of one list or map kept in the tree; the rest are read, not kept.
+    int keptPerList = kKeptEntries;
+    /// Entries that may still be kept in the whole tree, each kept one taking
+    /// one; -1 for no bound but keptPerList.
+    qint64 entryBudget = -1;
+    /// Entries read but not kept (past keptPerList or the budget).
+    qint64 dropped = 0;
+
     /// The items as a dump prints them: a record read as a field of its
     /// own stands for its fields.
     QVector<TraceItem> fields() const;
@@ -124,8 +134,6 @@ public:
 
     /// Entries of one list or map shown in its text.
     static constexpr int kShownEntries = 8;
-    /// Entries of one list or map kept in the tree; the rest are read, not kept.
-    static constexpr int kKeptEntries = 1024;
 
 private:
     // While one lives, reads are done but not recorded (the parts of a

@@ -5,6 +5,7 @@
 #   kzresolver-qtN-tools     kzdump, kzdemo, kzlan-client, kzfleet
 #   kzresolver-qtN-server    kzlan-server as a systemd service (with KZ_BUILD_LAN)
 #   kzresolver-doc           the HTML reference (with KZ_BUILD_DOCS)
+#   python3-kzresolver       the Python module kzresolver (with KZ_BUILD_PYTHON)
 #   ...-dbgsym (.ddeb)       the debug symbols of each package with binaries
 #
 # N is QT_VERSION_MAJOR, so the runtime and development packages of both Qt
@@ -58,6 +59,10 @@ if(KZ_BUILD_LAN AND KZ_BUILD_EXAMPLES)
   include(${CMAKE_CURRENT_LIST_DIR}/KZServerService.cmake)
   kz_deb_package(server ${KZ_DEB_SERVER})
   list(APPEND KZ_DEB_COMPONENTS server)
+endif()
+if(KZ_BUILD_PYTHON)
+  kz_deb_package(python python3-kzresolver)
+  list(APPEND KZ_DEB_COMPONENTS python)
 endif()
 if(KZ_BUILD_DOCS)
   kz_deb_package(doc ${KZ_DEB_DOC})
@@ -142,5 +147,18 @@ set(CPACK_DEBIAN_DOC_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DOC_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_COMPONENT_DOC_DESCRIPTION
   "The HTML reference of the library for the LAN protocol of the machine fleet:\nthe classes, the messages, the frame format and the reference server.")
+
+# The Python module of both Qt majors is one package name: whichever is
+# installed serves. It depends on the library package of its major, which
+# it is released with, and on the Python 3 it was built for (the ABI its
+# file name carries).
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-kzresolver)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+string(REGEX MATCH "^[0-9]+\\.[0-9]+" KZ_PYTHON_ABI "${Python3_VERSION}")
+math(EXPR KZ_PYTHON_NEXT "${Python3_VERSION_MINOR} + 1")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+  "${KZ_DEB_RUNTIME} (= ${KZ_DEB_VERSION}), python3 (>= ${KZ_PYTHON_ABI}), python3 (<< ${Python3_VERSION_MAJOR}.${KZ_PYTHON_NEXT})")
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+  "The LAN protocol of the machine fleet from Python: a Resolver that encodes\nmessages into frames and decodes received bytes with the library's own codecs,\nan asyncio client, a server for test doubles, and type stubs.")
 
 include(CPack)

@@ -183,6 +183,12 @@ public:
         kz_protocol_set_max_body(engine_, bytes);
     }
 
+    void setMaxEntries(int entries)
+    {
+        if (entries < 0) throw pyb::value_error("the most entries kept is a size, 0 or more");
+        maxEntries_ = entries;
+    }
+
 private:
     static int onEvent(kz_event* e)
     {
@@ -202,6 +208,8 @@ private:
         if (!name || b[1] != kz::kMessageType || (b[0] != kz::Request && b[0] != kz::Reply))
             return; // not a message this library knows
         kz::Trace trace;
+        trace.keptPerList = maxEntries_;
+        trace.entryBudget = maxEntries_;
         KZProtocolResolverPrivate::get(&resolver_)->dispatch(b, body.size() - 4, &trace);
         const pyb::dict fields = named(trace.items, record_);
         pyb::dict m;
@@ -210,6 +218,7 @@ private:
         m["code"] = int(code);
         m["fields"] = fields;
         m["cut"] = trace.cutAt >= 0;
+        m["dropped"] = trace.dropped;
         received_.append(m);
     }
 
@@ -218,6 +227,10 @@ private:
     std::vector<std::string> frames_;
     pyb::list received_;
     pyb::object record_;
+    // Entries of lists and maps kept per message, all lists together: every
+    // entry costs memory in the trace and as a Python object, whatever the
+    // (bounded) body size; the rest are read, not kept, and counted.
+    int maxEntries_ = 65536;
 };
 
 } // namespace
@@ -232,5 +245,7 @@ PYBIND11_MODULE(_native, m)
         .def("feed", &Resolver::feed, pyb::arg("data"),
              "Feeds received bytes; returns the messages completed by them.")
         .def("set_max_body", &Resolver::setMaxBody, pyb::arg("bytes"),
-             "Sets the largest message body accepted (16 MiB by default).");
+             "Sets the largest message body accepted (16 MiB by default).")
+        .def("set_max_entries", &Resolver::setMaxEntries, pyb::arg("entries"),
+             "Sets the most list and map entries kept of one message (65536 by default).");
 }

@@ -11,12 +11,12 @@ set -euo pipefail
 # tests. lintian checks the Debian packages; systemd gives systemd-analyze (the
 # server's unit verified) and systemd-sysusers (the package's user); doxygen
 # makes the documentation package. pybind11-dev and python3-dev build the Python
-# module (python/).
+# module (python/), python3-pytest runs its tests.
 packages=(cmake ninja-build g++ pkg-config ccache qtbase5-dev qt6-base-dev libgtest-dev
           libgmock-dev libbenchmark-dev libssl-dev clang-14 libclang-rt-14-dev libfuzzer-14-dev
           dpkg-dev file libqt5sql5-sqlite libqt5sql5-psql libqt6sql6-sqlite libqt6sql6-psql
           postgresql openssl libprotobuf-dev protobuf-compiler tshark lintian systemd doxygen
-          pybind11-dev python3-dev)
+          pybind11-dev python3-dev python3-pytest)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -7,10 +7,10 @@ The server sends both lists on its own after a login; this waits for them.
         --port 7000 --user admin --password-file admin-password
 """
 
-import argparse
 import asyncio
 import sys
 
+import lan_args
 from kzresolver.client import Client
 
 
@@ -26,13 +26,11 @@ async def lists(client, wanted=("UserInfo", "MacInfo")):
 
 
 async def main(args):
-    with open(args.password_file, encoding="utf-8") as f:
-        password = f.read().strip()
-    async with await Client.connect(args.host, args.port) as client:
-        if not (await client.login(args.user, password))["first"]:
+    async with await Client.connect(args.host, args.port, timeout=args.timeout) as client:
+        if not (await client.login(args.user, lan_args.password(args)))["first"]:
             print("login refused", file=sys.stderr)
             return 1
-        got = await asyncio.wait_for(lists(client), 10)
+        got = await asyncio.wait_for(lists(client), args.timeout)
         for name in ("UserInfo", "MacInfo"):
             print("%s:" % name)
             for key, value in got[name].fields.items():
@@ -41,9 +39,4 @@ async def main(args):
 
 
 if __name__ == "__main__":
-    p = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    p.add_argument("--host", default="127.0.0.1")
-    p.add_argument("--port", type=int, required=True)
-    p.add_argument("--user", default="admin")
-    p.add_argument("--password-file", required=True)
-    sys.exit(asyncio.run(main(p.parse_args())))
+    sys.exit(asyncio.run(main(lan_args.parser(__doc__).parse_args())))

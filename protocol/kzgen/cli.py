@@ -63,6 +63,7 @@ def outputs(protocol):
         "python_records.inc": lambda: emit_python.records_inc(protocol),
         "kzresolver_messages.py": lambda: emit_python.messages_py(protocol),
         "kzresolver_client.pyi": lambda: emit_python.client_pyi(protocol),
+        "kzresolver_testing.pyi": lambda: emit_python.testing_pyi(protocol),
     }
     for fam in protocol.families:
         out["kz_%s.inc" % fam.stem] = (lambda f: lambda: emit_code.family_inc(f))(fam)

@@ -112,8 +112,9 @@ def client_pyi(protocol):
     """client.pyi: the Client's coroutines, one per request, typed and documented for editors."""
     out = ['"""Generated from protocol/*.table by protocol/kzgen: do not edit; edit the table."""',
            "", "import datetime", "import ssl",
-           "from typing import Any, AsyncIterator, Dict, List, Mapping, Optional, Union", "",
-           "from . import Message", "", "Record = Union[Mapping[str, Any], Any]", "",
+           "from typing import Any, AsyncIterator, Awaitable, Dict, List, Mapping, Optional, Union",
+           "", "from . import Message", "from .testing import MessageName", "",
+           "Record = Union[Mapping[str, Any], Any]", "",
            "def method_name(message: str) -> str: ...", "", "class Client:",
            "    timeout: float",
            "    @classmethod",
@@ -126,6 +127,8 @@ def client_pyi(protocol):
            "                    timeout: Optional[float] = ...) -> Message: ...",
            "    async def request(self, message: str, timeout: Optional[float] = ...,",
            "                      **fields: Any) -> Optional[Message]: ...",
+           "    def expect(self, message: MessageName,",
+           "               timeout: Optional[float] = ...) -> Awaitable[Message]: ...",
            "    def pushes(self) -> AsyncIterator[Message]: ..."]
     for m in protocol.messages:
         d = m.direction("request")
@@ -139,3 +142,41 @@ def client_pyi(protocol):
                    " -> Optional[Message]:" % (name, "".join(", " + p for p in params)))
         out.append('        """%s"""' % m.doc.replace('"""', "'''"))
     return "\n".join(out) + "\n"
+
+
+def testing_pyi(protocol):
+    """testing.pyi: the test-double server, its handlers registered by message names an editor
+    completes."""
+    names = ", ".join('"%s"' % m.name for m in protocol.messages)
+    return "\n".join([
+        '"""Generated from protocol/*.table by protocol/kzgen: do not edit; edit the table."""',
+        "", "from typing import Any, Awaitable, Callable, Dict, List, Literal, Optional", "",
+        "from . import Message", "",
+        "MessageName = Literal[%s]" % names, "",
+        "Handler = Callable[[Connection, Message], Awaitable[Optional[Dict[str, Any]]]]", "",
+        "def answering(name: MessageName) -> Optional[str]: ...", "",
+        "class Refuse(Exception):",
+        "    fields: Dict[str, Any]",
+        "    def __init__(self, **fields: Any) -> None: ...", "",
+        "class Connection:",
+        "    server: Server",
+        "    peer: Any",
+        "    unhandled: List[Message]",
+        "    def push(self, message: str, **fields: Any) -> None: ...",
+        "    def close(self) -> None: ...", "",
+        "class Server:",
+        "    handlers: Dict[str, Handler]",
+        "    host: str",
+        "    port: int",
+        "    max_body: int",
+        "    connections: List[Connection]",
+        "    errors: List[Exception]",
+        "    def __init__(self, handlers: Optional[Dict[MessageName, Handler]] = ...,",
+        "                 host: str = ..., port: int = ..., max_body: int = ...) -> None: ...",
+        "    def on(self, name: MessageName) -> Callable[[Handler], Handler]: ...",
+        "    async def start(self) -> Server: ...",
+        "    async def close(self) -> None: ...",
+        "    async def __aenter__(self) -> Server: ...",
+        "    async def __aexit__(self, *exc: Any) -> None: ...",
+        "    def push(self, message: str, **fields: Any) -> None: ...",
+    ]) + "\n"

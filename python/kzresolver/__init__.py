@@ -50,6 +50,7 @@ class Message:
     code: int
     fields: Dict[str, Any] = field(default_factory=dict)
     cut: bool = False
+    dropped: int = 0
 
     @property
     def kind(self) -> str:
@@ -64,9 +65,14 @@ class Resolver:
     """One direction of a connection's codec: ``encode`` what is sent,
     ``feed`` what is received. Not safe to share between threads."""
 
-    def __init__(self, max_body: int = 16 * 1024 * 1024):
+    def __init__(self, max_body: int = 16 * 1024 * 1024, max_entries: int = 65536):
+        """``max_body`` bounds a reassembled message body; ``max_entries``
+        the list and map entries kept of one message, all its lists
+        together (those past it are read, not kept, and counted in
+        ``Message.dropped``)."""
         self._native = _native.Resolver()
         self._native.set_max_body(max_body)
+        self._native.set_max_entries(max_entries)
 
     def encode(self, message: str, **fields) -> List[bytes]:
         """The frames of one message. ``message`` is a message's name for its

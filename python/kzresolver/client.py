@@ -15,8 +15,9 @@ coroutine still waiting, and ends the pushes.
 
 import asyncio
 import collections
+import itertools
 import re
-from typing import AsyncIterator, Deque, Dict, Optional
+from typing import AsyncIterator, Awaitable, Deque, Dict, Optional
 
 from . import Message, Resolver
 from .messages import MESSAGES
@@ -47,6 +48,8 @@ class Client:
         self._waiting: Dict[int, Deque[asyncio.Future]] = collections.defaultdict(
             collections.deque)
         self._pushes: asyncio.Queue = asyncio.Queue()
+        self._expected: Dict[str, Deque[asyncio.Future]] = collections.defaultdict(
+            collections.deque)
         self._lost: Optional[Exception] = None
         self._task = asyncio.get_running_loop().create_task(self._read())
 
@@ -108,6 +111,30 @@ class Client:
             # future stays in line and takes it, so later requests stay matched.
             raise
 
+    def expect(self, message: str, timeout: Optional[float] = None) -> Awaitable[Message]:
+        """Starts waiting, at once, for the next message named ``message``
+        that no request waits for (a push, or a request of the server such as
+        MacTsfFileEnd); await the result to have it. The message is not given
+        to ``pushes()``. Call it before sending what the message answers, so
+        that it cannot pass unseen. Waiters of one name are served first in,
+        first out."""
+        if message not in MESSAGES:
+            raise ValueError("no message '%s'" % message)
+        if self._lost is not None:
+            raise ConnectionError("connection lost") from self._lost
+        future = asyncio.get_running_loop().create_future()
+        self._expected[message].append(future)
+        return self._expected_message(message, future, timeout)
+
+    async def _expected_message(self, message, future, timeout):
+        try:
+            return await asyncio.wait_for(asyncio.shield(future),
+                                          self.timeout if timeout is None else timeout)
+        finally:
+            line = self._expected.get(message)
+            if line is not None and future in line:  # no longer waiting
+                line.remove(future)
+
     def pushes(self) -> AsyncIterator[Message]:
         """The messages no request waits for (requests and pushes of the
         server, unmatched replies), as they arrive; ends when the connection does."""
@@ -153,16 +180,24 @@ class Client:
             if not future.done():
                 future.set_result(m)
             return
+        expected = self._expected.get(m.name)
+        while expected:
+            future = expected.popleft()
+            if not future.done():
+                future.set_result(m)
+                return
         self._pushes.put_nowait(m)
 
     def _fail(self, error: Exception):
         if self._lost is not None:
             return
         self._lost = error
-        for line in self._waiting.values():
+        why = "connection lost: %s" % error
+        for line in itertools.chain(self._waiting.values(), self._expected.values()):
             while line:
                 future = line.popleft()
                 if not future.done():
-                    future.set_exception(ConnectionError("connection lost: %s" % error))
+                    future.set_exception(ConnectionError(why))
         self._waiting.clear()
+        self._expected.clear()
         self._pushes.put_nowait(None)
