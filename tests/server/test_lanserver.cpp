@@ -147,7 +147,8 @@ protected:
             admin.permission = -1; // every right, as the server creates it
             ASSERT_TRUE(storage.addUser(admin, Passwords::hash(kAdminPassword)));
         }
-        server = std::make_unique<Server>(storage, dir.filePath(QStringLiteral("files")));
+        server =
+            std::make_unique<Server>(storage.location(), dir.filePath(QStringLiteral("files")));
         ASSERT_TRUE(server->listen(QHostAddress::LocalHost, 0, &error)) << qPrintable(error);
     }
 
@@ -759,6 +760,89 @@ TEST_F(LanServer, AWriteLockHeldElsewhereDoesNotStallTheOtherClients)
     EXPECT_EQ(refused, writes) << "a change went through the lock";
     EXPECT_GE(reads, 20);
     EXPECT_LT(slowestRead, 100) << "a read waited for a change";
+}
+
+// The same with the changes and reads that answer a request from the
+// database (prices and work time written; plans, the files of a machine and
+// permissions read): while the lock is held, every change waits the busy
+// time-out and is refused, and a probe's reads of each kind come back at
+// once, in the order they were asked, none of them held up by a change.
+TEST_F(LanServer, WhileAWriteWaitsForTheLockEveryKindOfReadIsAnsweredAtOnce)
+{
+    if (usingPostgres()) GTEST_SKIP() << "SQLite's file lock";
+    ServerLimits limits;
+    limits.dbBusyTimeoutMs = 300;
+    server->setLimits(limits);
+    Peer writer(server->port()), probe(server->port());
+    ASSERT_TRUE(writer.login(QStringLiteral("admin"), kAdminPassword));
+    ASSERT_TRUE(probe.login(QStringLiteral("admin"), kAdminPassword));
+    QElapsedTimer clock;
+    QList<qint64> refusedAfter; ///< per change, how long it waited; -1: not refused
+    qint64 sentAt = 0;
+    bool holding = true;
+    const auto nextWrite = [&] {
+        sentAt = clock.elapsed();
+        if (refusedAfter.size() % 2)
+            writer.r.lanEditPlanWorkTime(QStringLiteral("2026-03-02"), {});
+        else
+            writer.r.lanAddFilePrice(QStringLiteral("rose.dst"), QStringLiteral("1.5"));
+    };
+    const auto written = [&](bool ok) {
+        if (!holding) return;
+        refusedAfter.append(ok ? -1 : clock.elapsed() - sentAt);
+        nextWrite();
+    };
+    QObject::connect(&writer.conn, &KZConnection::addFilePriceResult,
+                     [&](bool ok, const QString&, const QString&) { written(ok); });
+    QObject::connect(
+        &writer.conn, &KZConnection::editPlanWorkTimeResult,
+        [&](bool ok, bool, const QString&, const QMap<int, oee_worktime_item>&) { written(ok); });
+    // The probe asks the three kinds in turn, one at a time.
+    QStringList answered;
+    qint64 askedAt = 0, slowestRead = 0;
+    const auto nextRead = [&] {
+        askedAt = clock.elapsed();
+        switch (answered.size() % 3) {
+        case 0:
+            return probe.r.lanGetDatePlan(QStringLiteral("2026-03-02"));
+        case 1:
+            return probe.r.lanMacFiles(QStringLiteral("KZ-1"), QStringLiteral("/"), 0);
+        default:
+            return probe.r.lanQueryPermission({QStringLiteral("admin")});
+        }
+    };
+    const auto read = [&](const QString& kind) {
+        answered.append(kind);
+        slowestRead = std::max(slowestRead, clock.elapsed() - askedAt);
+        nextRead();
+    };
+    QObject::connect(
+        &probe.conn, &KZConnection::getDatePlanResult,
+        [&](const QString&, const QList<QVariant>&) { read(QStringLiteral("plans")); });
+    QObject::connect(
+        &probe.conn, &KZConnection::macFilesResult,
+        [&](const QString&, int, const QStringList&) { read(QStringLiteral("files")); });
+    QObject::connect(&probe.conn, &KZConnection::queryPermissionResult,
+                     [&](const QList<mac_user_power>&) { read(QStringLiteral("permissions")); });
+    {
+        const WriteLockHeldElsewhere lock(database());
+        ASSERT_TRUE(lock.held);
+        clock.start();
+        nextWrite();
+        nextRead();
+        waitFor([] { return false; }, 2000);
+        holding = false;
+    }
+    ASSERT_GE(refusedAfter.size(), 4) << "the changes were not answered";
+    for (qint64 waited : refusedAfter) {
+        EXPECT_GE(waited, 250) << "refused without waiting for the lock";
+        EXPECT_LT(waited, 1500) << "waited past the busy time-out";
+    }
+    EXPECT_GE(answered.size(), 30);
+    EXPECT_LT(slowestRead, 100) << "a read waited for a change";
+    for (int i = 0; i < answered.size(); ++i)
+        EXPECT_EQ(answered[i], (QStringList{QStringLiteral("plans"), QStringLiteral("files"),
+                                            QStringLiteral("permissions")})[i % 3]);
 }
 
 // Thirty changes sent at once reach another client as a few pushes of the

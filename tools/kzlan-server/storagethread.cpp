@@ -1,15 +1,18 @@
 #include "storagethread.h"
 
-StorageThread::StorageThread() : context_(new QObject)
+StorageThread::StorageThread(const QString& name) : context_(new QObject)
 {
-    thread_.setObjectName(QStringLiteral("kzlan-storage"));
+    thread_.setObjectName(name);
     context_->moveToThread(&thread_);
     QObject::connect(&thread_, &QThread::finished, context_, &QObject::deleteLater);
     thread_.start();
 }
 
-StorageThread::~StorageThread()
+StorageThread::~StorageThread() { finish(); }
+
+void StorageThread::finish()
 {
+    if (finished_.exchange(true)) return;
     // After the jobs queued before it: a quit alone could leave them unrun.
     QMetaObject::invokeMethod(
         context_, [this] { storage_.close(); }, Qt::BlockingQueuedConnection);
@@ -29,6 +32,7 @@ bool StorageThread::open(const QString& location, QString* error)
 
 void StorageThread::run(std::function<void(Storage&)> job)
 {
+    if (finished_) return;
     QMetaObject::invokeMethod(
         context_, [this, job = std::move(job)] { job(storage_); }, Qt::QueuedConnection);
 }
