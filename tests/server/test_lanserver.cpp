@@ -3,6 +3,7 @@
 // pushed to a second client, requests before login, a garbage sender, and a
 // transfer that is cut off and then sent whole.
 #include "kzconnection.h"
+#include "lanwire.h"
 #include "rights.h"
 #include "server.h"
 #include "serverlimits.h"
@@ -40,13 +41,9 @@ void ensureApp()
     (void)app;
 }
 
-bool waitFor(const std::function<bool()>& done, int ms = 10000)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!done() && t.elapsed() < ms) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return done();
-}
+using lan::framesOf;
+using lan::idle;
+using lan::waitFor;
 
 QByteArray md5(const QByteArray& b) { return QCryptographicHash::hash(b, QCryptographicHash::Md5); }
 
@@ -301,16 +298,11 @@ TEST_F(LanServer, AClientThatAsksWithoutReadingIsCutOff)
 {
     // Each request is answered with a year of daily entries; the client
     // reads none of them.
-    QByteArray frames;
-    KZProtocolResolver encoder;
-    encoder.setReceiveData(&frames);
-    encoder.setParsePackResult([](void* ctx, char* bytes, int n) {
-        static_cast<QByteArray*>(ctx)->append(bytes, n);
-        std::free(bytes);
+    const QByteArray frames = framesOf([](KZProtocolResolver& encoder) {
+        for (int i = 0; i < 4000; ++i)
+            encoder.lanQueryMacStatistic(QStringLiteral("KZ-1"), QStringLiteral("2024-01-01"),
+                                         QStringLiteral("2024-12-31"), QString());
     });
-    for (int i = 0; i < 4000; ++i)
-        encoder.lanQueryMacStatistic(QStringLiteral("KZ-1"), QStringLiteral("2024-01-01"),
-                                     QStringLiteral("2024-12-31"), QString());
     QTcpSocket flood;
     flood.setReadBufferSize(1);
     flood.connectToHost(QHostAddress::LocalHost, server->port());
@@ -579,7 +571,7 @@ TEST_F(LanServer, ConnectionsThatNeverLogInLockNobodyOut)
                    s->state() == QAbstractSocket::UnconnectedState;
         });
     }));
-    waitFor([] { return false; }, 300); // the server's side of the last ones
+    lan::idle(300); // the server's side of the last ones
     EXPECT_LE(server->clientCount(), Server::kMaxUnauthenticatedPerAddress);
     Peer admin(server->port());
     EXPECT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
@@ -666,7 +658,7 @@ TEST_F(LanServer, GuessesAreThrottledBeforeTheyAreCheckedAndOtherAddressesGoFirs
         ASSERT_TRUE(flood.back()->socket.waitForConnected(5000));
         flood.back()->r.lanLogin(QStringLiteral("guess%1").arg(i), QStringLiteral("wrong"));
     }
-    waitFor([] { return false; }, 1000);
+    idle(1000);
     const qint64 checked = server->loginChecks();
     EXPECT_GE(checked, 1);
     EXPECT_LE(checked, 8) << "every guess of the flood was checked at once";
@@ -690,9 +682,9 @@ TEST_F(LanServer, GuessesAreThrottledBeforeTheyAreCheckedAndOtherAddressesGoFirs
         gone.back()->r.lanLogin(QStringLiteral("admin"), QStringLiteral("guess%1").arg(i));
         gone.back()->socket.flush();
     }
-    waitFor([] { return false; }, 50);
+    idle(50);
     gone.clear();
-    waitFor([] { return false; }, 600);
+    idle(600);
     EXPECT_EQ(server->loginChecks(), before) << "abandoned logins were hashed";
 }
 
@@ -754,7 +746,7 @@ TEST_F(LanServer, AWriteLockHeldElsewhereDoesNotStallTheOtherClients)
         admin.r.lanUpdateUserPermission(QStringLiteral("ann"), 0);
         readClock.start();
         probe.r.lanQueryPermission({QStringLiteral("ann")});
-        waitFor([] { return false; }, 2000);
+        idle(2000);
     }
     EXPECT_GE(refused, 3) << "the changes were not held up by the lock";
     EXPECT_EQ(refused, writes) << "a change went through the lock";
@@ -830,7 +822,7 @@ TEST_F(LanServer, WhileAWriteWaitsForTheLockEveryKindOfReadIsAnsweredAtOnce)
         clock.start();
         nextWrite();
         nextRead();
-        waitFor([] { return false; }, 2000);
+        idle(2000);
         holding = false;
     }
     ASSERT_GE(refusedAfter.size(), 4) << "the changes were not answered";
