@@ -63,8 +63,8 @@ void Server::attachPlanning(Client* c)
             },
             [=](const std::pair<bool, QList<QVariant>>& done) {
                 if (done.first) record(c, mac, kind, text);
-                for (Client* other : std::as_const(clients_))
-                    if (other->loggedIn) other->r->lanGetDatePlanResponse(date, done.second);
+                sendToAll(KZEncodedMessages(
+                    [&](KZProtocolResolver& r) { r.lanGetDatePlanResponse(date, done.second); }));
             });
     };
     connect(k, &KZConnection::initPlan, c, [=] {
@@ -131,9 +131,9 @@ void Server::attachPlanning(Client* c)
                 if (done.first && !name.isEmpty())
                     record(c, QString(), QStringLiteral("workshop plan"),
                            workshop + QLatin1Char(' ') + name);
-                for (Client* other : std::as_const(clients_))
-                    if (other->loggedIn)
-                        other->r->lanWorkshopQueryPlanResult(workshop, done.second);
+                sendToAll(KZEncodedMessages([&](KZProtocolResolver& r) {
+                    r.lanWorkshopQueryPlanResult(workshop, done.second);
+                }));
             });
     };
     connect(k, &KZConnection::initWorkshopData, c, [=] {

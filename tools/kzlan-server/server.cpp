@@ -426,6 +426,12 @@ QMap<QString, operator_user> tableOf(const QList<operator_user>& ops)
 
 } // namespace
 
+void Server::sendToAll(const KZEncodedMessages& messages)
+{
+    for (Client* c : std::as_const(clients_))
+        if (c->loggedIn) messages.sendTo(*c->r);
+}
+
 void Server::mark(Client* c, int lists)
 {
     // A change made while the lists are being read waits for the next read.
@@ -479,10 +485,9 @@ void Server::servePushes()
         if (c->outputBlocked || c->unread() > kMaxUnreadBytes / 2) continue; // when it drains
         if (spent.elapsed() >= kPushMsPerPass) return armPushes();           // the next pass
         const int lists = std::exchange(c->pushes, 0);
-        if (lists & PushUsers) c->r->lanUserInfo(pushed_.users);
-        if (lists & PushMachines) c->r->lanMacInfo(pushed_.machines);
-        if (lists & PushOperators)
-            c->r->lanOperatorUserInfo(namesOf(pushed_.operators), tableOf(pushed_.operators));
+        if (lists & PushUsers) pushed_.users.sendTo(*c->r);
+        if (lists & PushMachines) pushed_.machines.sendTo(*c->r);
+        if (lists & PushOperators) pushed_.operators.sendTo(*c->r);
         pushesSent_ += (lists & 1) + ((lists >> 1) & 1) + ((lists >> 2) & 1);
     }
 }
@@ -496,9 +501,20 @@ void Server::readPushes()
     const int lists = std::exchange(pushesPending_, 0);
     writer_.run([this, lists](Storage& s) {
         auto read = std::make_shared<PushedLists>();
-        if (lists & PushUsers) read->users = s.users();
-        if (lists & PushMachines) read->machines = s.machines();
-        if (lists & PushOperators) read->operators = s.operators();
+        if (lists & PushUsers) {
+            const QList<user_info> users = s.users();
+            read->users = KZEncodedMessages([&](KZProtocolResolver& r) { r.lanUserInfo(users); });
+        }
+        if (lists & PushMachines) {
+            const QList<mac_info> machines = s.machines();
+            read->machines =
+                KZEncodedMessages([&](KZProtocolResolver& r) { r.lanMacInfo(machines); });
+        }
+        if (lists & PushOperators) {
+            const QList<operator_user> ops = s.operators();
+            read->operators = KZEncodedMessages(
+                [&](KZProtocolResolver& r) { r.lanOperatorUserInfo(namesOf(ops), tableOf(ops)); });
+        }
         QMetaObject::invokeMethod(
             this,
             [this, lists, read] {

@@ -9,6 +9,7 @@
 #ifndef KZLAN_SERVER_H
 #define KZLAN_SERVER_H
 
+#include "kzencoded.h"
 #include "kzrecords.h"
 #include "loginqueue.h"
 #include "serverlimits.h"
@@ -213,12 +214,16 @@ private:
     void servePushes();
     /// Has the writer read the stale lists into pushed_, then serves them.
     void readPushes();
+    /// The lists as pushed: encoded once (on the writer's thread) for all the
+    /// clients, each client's resolver framing them.
     struct PushedLists
     {
-        QList<user_info> users;
-        QList<mac_info> machines;
-        QList<operator_user> operators;
+        KZEncodedMessages users;
+        KZEncodedMessages machines;
+        KZEncodedMessages operators;
     };
+    /// Sends `messages` to every logged-in client.
+    void sendToAll(const KZEncodedMessages& messages);
     /// Marks `lists` to be sent to `c` with the next pushes.
     void mark(Client* c, int lists);
     /// The three lists to a client that has just logged in, read and sent
