@@ -831,7 +831,9 @@ TEST_F(LanServer, WhileAWriteWaitsForTheLockEveryKindOfReadIsAnsweredAtOnce)
         EXPECT_LT(waited, 1500) << "waited past the busy time-out";
     }
     EXPECT_GE(answered.size(), 30);
-    EXPECT_LT(slowestRead, 100) << "a read waited for a change";
+    // A read behind a change would wait its 300 ms; slow builds (sanitizers)
+    // take some tens of milliseconds for a read alone.
+    EXPECT_LT(slowestRead, 200) << "a read waited for a change";
     for (int i = 0; i < answered.size(); ++i)
         EXPECT_EQ(answered[i], (QStringList{QStringLiteral("plans"), QStringLiteral("files"),
                                             QStringLiteral("permissions")})[i % 3]);

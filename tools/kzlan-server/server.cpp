@@ -361,7 +361,7 @@ void Server::attachSession(Client* c)
             reader_.run([this, account, password, back](Storage& s) {
                 const PasswordHash stored = s.passwordOf(account);
                 const qint32 permission = s.user(account).value_or(user_info()).permission;
-                work_.start([password, stored, permission, back]() mutable {
+                handoff::start(work_, [password, stored, permission, back]() mutable {
                     back(Passwords::verify(password, stored) ? Checked(permission) : std::nullopt);
                 });
             });
@@ -515,18 +515,14 @@ void Server::readPushes()
             read->operators = KZEncodedMessages(
                 [&](KZProtocolResolver& r) { r.lanOperatorUserInfo(namesOf(ops), tableOf(ops)); });
         }
-        QMetaObject::invokeMethod(
-            this,
-            [this, lists, read] {
-                if (lists & PushUsers) pushed_.users = std::move(read->users);
-                if (lists & PushMachines) pushed_.machines = std::move(read->machines);
-                if (lists & PushOperators) pushed_.operators = std::move(read->operators);
-                pushesReading_ = false;
-                servePushes();
-                for (Client* c : std::as_const(clients_))
-                    c->pushes |= std::exchange(c->pushesNext, 0);
-                if (pushesPending_) armPushes();
-            },
-            Qt::QueuedConnection);
+        handoff::post(this, [this, lists, read] {
+            if (lists & PushUsers) pushed_.users = std::move(read->users);
+            if (lists & PushMachines) pushed_.machines = std::move(read->machines);
+            if (lists & PushOperators) pushed_.operators = std::move(read->operators);
+            pushesReading_ = false;
+            servePushes();
+            for (Client* c : std::as_const(clients_)) c->pushes |= std::exchange(c->pushesNext, 0);
+            if (pushesPending_) armPushes();
+        });
     });
 }

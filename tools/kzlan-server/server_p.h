@@ -2,6 +2,7 @@
 #ifndef KZLAN_SERVER_P_H
 #define KZLAN_SERVER_P_H
 
+#include "handoff.h"
 #include "kzconnection.h"
 #include "server.h"
 #include "storage.h"
@@ -95,14 +96,11 @@ std::function<void(Result)> Server::answerer(Client* c, Answer answer, Gone gone
     const QPointer<Client> guard(c); // read on the loop's thread only
     return [this, guard, ticket, answer, gone](Result value) {
         auto result = std::make_shared<Result>(std::move(value));
-        QMetaObject::invokeMethod(
-            this,
-            [this, guard, ticket, answer, gone, result]() mutable {
-                if (!guard) return gone(std::move(*result));
-                answerInOrder(guard, ticket,
-                              [answer, result]() mutable { answer(std::move(*result)); });
-            },
-            Qt::QueuedConnection);
+        handoff::post(this, [this, guard, ticket, answer, gone, result]() mutable {
+            if (!guard) return gone(std::move(*result));
+            answerInOrder(guard, ticket,
+                          [answer, result]() mutable { answer(std::move(*result)); });
+        });
     };
 }
 
@@ -110,7 +108,7 @@ template <typename Work, typename Answer, typename Gone>
 void Server::later(Client* c, Work work, Answer answer, Gone gone)
 {
     auto back = answerer<decltype(work())>(c, std::move(answer), std::move(gone));
-    work_.start([work, back]() mutable { back(work()); });
+    handoff::start(work_, [work, back]() mutable { back(work()); });
 }
 
 template <typename Work, typename Answer>
@@ -170,7 +168,7 @@ void Server::stored(Client* c, Work work, Store store, Answer answer)
 {
     using Result = decltype(store(std::declval<Storage&>(), work()));
     auto back = answerer<Result>(c, wrote(c, std::move(answer)), [](auto&&) {});
-    work_.start([this, work, store, back]() mutable {
+    handoff::start(work_, [this, work, store, back]() mutable {
         writer_.run([store, back, prepared = work()](Storage& s) mutable {
             back(store(s, std::move(prepared)));
         });

@@ -1,5 +1,7 @@
 #include "storagethread.h"
 
+#include "handoff.h"
+
 StorageThread::StorageThread(const QString& name) : context_(new QObject)
 {
     thread_.setObjectName(name);
@@ -14,7 +16,7 @@ void StorageThread::finish()
 {
     if (finished_.exchange(true)) return;
     // After the jobs queued before it: a quit alone could leave them unrun.
-    QMetaObject::invokeMethod(
+    handoff::post(
         context_, [this] { storage_.close(); }, Qt::BlockingQueuedConnection);
     thread_.quit();
     thread_.wait();
@@ -24,7 +26,7 @@ bool StorageThread::open(const QString& location, QString* error)
 {
     bool ok = false;
     QString why;
-    QMetaObject::invokeMethod(
+    handoff::post(
         context_, [&] { ok = storage_.open(location, &why); }, Qt::BlockingQueuedConnection);
     if (!ok && error) *error = why;
     return ok;
@@ -33,6 +35,5 @@ bool StorageThread::open(const QString& location, QString* error)
 void StorageThread::run(std::function<void(Storage&)> job)
 {
     if (finished_) return;
-    QMetaObject::invokeMethod(
-        context_, [this, job = std::move(job)] { job(storage_); }, Qt::QueuedConnection);
+    handoff::post(context_, [this, job = std::move(job)] { job(storage_); });
 }
