@@ -61,11 +61,10 @@ void Server::attachLogs(Client* c)
                              r->lanQueryLogResponse(QStringLiteral("done"));
                          });
             });
-    // No answer without the right.
+    // Without the right, an empty list (a refusal is an answer too).
     const auto queryEvents = [=](const char* what, bool may, const QString& mac,
                                  const QString& from, const QString& to) {
-        if (!may) return;
-        eventsTo(what, true, mac, from, to,
+        eventsTo(what, may, mac, from, to,
                  [r, mac](const QList<kz_log_alarm_info>& l) { r->lanQueryAlarm2Result(mac, l); });
     };
     connect(k, &KZConnection::queryLog2, c,
