@@ -120,12 +120,31 @@ public:
     {
         if (payload.lossWhat() || 4 + payload.size() + 1 > KZ_DEFAULT_MAX_BODY)
             warnSend(method, flag, payload);
+        if (keep) {
+            keep->append({method, flag, payload});
+            return;
+        }
+        sendPayload(method, flag, payload);
+    }
+    /// send() without its warnings: codes and frames a payload written
+    /// before (by this resolver or by a KZEncodedMessages).
+    void sendPayload(kz::Method method, uchar flag, const kz::Payload& payload)
+    {
         // packSend(empty attr, flag, 17, method, payload, 1) without
         // flattening the payload into one array first.
         const uchar head[4] = {flag, kz::kMessageType, uchar(quint16(method) & 0xFF),
                                uchar(quint16(method) >> 8)};
         packBody(head, payload, 1);
     }
+    /// A message that send() kept instead of sending it.
+    struct Kept
+    {
+        kz::Method method;
+        uchar flag;
+        kz::Payload payload;
+    };
+    /// While set (by KZEncodedMessages), send() appends here and sends nothing.
+    QList<Kept>* keep = nullptr;
     /// The warnings of send(): a noted loss, a body over the receive limit.
     void warnSend(kz::Method method, uchar flag, const kz::Payload& payload);
     /// The one warning of a lossy message: its name and direction, what

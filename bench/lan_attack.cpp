@@ -6,6 +6,7 @@
 //
 //   kzlan-attack PATH/TO/kzlan-server [nonreader|prelogin|close|lock|pushes ...]
 #include "kzconnection.h"
+#include "lanwire.h"
 
 #include <QAtomicInt>
 #include <QCoreApplication>
@@ -22,27 +23,21 @@
 #include <QThread>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <memory>
 #include <vector>
 
+#include <unistd.h>
+
 namespace {
 
 const QString kPassword = QStringLiteral("attack-pw");
 
-bool waitFor(const std::function<bool()>& done, int ms)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!done() && t.elapsed() < ms) QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    return done();
-}
-
-void idle(int ms)
-{
-    waitFor([] { return false; }, ms);
-}
+using lan::framesOf;
+using lan::idle;
+using lan::waitFor;
 
 QByteArray md5(const QByteArray& b) { return QCryptographicHash::hash(b, QCryptographicHash::Md5); }
 
@@ -74,6 +69,17 @@ struct ServerProcess
             },
             10000);
     }
+    /// The processor time the server used so far (user and system), in ms.
+    double cpuMs() const
+    {
+        QFile f(QStringLiteral("/proc/%1/stat").arg(proc.processId()));
+        if (!f.open(QIODevice::ReadOnly)) return -1;
+        const QByteArray stat = f.readAll();
+        // After the name in brackets: state is field 3, utime 14, stime 15.
+        const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+        if (fields.size() < 13) return -1;
+        return (fields[11].toDouble() + fields[12].toDouble()) * 1000.0 / ::sysconf(_SC_CLK_TCK);
+    }
     /// VmHWM: the peak resident memory in KiB.
     long peakKiB() const
     {
@@ -99,11 +105,14 @@ struct Client
     KZProtocolResolver& r = *conn.resolver();
     bool loggedIn = false;
     int answers = 0;
+    int userLists = 0;
 
     explicit Client(quint16 port)
     {
         QObject::connect(&conn, &KZConnection::loginResult,
                          [this](bool ok, int, bool, bool) { loggedIn = ok; });
+        QObject::connect(&conn, &KZConnection::userInfo,
+                         [this](const QList<user_info>&) { ++userLists; });
         socket.connectToHost(QHostAddress::LocalHost, port);
     }
     bool login()
@@ -151,19 +160,6 @@ protected:
 private:
     quint16 port_;
 };
-
-QByteArray framesOf(const std::function<void(KZProtocolResolver&)>& send)
-{
-    QByteArray frames;
-    KZProtocolResolver encoder;
-    encoder.setReceiveData(&frames);
-    encoder.setParsePackResult([](void* ctx, char* bytes, int n) {
-        static_cast<QByteArray*>(ctx)->append(bytes, n);
-        std::free(bytes);
-    });
-    send(encoder);
-    return frames;
-}
 
 // -- the attacks -------------------------------------------------------------------
 
@@ -306,11 +302,33 @@ void pushes(const ServerProcess& s)
     if (!admin.login()) return;
     int added = 0;
     QObject::connect(&admin.conn, &KZConnection::addUserResult, [&](const user_info&) { ++added; });
+    // Each change, from the request until every client has a list made after
+    // it, and the server's processor time over the ten.
+    const double cpuBefore = s.cpuMs();
+    QElapsedTimer all;
+    all.start();
+    qint64 slowest = 0;
     for (int i = 0; i < 10; ++i) {
+        std::vector<int> before;
+        for (const auto& c : clients) before.push_back(c->userLists);
+        QElapsedTimer one;
+        one.start();
         admin.r.lanAddUser(QStringLiteral("new%1").arg(i), QString(), QStringLiteral("pw"),
                            QString(), QString(), false);
-        waitFor([&] { return added > i; }, 20000);
+        waitFor(
+            [&] {
+                for (size_t k = 0; k < clients.size(); ++k)
+                    if (clients[k]->loggedIn && clients[k]->userLists == before[k]) return false;
+                return added > i;
+            },
+            20000);
+        slowest = std::max(slowest, one.elapsed());
     }
+    std::fprintf(stderr,
+                 "kzlan-attack: 10 AddUser pushed to 100 clients in %lld ms (slowest %lld ms), "
+                 "server CPU %.0f ms\n",
+                 static_cast<long long>(all.elapsed()), static_cast<long long>(slowest),
+                 s.cpuMs() - cpuBefore);
     idle(2000);
 }
 

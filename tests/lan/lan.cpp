@@ -15,14 +15,6 @@ namespace lan {
 
 const QString kAdminPassword = QStringLiteral("first-Admin-pw");
 
-bool waitFor(const std::function<bool()>& done, int ms)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!done() && t.elapsed() < ms) QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    return done();
-}
-
 Server::Server() = default;
 
 Server::~Server()
@@ -120,19 +112,6 @@ Outcome client(const Server& server, const QStringList& options, const QStringLi
     r.out = p->readAllStandardOutput();
     r.err = p->readAllStandardError();
     return r;
-}
-
-QByteArray framesOf(const std::function<void(KZProtocolResolver&)>& send, int capacity)
-{
-    QByteArray frames;
-    KZProtocolResolver r(capacity);
-    r.setReceiveData(&frames);
-    r.setParsePackResult([](void* ctx, char* bytes, int n) {
-        static_cast<QByteArray*>(ctx)->append(bytes, n);
-        std::free(bytes);
-    });
-    send(r);
-    return frames;
 }
 
 Peer::Peer()

@@ -5,6 +5,7 @@
 #define KZ_TESTS_LAN_H
 
 #include "kzconnection.h"
+#include "lanwire.h"
 
 #include <QByteArray>
 #include <QProcess>
@@ -19,9 +20,6 @@
 namespace lan {
 
 extern const QString kAdminPassword;
-
-/// Runs the event loop until `done` holds or `ms` pass; returns done().
-bool waitFor(const std::function<bool()>& done, int ms = 10000);
 
 /// A kzlan-server process on 127.0.0.1, its database and storage in a
 /// directory of its own that outlives restarts.
@@ -71,10 +69,6 @@ Outcome client(const Server& server, const QStringList& args);
 Outcome client(const Server& server, const QStringList& options, const QStringList& args);
 /// Starts kzlan-client without waiting; the caller owns the process.
 std::unique_ptr<QProcess> startClient(const Server& server, const QStringList& args);
-
-/// The frames that `send` makes with a resolver of its own (frames of at
-/// most `capacity` bytes; 0: the default), to write raw to a socket.
-QByteArray framesOf(const std::function<void(KZProtocolResolver&)>& send, int capacity = 0);
 
 /// An in-process client: a KZConnection on a socket to the server.
 class Peer

@@ -3,6 +3,7 @@
 // pushed to a second client, requests before login, a garbage sender, and a
 // transfer that is cut off and then sent whole.
 #include "kzconnection.h"
+#include "lanwire.h"
 #include "rights.h"
 #include "server.h"
 #include "serverlimits.h"
@@ -40,13 +41,9 @@ void ensureApp()
     (void)app;
 }
 
-bool waitFor(const std::function<bool()>& done, int ms = 10000)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!done() && t.elapsed() < ms) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return done();
-}
+using lan::framesOf;
+using lan::idle;
+using lan::waitFor;
 
 QByteArray md5(const QByteArray& b) { return QCryptographicHash::hash(b, QCryptographicHash::Md5); }
 
@@ -147,7 +144,8 @@ protected:
             admin.permission = -1; // every right, as the server creates it
             ASSERT_TRUE(storage.addUser(admin, Passwords::hash(kAdminPassword)));
         }
-        server = std::make_unique<Server>(storage, dir.filePath(QStringLiteral("files")));
+        server =
+            std::make_unique<Server>(storage.location(), dir.filePath(QStringLiteral("files")));
         ASSERT_TRUE(server->listen(QHostAddress::LocalHost, 0, &error)) << qPrintable(error);
     }
 
@@ -300,16 +298,11 @@ TEST_F(LanServer, AClientThatAsksWithoutReadingIsCutOff)
 {
     // Each request is answered with a year of daily entries; the client
     // reads none of them.
-    QByteArray frames;
-    KZProtocolResolver encoder;
-    encoder.setReceiveData(&frames);
-    encoder.setParsePackResult([](void* ctx, char* bytes, int n) {
-        static_cast<QByteArray*>(ctx)->append(bytes, n);
-        std::free(bytes);
+    const QByteArray frames = framesOf([](KZProtocolResolver& encoder) {
+        for (int i = 0; i < 4000; ++i)
+            encoder.lanQueryMacStatistic(QStringLiteral("KZ-1"), QStringLiteral("2024-01-01"),
+                                         QStringLiteral("2024-12-31"), QString());
     });
-    for (int i = 0; i < 4000; ++i)
-        encoder.lanQueryMacStatistic(QStringLiteral("KZ-1"), QStringLiteral("2024-01-01"),
-                                     QStringLiteral("2024-12-31"), QString());
     QTcpSocket flood;
     flood.setReadBufferSize(1);
     flood.connectToHost(QHostAddress::LocalHost, server->port());
@@ -578,7 +571,7 @@ TEST_F(LanServer, ConnectionsThatNeverLogInLockNobodyOut)
                    s->state() == QAbstractSocket::UnconnectedState;
         });
     }));
-    waitFor([] { return false; }, 300); // the server's side of the last ones
+    lan::idle(300); // the server's side of the last ones
     EXPECT_LE(server->clientCount(), Server::kMaxUnauthenticatedPerAddress);
     Peer admin(server->port());
     EXPECT_TRUE(admin.login(QStringLiteral("admin"), kAdminPassword));
@@ -665,7 +658,7 @@ TEST_F(LanServer, GuessesAreThrottledBeforeTheyAreCheckedAndOtherAddressesGoFirs
         ASSERT_TRUE(flood.back()->socket.waitForConnected(5000));
         flood.back()->r.lanLogin(QStringLiteral("guess%1").arg(i), QStringLiteral("wrong"));
     }
-    waitFor([] { return false; }, 1000);
+    idle(1000);
     const qint64 checked = server->loginChecks();
     EXPECT_GE(checked, 1);
     EXPECT_LE(checked, 8) << "every guess of the flood was checked at once";
@@ -689,9 +682,9 @@ TEST_F(LanServer, GuessesAreThrottledBeforeTheyAreCheckedAndOtherAddressesGoFirs
         gone.back()->r.lanLogin(QStringLiteral("admin"), QStringLiteral("guess%1").arg(i));
         gone.back()->socket.flush();
     }
-    waitFor([] { return false; }, 50);
+    idle(50);
     gone.clear();
-    waitFor([] { return false; }, 600);
+    idle(600);
     EXPECT_EQ(server->loginChecks(), before) << "abandoned logins were hashed";
 }
 
@@ -753,12 +746,97 @@ TEST_F(LanServer, AWriteLockHeldElsewhereDoesNotStallTheOtherClients)
         admin.r.lanUpdateUserPermission(QStringLiteral("ann"), 0);
         readClock.start();
         probe.r.lanQueryPermission({QStringLiteral("ann")});
-        waitFor([] { return false; }, 2000);
+        idle(2000);
     }
     EXPECT_GE(refused, 3) << "the changes were not held up by the lock";
     EXPECT_EQ(refused, writes) << "a change went through the lock";
     EXPECT_GE(reads, 20);
     EXPECT_LT(slowestRead, 100) << "a read waited for a change";
+}
+
+// The same with the changes and reads that answer a request from the
+// database (prices and work time written; plans, the files of a machine and
+// permissions read): while the lock is held, every change waits the busy
+// time-out and is refused, and a probe's reads of each kind come back at
+// once, in the order they were asked, none of them held up by a change.
+TEST_F(LanServer, WhileAWriteWaitsForTheLockEveryKindOfReadIsAnsweredAtOnce)
+{
+    if (usingPostgres()) GTEST_SKIP() << "SQLite's file lock";
+    ServerLimits limits;
+    limits.dbBusyTimeoutMs = 300;
+    server->setLimits(limits);
+    Peer writer(server->port()), probe(server->port());
+    ASSERT_TRUE(writer.login(QStringLiteral("admin"), kAdminPassword));
+    ASSERT_TRUE(probe.login(QStringLiteral("admin"), kAdminPassword));
+    QElapsedTimer clock;
+    QList<qint64> refusedAfter; ///< per change, how long it waited; -1: not refused
+    qint64 sentAt = 0;
+    bool holding = true;
+    const auto nextWrite = [&] {
+        sentAt = clock.elapsed();
+        if (refusedAfter.size() % 2)
+            writer.r.lanEditPlanWorkTime(QStringLiteral("2026-03-02"), {});
+        else
+            writer.r.lanAddFilePrice(QStringLiteral("rose.dst"), QStringLiteral("1.5"));
+    };
+    const auto written = [&](bool ok) {
+        if (!holding) return;
+        refusedAfter.append(ok ? -1 : clock.elapsed() - sentAt);
+        nextWrite();
+    };
+    QObject::connect(&writer.conn, &KZConnection::addFilePriceResult,
+                     [&](bool ok, const QString&, const QString&) { written(ok); });
+    QObject::connect(
+        &writer.conn, &KZConnection::editPlanWorkTimeResult,
+        [&](bool ok, bool, const QString&, const QMap<int, oee_worktime_item>&) { written(ok); });
+    // The probe asks the three kinds in turn, one at a time.
+    QStringList answered;
+    qint64 askedAt = 0, slowestRead = 0;
+    const auto nextRead = [&] {
+        askedAt = clock.elapsed();
+        switch (answered.size() % 3) {
+        case 0:
+            return probe.r.lanGetDatePlan(QStringLiteral("2026-03-02"));
+        case 1:
+            return probe.r.lanMacFiles(QStringLiteral("KZ-1"), QStringLiteral("/"), 0);
+        default:
+            return probe.r.lanQueryPermission({QStringLiteral("admin")});
+        }
+    };
+    const auto read = [&](const QString& kind) {
+        answered.append(kind);
+        slowestRead = std::max(slowestRead, clock.elapsed() - askedAt);
+        nextRead();
+    };
+    QObject::connect(
+        &probe.conn, &KZConnection::getDatePlanResult,
+        [&](const QString&, const QList<QVariant>&) { read(QStringLiteral("plans")); });
+    QObject::connect(
+        &probe.conn, &KZConnection::macFilesResult,
+        [&](const QString&, int, const QStringList&) { read(QStringLiteral("files")); });
+    QObject::connect(&probe.conn, &KZConnection::queryPermissionResult,
+                     [&](const QList<mac_user_power>&) { read(QStringLiteral("permissions")); });
+    {
+        const WriteLockHeldElsewhere lock(database());
+        ASSERT_TRUE(lock.held);
+        clock.start();
+        nextWrite();
+        nextRead();
+        idle(2000);
+        holding = false;
+    }
+    ASSERT_GE(refusedAfter.size(), 4) << "the changes were not answered";
+    for (qint64 waited : refusedAfter) {
+        EXPECT_GE(waited, 250) << "refused without waiting for the lock";
+        EXPECT_LT(waited, 1500) << "waited past the busy time-out";
+    }
+    EXPECT_GE(answered.size(), 30);
+    // A read behind a change would wait its 300 ms; slow builds (sanitizers)
+    // take some tens of milliseconds for a read alone.
+    EXPECT_LT(slowestRead, 200) << "a read waited for a change";
+    for (int i = 0; i < answered.size(); ++i)
+        EXPECT_EQ(answered[i], (QStringList{QStringLiteral("plans"), QStringLiteral("files"),
+                                            QStringLiteral("permissions")})[i % 3]);
 }
 
 // Thirty changes sent at once reach another client as a few pushes of the

@@ -336,7 +336,9 @@ void Server::attachAccounts(Client* c)
         const bool ok = allowed(c, "QueryPermission") &&
                         (c->admin || keys == QStringList{c->user} ||
                          ownOrAdmin(c, keys.join(QLatin1Char(',')), "QueryPermission"));
-        r->lanQueryPermissionResult(ok ? storage_.permissions(keys) : QList<mac_user_power>());
+        lookUp(
+            c, "QueryPermission", ok, [keys](Storage& s) { return s.permissions(keys); },
+            [r](const QList<mac_user_power>& entries) { r->lanQueryPermissionResult(entries); });
     });
     connect(k, &KZConnection::addPermission, c,
             [=](const QStringList& keys, const QString& target, unsigned int power) {

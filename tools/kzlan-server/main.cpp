@@ -196,7 +196,10 @@ int main(int argc, char** argv)
                               : QDir(postgres ? QFileInfo(defaultDb).absolutePath()
                                               : QFileInfo(location).absolutePath())
                                     .filePath(QStringLiteral("files"));
-    Server server(storage, files);
+    // Start-up is done: from here on only the server's storage threads use
+    // the database.
+    storage.close();
+    Server server(location, files);
     server.setLimits(limits);
     tls.apply(server.listener());
     if (!server.listen(address, quint16(portNumber), &error)) {
@@ -227,7 +230,5 @@ int main(int argc, char** argv)
     std::printf("kzlan-server listening on %s:%u\n", qPrintable(server.address().toString()),
                 unsigned(server.port()));
     std::fflush(stdout);
-    const int rc = app.exec();
-    storage.close();
-    return rc;
+    return app.exec();
 }

@@ -31,12 +31,15 @@ Server::Client::Client(Server* server, QTcpSocket* socket)
     r->setMaxReceiveBody(kPreLoginBodyBytes);
 }
 
-Server::Server(Storage& storage, const QString& storageDir, QObject* parent)
-    : QObject(parent), storage_(storage), storageDir_(storageDir), listener_(new Listener(this)),
-      logins_(QThread::idealThreadCount())
+Server::Server(const QString& database, const QString& storageDir, QObject* parent)
+    : QObject(parent), storageDir_(storageDir), listener_(new Listener(this)),
+      logins_(QThread::idealThreadCount()), reader_(QStringLiteral("kzlan-reader")),
+      writer_(QStringLiteral("kzlan-writer"))
 {
-    if (!writer_.open(storage.location(), &writerError_))
-        writerError_ = QStringLiteral("cannot open the database for writing: ") + writerError_;
+    if (!writer_.open(database, &storageError_))
+        storageError_ = QStringLiteral("cannot open the database for writing: ") + storageError_;
+    else if (!reader_.open(database, &storageError_))
+        storageError_ = QStringLiteral("cannot open the database for reading: ") + storageError_;
     setLimits(limits_);
     connect(listener_, &QTcpServer::newConnection, this, &Server::accept);
     // A failed accept that QTcpServer takes as lasting stops accepting for
@@ -79,8 +82,7 @@ void Server::setLimits(const ServerLimits& limits)
 {
     limits_ = limits;
     logins_.setBounds(limits.authQueue, limits.authQueuePerAddress);
-    storage_.setBusyTimeout(limits.dbBusyTimeoutMs);
-    storage_.setEventLimits(limits.eventLogRows, limits.eventLogDays);
+    reader_.run([limits](Storage& s) { s.setBusyTimeout(limits.dbBusyTimeoutMs); });
     writer_.run([limits](Storage& s) {
         s.setBusyTimeout(limits.dbBusyTimeoutMs);
         s.setEventLimits(limits.eventLogRows, limits.eventLogDays);
@@ -109,12 +111,20 @@ bool Server::roomBeforeLogin(const QString& address)
     return true;
 }
 
-Server::~Server() { shutdown(); }
+Server::~Server()
+{
+    shutdown();
+    // Reads start hashes, hashes end in changes: each stage is finished
+    // before the one it feeds.
+    reader_.finish();
+    work_.waitForDone();
+    writer_.finish();
+}
 
 bool Server::listen(const QHostAddress& address, quint16 port, QString* error)
 {
-    if (!writerError_.isEmpty()) {
-        *error = writerError_;
+    if (!storageError_.isEmpty()) {
+        *error = storageError_;
         return false;
     }
     if (!QDir().mkpath(storageDir_)) {
@@ -257,7 +267,7 @@ bool Server::allowed(Client* c, const char* what)
 void Server::refuseForStorage(Client* c, const char* what)
 {
     qCWarning(lcServer).noquote() << c->peer << "refused" << what
-                                  << ": the database could not be read whole";
+                                  << ": the database could not be read whole or written";
 }
 
 bool Server::acceptable(Client* c, const char* what, bool ok)
@@ -329,27 +339,37 @@ void Server::attachSession(Client* c)
         c->loginPending = true;
         // No account has such a name or password: refused without a hash.
         if (!Texts::isName(account) || pw.size() > Texts::kMaxPassword + 15)
-            return finishLogin(c, account, false);
-        // The check waits its turn in the login queue; the hash is worked
-        // out off the loop, and only if the client is still there then.
+            return finishLogin(c, account, std::nullopt);
+        // The check waits its turn in the login queue; the account is read
+        // by the reader and its hash worked out on the pool, and only if the
+        // client is still there then.
         const QPointer<Client> guard(c);
         const QString password = Passwords::withoutPadding(pw);
         const bool queued = logins_.add(c->address, account, [this, guard, account, password] {
             if (!guard || guard->socket->state() != QAbstractSocket::ConnectedState) return false;
-            const PasswordHash stored = storage_.passwordOf(account);
             const QString address = guard->address;
-            later(
-                guard, [password, stored] { return Passwords::verify(password, stored); },
-                [this, guard, address, account](bool ok) {
-                    logins_.finished(address, account, ok);
-                    finishLogin(guard, account, ok);
+            using Checked = std::optional<qint32>;
+            auto back = answerer<Checked>(
+                guard,
+                [this, guard, address, account](Checked permission) {
+                    logins_.finished(address, account, bool(permission));
+                    finishLogin(guard, account, permission);
                 },
-                [this, address, account](bool ok) { logins_.finished(address, account, ok); });
+                [this, address, account](Checked permission) {
+                    logins_.finished(address, account, bool(permission));
+                });
+            reader_.run([this, account, password, back](Storage& s) {
+                const PasswordHash stored = s.passwordOf(account);
+                const qint32 permission = s.user(account).value_or(user_info()).permission;
+                handoff::start(work_, [password, stored, permission, back]() mutable {
+                    back(Passwords::verify(password, stored) ? Checked(permission) : std::nullopt);
+                });
+            });
             return true;
         });
         if (!queued) {
             qCWarning(lcAuth).noquote() << c->peer << "login refused unchecked: too many waiting";
-            finishLogin(c, account, false);
+            finishLogin(c, account, std::nullopt);
         }
     });
     connect(c->conn, &KZConnection::logout, c, [c](int) {
@@ -359,13 +379,13 @@ void Server::attachSession(Client* c)
     });
 }
 
-void Server::finishLogin(Client* c, const QString& account, bool ok)
+void Server::finishLogin(Client* c, const QString& account, std::optional<qint32> permission)
 {
     c->loginPending = false;
-    if (ok) {
+    if (permission) {
         c->loggedIn = true;
         c->user = account;
-        c->permission = storage_.user(account).value_or(user_info()).permission;
+        c->permission = *permission;
         c->admin = Rights::isAdmin(c->permission);
         c->r->setAccount(account);
         c->r->setMaxReceiveBody(kMaxBodyBytes);
@@ -406,20 +426,33 @@ QMap<QString, operator_user> tableOf(const QList<operator_user>& ops)
 
 } // namespace
 
+void Server::sendToAll(const KZEncodedMessages& messages)
+{
+    for (Client* c : std::as_const(clients_))
+        if (c->loggedIn) messages.sendTo(*c->r);
+}
+
+void Server::mark(Client* c, int lists)
+{
+    // A change made while the lists are being read waits for the next read.
+    (pushesReading_ ? c->pushesNext : c->pushes) |= lists;
+}
+
 void Server::sendLists(Client* c)
 {
-    c->r->lanUserInfo(storage_.users());
-    c->r->lanMacInfo(storage_.machines());
-    const QList<operator_user> ops = storage_.operators();
-    c->r->lanOperatorUserInfo(namesOf(ops), tableOf(ops));
+    // Read afresh, after the changes queued before the login, and shared
+    // with the clients that log in or wait for a push meanwhile.
+    const int all = PushUsers | PushMachines | PushOperators;
+    pushesPending_ |= all;
+    mark(c, all);
+    armPushes();
 }
 
 void Server::push(int lists, Client* except)
 {
     pushesPending_ |= lists;
-    // A change made while the lists are being read waits for the next read.
     for (Client* c : std::as_const(clients_))
-        if (c != except && c->loggedIn) (pushesReading_ ? c->pushesNext : c->pushes) |= lists;
+        if (c != except && c->loggedIn) mark(c, lists);
     armPushes();
 }
 
@@ -452,10 +485,9 @@ void Server::servePushes()
         if (c->outputBlocked || c->unread() > kMaxUnreadBytes / 2) continue; // when it drains
         if (spent.elapsed() >= kPushMsPerPass) return armPushes();           // the next pass
         const int lists = std::exchange(c->pushes, 0);
-        if (lists & PushUsers) c->r->lanUserInfo(pushed_.users);
-        if (lists & PushMachines) c->r->lanMacInfo(pushed_.machines);
-        if (lists & PushOperators)
-            c->r->lanOperatorUserInfo(namesOf(pushed_.operators), tableOf(pushed_.operators));
+        if (lists & PushUsers) pushed_.users.sendTo(*c->r);
+        if (lists & PushMachines) pushed_.machines.sendTo(*c->r);
+        if (lists & PushOperators) pushed_.operators.sendTo(*c->r);
         pushesSent_ += (lists & 1) + ((lists >> 1) & 1) + ((lists >> 2) & 1);
     }
 }
@@ -469,21 +501,28 @@ void Server::readPushes()
     const int lists = std::exchange(pushesPending_, 0);
     writer_.run([this, lists](Storage& s) {
         auto read = std::make_shared<PushedLists>();
-        if (lists & PushUsers) read->users = s.users();
-        if (lists & PushMachines) read->machines = s.machines();
-        if (lists & PushOperators) read->operators = s.operators();
-        QMetaObject::invokeMethod(
-            this,
-            [this, lists, read] {
-                if (lists & PushUsers) pushed_.users = std::move(read->users);
-                if (lists & PushMachines) pushed_.machines = std::move(read->machines);
-                if (lists & PushOperators) pushed_.operators = std::move(read->operators);
-                pushesReading_ = false;
-                servePushes();
-                for (Client* c : std::as_const(clients_))
-                    c->pushes |= std::exchange(c->pushesNext, 0);
-                if (pushesPending_) armPushes();
-            },
-            Qt::QueuedConnection);
+        if (lists & PushUsers) {
+            const QList<user_info> users = s.users();
+            read->users = KZEncodedMessages([&](KZProtocolResolver& r) { r.lanUserInfo(users); });
+        }
+        if (lists & PushMachines) {
+            const QList<mac_info> machines = s.machines();
+            read->machines =
+                KZEncodedMessages([&](KZProtocolResolver& r) { r.lanMacInfo(machines); });
+        }
+        if (lists & PushOperators) {
+            const QList<operator_user> ops = s.operators();
+            read->operators = KZEncodedMessages(
+                [&](KZProtocolResolver& r) { r.lanOperatorUserInfo(namesOf(ops), tableOf(ops)); });
+        }
+        handoff::post(this, [this, lists, read] {
+            if (lists & PushUsers) pushed_.users = std::move(read->users);
+            if (lists & PushMachines) pushed_.machines = std::move(read->machines);
+            if (lists & PushOperators) pushed_.operators = std::move(read->operators);
+            pushesReading_ = false;
+            servePushes();
+            for (Client* c : std::as_const(clients_)) c->pushes |= std::exchange(c->pushesNext, 0);
+            if (pushesPending_) armPushes();
+        });
     });
 }

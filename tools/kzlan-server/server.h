@@ -9,6 +9,7 @@
 #ifndef KZLAN_SERVER_H
 #define KZLAN_SERVER_H
 
+#include "kzencoded.h"
 #include "kzrecords.h"
 #include "loginqueue.h"
 #include "serverlimits.h"
@@ -24,6 +25,7 @@
 #include <QThreadPool>
 
 #include <functional>
+#include <optional>
 
 class Listener;
 class Storage;
@@ -73,8 +75,11 @@ public:
     static constexpr int kPreLoginBodyBytes = 4096;
     static constexpr int kMaxBodyBytes = 16 * 1024 * 1024;
 
-    /// A server over `storage`, keeping received files under `storageDir`.
-    Server(Storage& storage, const QString& storageDir, QObject* parent = nullptr);
+    /// A server over the database at `database` (as Storage::open takes
+    /// it: opened, checked and migrated before), keeping received files
+    /// under `storageDir`. It opens the database twice, on two threads of
+    /// its own: one for the changes, one for the reads.
+    Server(const QString& database, const QString& storageDir, QObject* parent = nullptr);
     ~Server() override;
 
     bool listen(const QHostAddress& address, quint16 port, QString* error);
@@ -115,7 +120,8 @@ private:
 
     // One attach function per family, in a source file of its own.
     void attachSession(Client* c);
-    void finishLogin(Client* c, const QString& account, bool ok);
+    /// `permission`: the account's value when the password matched.
+    void finishLogin(Client* c, const QString& account, std::optional<qint32> permission);
     void attachAccounts(Client* c);
     void attachMachines(Client* c);
     void attachPlanning(Client* c);
@@ -125,10 +131,8 @@ private:
     /// False (and a log line) if `c` is not logged in or lacks the right
     /// that the request `what` needs (rights.cpp).
     bool allowed(Client* c, const char* what);
-    /// What `read()` gives when the database read it whole; an empty value
-    /// (and a log line) when a read failed on the way.
-    template <typename Read>
-    auto wholeRead(Client* c, const char* what, Read read) -> decltype(read());
+    /// Logs that `what` of `c` was refused because the database could not
+    /// be read whole or written (whole() in server_p.h tells).
     void refuseForStorage(Client* c, const char* what);
     /// `ok`, and a log line when not: for the checks of a request's names
     /// and texts (texts.h).
@@ -163,6 +167,18 @@ private:
     /// and fail, never the event loop.
     template <typename Work, typename Answer>
     void stored(Client* c, Work work, Answer answer);
+    /// The same for a request that only reads: `work(Storage&)` runs on the
+    /// reader's thread, which a change waiting for a lock does not hold up;
+    /// on the writer's, after them, while changes of `c` are in flight, so
+    /// that a client reads what it has just written.
+    template <typename Work, typename Answer>
+    void queried(Client* c, Work work, Answer answer);
+    /// A request answered from a read: `read(Storage&)` through queried()
+    /// when `may` (its rights and input checked); `answer` gets what was
+    /// read, or an empty value when refused or when the database could not
+    /// read it whole (logged as a refusal of `what`).
+    template <typename Read, typename Answer>
+    void lookUp(Client* c, const char* what, bool may, Read read, Answer answer);
     /// Both in one request: `work()` off the loop (a hash), then
     /// `store(Storage&, its result)` on the writer's thread.
     template <typename Work, typename Store, typename Answer>
@@ -172,6 +188,9 @@ private:
     /// `gone`) on the loop, in the order of the client's requests.
     template <typename Result, typename Answer, typename Gone>
     std::function<void(Result)> answerer(Client* c, Answer answer, Gone gone);
+    /// `work(Storage&)` on `thread`, its result to `answer` as answerer() does.
+    template <typename Work, typename Answer>
+    void onStorage(StorageThread& thread, Client* c, Work work, Answer answer);
     /// On the loop: runs `answer` as the answer of request `ticket` of `c`
     /// once those of its earlier requests have run.
     void answerInOrder(Client* c, qint64 ticket, std::function<void()> answer);
@@ -195,19 +214,26 @@ private:
     void servePushes();
     /// Has the writer read the stale lists into pushed_, then serves them.
     void readPushes();
+    /// The lists as pushed: encoded once (on the writer's thread) for all the
+    /// clients, each client's resolver framing them.
     struct PushedLists
     {
-        QList<user_info> users;
-        QList<mac_info> machines;
-        QList<operator_user> operators;
+        KZEncodedMessages users;
+        KZEncodedMessages machines;
+        KZEncodedMessages operators;
     };
+    /// Sends `messages` to every logged-in client.
+    void sendToAll(const KZEncodedMessages& messages);
+    /// Marks `lists` to be sent to `c` with the next pushes.
+    void mark(Client* c, int lists);
+    /// The three lists to a client that has just logged in, read and sent
+    /// as pushes are.
     void sendLists(Client* c);
     void pauseAccepting(); ///< until the descriptor watch finds room again
     /// Milliseconds of pushing per pass of the event loop (one client at
     /// least), so that other clients are served between.
     static constexpr int kPushMsPerPass = 10;
 
-    Storage& storage_;
     QString storageDir_;
     Listener* listener_ = nullptr;
     bool acceptPaused_ = false; ///< out of descriptors, or accepting failed
@@ -223,9 +249,10 @@ private:
     bool pushesReading_ = false; ///< the writer is reading the lists
     qint64 pushesSent_ = 0;
     PushedLists pushed_;   ///< the lists as last read for the pushes
-    QString writerError_;  ///< why the writer's connection did not open
+    QString storageError_; ///< why a connection of the storage threads did not open
+    StorageThread reader_; ///< the reads that answer requests, off the loop
     StorageThread writer_; ///< the changes to the database, in order, off the loop
-    QThreadPool work_;     ///< hashing, digests; last, so that it waits for them first
+    QThreadPool work_;     ///< hashing, digests
 };
 
 #endif

@@ -2,6 +2,7 @@
 #ifndef KZLAN_SERVER_P_H
 #define KZLAN_SERVER_P_H
 
+#include "handoff.h"
 #include "kzconnection.h"
 #include "server.h"
 #include "storage.h"
@@ -16,6 +17,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include <utility>
 
@@ -41,6 +43,7 @@ public:
     bool cutOff = false;        ///< too much unread: being disconnected
     bool outputBlocked = false; ///< too much unread: reading paused until it drains
     int inFlight = 0;           ///< requests being worked on off the event loop
+    int writing = 0;            ///< of them, changes to the database
     /// Answers of later() in the order of their requests: the next one to
     /// send, and those whose work ended before an earlier one's.
     qint64 requested = 0;
@@ -73,6 +76,17 @@ public:
     } in;
 };
 
+/// What `read()` gives when `s` read it whole; nothing when a read failed on
+/// the way (a damaged page): a short list is never answered as if whole.
+template <typename Read>
+auto whole(Storage& s, Read read) -> std::optional<decltype(read())>
+{
+    s.takeReadFailure();
+    auto value = read();
+    if (s.takeReadFailure()) return std::nullopt;
+    return value;
+}
+
 template <typename Result, typename Answer, typename Gone>
 std::function<void(Result)> Server::answerer(Client* c, Answer answer, Gone gone)
 {
@@ -82,14 +96,11 @@ std::function<void(Result)> Server::answerer(Client* c, Answer answer, Gone gone
     const QPointer<Client> guard(c); // read on the loop's thread only
     return [this, guard, ticket, answer, gone](Result value) {
         auto result = std::make_shared<Result>(std::move(value));
-        QMetaObject::invokeMethod(
-            this,
-            [this, guard, ticket, answer, gone, result]() mutable {
-                if (!guard) return gone(std::move(*result));
-                answerInOrder(guard, ticket,
-                              [answer, result]() mutable { answer(std::move(*result)); });
-            },
-            Qt::QueuedConnection);
+        handoff::post(this, [this, guard, ticket, answer, gone, result]() mutable {
+            if (!guard) return gone(std::move(*result));
+            answerInOrder(guard, ticket,
+                          [answer, result]() mutable { answer(std::move(*result)); });
+        });
     };
 }
 
@@ -97,7 +108,7 @@ template <typename Work, typename Answer, typename Gone>
 void Server::later(Client* c, Work work, Answer answer, Gone gone)
 {
     auto back = answerer<decltype(work())>(c, std::move(answer), std::move(gone));
-    work_.start([work, back]() mutable { back(work()); });
+    handoff::start(work_, [work, back]() mutable { back(work()); });
 }
 
 template <typename Work, typename Answer>
@@ -107,33 +118,61 @@ void Server::later(Client* c, Work work, Answer answer)
 }
 
 template <typename Work, typename Answer>
-void Server::stored(Client* c, Work work, Answer answer)
+void Server::onStorage(StorageThread& thread, Client* c, Work work, Answer answer)
 {
     using Result = decltype(work(std::declval<Storage&>()));
     auto back = answerer<Result>(c, std::move(answer), [](auto&&) {});
-    writer_.run([work, back](Storage& s) mutable { back(work(s)); });
+    thread.run([work, back](Storage& s) mutable { back(work(s)); });
+}
+
+/// `answer` of a change: counts it out of the client's changes in flight.
+template <typename Answer>
+auto wrote(Server::Client* c, Answer answer)
+{
+    ++c->writing;
+    return [c, answer](auto&& result) mutable {
+        --c->writing;
+        answer(std::forward<decltype(result)>(result));
+    };
+}
+
+template <typename Work, typename Answer>
+void Server::stored(Client* c, Work work, Answer answer)
+{
+    onStorage(writer_, c, std::move(work), wrote(c, std::move(answer)));
+}
+
+template <typename Work, typename Answer>
+void Server::queried(Client* c, Work work, Answer answer)
+{
+    onStorage(c->writing ? writer_ : reader_, c, std::move(work), std::move(answer));
+}
+
+template <typename Read, typename Answer>
+void Server::lookUp(Client* c, const char* what, bool may, Read read, Answer answer)
+{
+    using Value = decltype(read(std::declval<Storage&>()));
+    queried(
+        c,
+        [may, read](Storage& s) {
+            return may ? whole(s, [&] { return read(s); }) : std::optional<Value>();
+        },
+        [this, c, what, may, answer](const std::optional<Value>& value) {
+            if (may && !value) refuseForStorage(c, what);
+            answer(value.value_or(Value()));
+        });
 }
 
 template <typename Work, typename Store, typename Answer>
 void Server::stored(Client* c, Work work, Store store, Answer answer)
 {
     using Result = decltype(store(std::declval<Storage&>(), work()));
-    auto back = answerer<Result>(c, std::move(answer), [](auto&&) {});
-    work_.start([this, work, store, back]() mutable {
+    auto back = answerer<Result>(c, wrote(c, std::move(answer)), [](auto&&) {});
+    handoff::start(work_, [this, work, store, back]() mutable {
         writer_.run([store, back, prepared = work()](Storage& s) mutable {
             back(store(s, std::move(prepared)));
         });
     });
-}
-
-template <typename Read>
-auto Server::wholeRead(Client* c, const char* what, Read read) -> decltype(read())
-{
-    storage_.takeReadFailure();
-    auto value = read();
-    if (!storage_.takeReadFailure()) return value;
-    refuseForStorage(c, what);
-    return {};
 }
 
 #endif

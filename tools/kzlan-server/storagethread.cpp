@@ -1,17 +1,22 @@
 #include "storagethread.h"
 
-StorageThread::StorageThread() : context_(new QObject)
+#include "handoff.h"
+
+StorageThread::StorageThread(const QString& name) : context_(new QObject)
 {
-    thread_.setObjectName(QStringLiteral("kzlan-storage"));
+    thread_.setObjectName(name);
     context_->moveToThread(&thread_);
     QObject::connect(&thread_, &QThread::finished, context_, &QObject::deleteLater);
     thread_.start();
 }
 
-StorageThread::~StorageThread()
+StorageThread::~StorageThread() { finish(); }
+
+void StorageThread::finish()
 {
+    if (finished_.exchange(true)) return;
     // After the jobs queued before it: a quit alone could leave them unrun.
-    QMetaObject::invokeMethod(
+    handoff::post(
         context_, [this] { storage_.close(); }, Qt::BlockingQueuedConnection);
     thread_.quit();
     thread_.wait();
@@ -21,7 +26,7 @@ bool StorageThread::open(const QString& location, QString* error)
 {
     bool ok = false;
     QString why;
-    QMetaObject::invokeMethod(
+    handoff::post(
         context_, [&] { ok = storage_.open(location, &why); }, Qt::BlockingQueuedConnection);
     if (!ok && error) *error = why;
     return ok;
@@ -29,6 +34,6 @@ bool StorageThread::open(const QString& location, QString* error)
 
 void StorageThread::run(std::function<void(Storage&)> job)
 {
-    QMetaObject::invokeMethod(
-        context_, [this, job = std::move(job)] { job(storage_); }, Qt::QueuedConnection);
+    if (finished_) return;
+    handoff::post(context_, [this, job = std::move(job)] { job(storage_); });
 }
