@@ -69,14 +69,15 @@ public:
     bool readingPaused = false;
     bool readQueued = false; ///< a pass of readMore() is posted
 
-    static void packed(void* ctx, char* bytes, int length);
+    static void packed(void* ctx, const char* bytes, int length);
     void send(const char* bytes, qint64 n);
     void flush();
     void detach();
     void connectDeviceSignal(const char* name, const char* slot);
 };
 
-void KZConnectionPrivate::packed(void* ctx, char* bytes, int length)
+// Frames are lent: written (or copied) before the call returns.
+void KZConnectionPrivate::packed(void* ctx, const char* bytes, int length)
 {
     auto* q = static_cast<KZConnection*>(ctx);
     if (length > 0 && QThread::currentThread() == q->thread()) {
@@ -88,7 +89,6 @@ void KZConnectionPrivate::packed(void* ctx, char* bytes, int length)
         QMetaObject::invokeMethod(
             q, [q, frame] { q->d->send(frame.constData(), frame.size()); }, Qt::QueuedConnection);
     }
-    std::free(bytes);
 }
 
 void KZConnectionPrivate::send(const char* bytes, qint64 n)
@@ -170,7 +170,7 @@ KZConnection::KZConnection(QIODevice* device, int frameCapacity, QObject* parent
     registerMetaTypes();
     KZProtocolResolver& r = d->resolver;
     r.setReceiveData(this);
-    r.setParsePackResult(&KZConnectionPrivate::packed);
+    r.setPackedFrameCB(&KZConnectionPrivate::packed);
 #define KZ_RELAY(Type, name)                                                                       \
     r.set##Type(&Relay<KZProtocolResolver::Type>::call<&KZConnectionSignals::name>);
 #include "kzconnection_relays.inc"

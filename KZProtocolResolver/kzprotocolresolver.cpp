@@ -34,6 +34,7 @@ KZProtocolResolver::~KZProtocolResolver()
 void KZProtocolResolver::setReceiveData(void* ctx) { d->receiveData = ctx; }
 void* KZProtocolResolver::receiveData() const { return d->receiveData; }
 void KZProtocolResolver::setParsePackResult(PackResultCB fn) { d->packResult = fn; }
+void KZProtocolResolver::setPackedFrameCB(PackedFrameCB fn) { d->packedFrame = fn; }
 void KZProtocolResolver::setSendFailDisconnectCB(SendFailDisconnectCB fn)
 {
     d->sendFailDisconnect = fn;

@@ -115,6 +115,10 @@ public:
     /// `length` is 0 when the frame could not be packed (a frame capacity
     /// too small for the frame's header); send nothing then, but free it.
     using PackResultCB = void (*)(void* ctx, char* bytes, int length);
+    /// Receives every packed outgoing frame lent for the call: send or copy
+    /// the `length` bytes (always above 0) before returning; they are not
+    /// valid afterwards and are not the host's to free.
+    using PackedFrameCB = void (*)(void* ctx, const char* bytes, int length);
     /// Stored for the host; the resolver never calls it.
     using SendFailDisconnectCB = void (*)(void* ctx);
 
@@ -135,6 +139,14 @@ public:
     /// encoders still run (and advance the sequence counter) but their
     /// frames are discarded.
     void setParsePackResult(PackResultCB fn);
+    /// Sets a callback that receives every outgoing frame in a buffer the
+    /// resolver keeps and packs the next frame into, so that sending
+    /// allocates no memory per frame. A host that writes each frame out (or
+    /// copies it) at once should prefer it to setParsePackResult(); while
+    /// it is set (not null) it is called instead of that callback. A frame
+    /// that could not be packed is not handed out. Set it before the first
+    /// encoder runs, on the sending thread.
+    void setPackedFrameCB(PackedFrameCB fn);
     /// Stores a callback for the host's own use; the resolver never calls it.
     void setSendFailDisconnectCB(SendFailDisconnectCB fn);
     /// Stores the account name of this connection (for the host's use).

@@ -224,12 +224,22 @@ public:
     int sequence = 0;
     void* receiveData = nullptr;
     KZProtocolResolver::PackResultCB packResult = nullptr;
+    KZProtocolResolver::PackedFrameCB packedFrame = nullptr;
     KZProtocolResolver::SendFailDisconnectCB sendFailDisconnect = nullptr;
     KZCallbacks cb;
     Counters counters;
 
 private:
+    // A buffer of `n` bytes to pack a frame into: the kept send buffer when
+    // frames are lent to the host and it is not lent already (an encoder
+    // called from inside the frame callback), else one from malloc().
+    char* frameBuffer(size_t n);
+    // Hands a frame to the host and gives its buffer back or frees it.
     void emitFrame(char* buffer, int length);
+    // The send buffer (the sending thread's): frameCapacity bytes once used.
+    std::unique_ptr<char[]> sendBuffer;
+    size_t sendBufferSize = 0;
+    bool sendBufferBusy = false;
     // Codes and frames the body of header `head` (flag, type, method code),
     // the payload and `zeros` zero bytes, and hands out every frame.
     void packBody(const uchar* head, const kz::Payload& payload, qint64 zeros);

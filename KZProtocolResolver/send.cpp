@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 using namespace kz;
 
@@ -33,11 +34,33 @@ void KZProtocolResolverPrivate::warnSend(Method method, uchar flag, const Payloa
         warnLoss(method, flag, "body over the receive limit, bytes:", bodyLength);
 }
 
+char* KZProtocolResolverPrivate::frameBuffer(size_t n)
+{
+    if (!packedFrame || sendBufferBusy || n > size_t(qMax(frameCapacity, 1)))
+        return static_cast<char*>(std::malloc(n));
+    if (n > sendBufferSize) {
+        sendBuffer.reset(new (std::nothrow) char[size_t(frameCapacity)]);
+        sendBufferSize = sendBuffer ? size_t(frameCapacity) : 0;
+        if (!sendBuffer) return static_cast<char*>(std::malloc(n));
+    }
+    sendBufferBusy = true;
+    return sendBuffer.get();
+}
+
 void KZProtocolResolverPrivate::emitFrame(char* buffer, int length)
 {
+    // Once the host has deleted the resolver, nothing more goes out.
+    if (packedFrame) {
+        // Lent for the call: only frames with bytes to send.
+        if (buffer && length > 0 && !retired()) packedFrame(receiveData, buffer, length);
+        if (buffer && buffer == sendBuffer.get())
+            sendBufferBusy = false;
+        else
+            std::free(buffer);
+        return;
+    }
     // Every buffer goes to the host, even one the engine could not fill
     // (length 0): the host owns it and sees that nothing is to be sent.
-    // Once the host has deleted the resolver, nothing more goes out.
     if (packResult && buffer && !retired()) {
         packResult(receiveData, buffer, length);
         return;
@@ -213,7 +236,7 @@ template <class Write>
 void KZProtocolResolverPrivate::packOneFrame(int length, Write write)
 {
     const int seq = sequence++;
-    auto* out = static_cast<uchar*>(std::malloc(size_t(KZ_FRAME_OVERHEAD + length)));
+    auto* out = reinterpret_cast<uchar*>(frameBuffer(size_t(KZ_FRAME_OVERHEAD + length)));
     int written = 0;
     if (out) {
         write(out + KZ_FRAME_DATA_AT(0));
@@ -256,7 +279,7 @@ void KZProtocolResolverPrivate::packLong(const uchar* head, const Payload& paylo
     const bool freshSeq = kz_protocol_option(engine, KZ_OPT_PIECES) == KZ_PIECES_FRESH_SEQ;
     for (qint64 offset = 0; offset < length && !retired();) {
         const int n = int(qMin<qint64>(step, length - offset));
-        auto* out = static_cast<uchar*>(std::malloc(size_t(KZ_PIECE_OVERHEAD + n)));
+        auto* out = reinterpret_cast<uchar*>(frameBuffer(size_t(KZ_PIECE_OVERHEAD + n)));
         if (!out) {
             offset += n;
             continue;
@@ -314,7 +337,7 @@ void KZProtocolResolverPrivate::drainPendingNow()
         char* buffer = nullptr;
         int n = 0;
         if (!(node->flags & KZ_NODE_PACKED)) {
-            buffer = static_cast<char*>(std::malloc(size_t(qMax(frameCapacity, 1))));
+            buffer = frameBuffer(size_t(qMax(frameCapacity, 1)));
             const int pieceSeq = (node->flags & KZ_NODE_OWN_SEQ) ? node->seq : sequence++;
             if (buffer)
                 n = kz_protocol_pack(engine, buffer, frameCapacity, pieceSeq, node->bytes,
@@ -322,7 +345,7 @@ void KZProtocolResolverPrivate::drainPendingNow()
             else
                 --sequence; // nothing packed, no number used
         } else {
-            buffer = static_cast<char*>(std::malloc(size_t(qMax(dataLength, 1))));
+            buffer = frameBuffer(size_t(qMax(dataLength, 1)));
             if (buffer && dataLength <= frameCapacity) {
                 std::memcpy(buffer, kz_strnxt(node->bytes), size_t(qMax(dataLength, 0)));
                 n = dataLength;

@@ -7,14 +7,17 @@
 //                                   and, where protobuf is installed, the
 //                                   protobuf column (bench_protobuf.cpp)
 //   kzfastpath --loop NAME N        N round trips of NAME in one function,
-//                                   roundTrips(), for callgrind to count
+//                                   roundTrips(), for callgrind to count;
+//                                   NAME-lent: frames lent by the sender
+//                                   (setPackedFrameCB) instead of handed over
 //   kzfastpath --peak SIZE          one round trip of a SIZE-byte block;
 //                                   prints the peak memory it added
 //
 // The 16 MiB block is 32 bytes short of it, so that its body (block, text
 // and header) stays within the default receive limit.
 //
-// NAME is logout, delete, adduser, screen1k or screen64k (bench/instructions.sh).
+// NAME is logout, delete, adduser, chunk1k, screen1k or screen64k, each
+// also with -lent (bench/instructions.sh).
 #include "kzprotocolresolver.h"
 #include "samples.h"
 
@@ -43,14 +46,23 @@ struct Pair
     // buffer of its own would: handing a frame over allocates nothing.
     QByteArray frame;
 
-    Pair()
+    // `lent`: the sender lends each frame from its send buffer, as a host
+    // that writes frames out at once takes them; otherwise each frame is
+    // handed over in a buffer of its own, which the host frees.
+    explicit Pair(bool lent = false)
     {
         sender.setReceiveData(this);
-        sender.setParsePackResult([](void* ctx, char* bytes, int n) {
-            auto* p = static_cast<Pair*>(ctx);
-            p->receiver.parseReceive(p->frame.setRawData(bytes, uint(n)));
-            std::free(bytes);
-        });
+        if (lent)
+            sender.setPackedFrameCB([](void* ctx, const char* bytes, int n) {
+                auto* p = static_cast<Pair*>(ctx);
+                p->receiver.parseReceive(p->frame.setRawData(bytes, uint(n)));
+            });
+        else
+            sender.setParsePackResult([](void* ctx, char* bytes, int n) {
+                auto* p = static_cast<Pair*>(ctx);
+                p->receiver.parseReceive(p->frame.setRawData(bytes, uint(n)));
+                std::free(bytes);
+            });
         receiver.setReceiveData(this);
         receiver.setLanLogoutCB([](void* ctx, int) { ++static_cast<Pair*>(ctx)->delivered; });
         receiver.setLanDeleteUserCB(
@@ -82,6 +94,7 @@ QByteArray block(int n)
 }
 
 const QString kMac = QStringLiteral("KZ-0001");
+const QByteArray kChunkKey(16, '\x42');
 
 void BM_FastLogout(benchmark::State& state)
 {
@@ -90,6 +103,14 @@ void BM_FastLogout(benchmark::State& state)
     if (p.delivered != long(state.iterations())) state.SkipWithError("a message was lost");
 }
 BENCHMARK(BM_FastLogout);
+
+void BM_FastLogoutLent(benchmark::State& state)
+{
+    Pair p(true);
+    for (auto _ : state) p.sender.lanLogout(7);
+    if (p.delivered != long(state.iterations())) state.SkipWithError("a message was lost");
+}
+BENCHMARK(BM_FastLogoutLent);
 
 void BM_FastDeleteTenUsers(benchmark::State& state)
 {
@@ -131,14 +152,14 @@ BENCHMARK(BM_FastBlock)
 // (bench_protobuf.cpp) carries the same values for.
 void BM_FastFileChunk(benchmark::State& state)
 {
-    Pair p;
-    const QByteArray key(16, '\x42');
+    Pair p(state.range(1) != 0);
     const QByteArray data = block(int(state.range(0)));
-    for (auto _ : state) p.sender.lanMacTsfFileContent(1, 2, 3, data.size(), key, data);
+    for (auto _ : state) p.sender.lanMacTsfFileContent(1, 2, 3, data.size(), kChunkKey, data);
     if (p.delivered != long(state.iterations())) state.SkipWithError("a message was lost");
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(BM_FastFileChunk)->Arg(1 << 10)->Arg(64 << 10);
+// Second argument 1: frames lent by the sender.
+BENCHMARK(BM_FastFileChunk)->ArgsProduct({{1 << 10, 64 << 10}, {0, 1}});
 
 } // namespace
 
@@ -156,6 +177,9 @@ extern "C" __attribute__((noinline)) long roundTrips(Pair* p, const char* what, 
         for (long i = 0; i < n; ++i) p->sender.lanDeleteUser(*names);
     else if (w == "adduser")
         for (long i = 0; i < n; ++i) p->sender.lanAddUserResult(*user);
+    else if (w == "chunk1k")
+        for (long i = 0; i < n; ++i)
+            p->sender.lanMacTsfFileContent(1, 2, 3, data->size(), kChunkKey, *data);
     else
         for (long i = 0; i < n; ++i) p->sender.lanRemoteUpdateScreenResponse(kMac, *data);
     return p->delivered;
@@ -171,13 +195,20 @@ static long peakKiB()
 int main(int argc, char** argv)
 {
     if (argc == 4 && std::strcmp(argv[1], "--loop") == 0) {
-        Pair p;
+        std::string what = argv[2];
+        const std::string lentSuffix = "-lent";
+        const bool lent =
+            what.size() > lentSuffix.size() &&
+            what.compare(what.size() - lentSuffix.size(), lentSuffix.size(), lentSuffix) == 0;
+        if (lent) what.resize(what.size() - lentSuffix.size());
+        Pair p(lent);
         const QStringList names = tenNames();
         const user_info user = sampleUser();
-        const QByteArray data = block(std::strcmp(argv[2], "screen1k") == 0 ? 1 << 10 : 64 << 10);
+        const bool small = what == "screen1k" || what == "chunk1k";
+        const QByteArray data = block(small ? 1 << 10 : 64 << 10);
         const long n = std::atol(argv[3]);
-        roundTrips(&p, argv[2], 1, &names, &user, &data); // warm: first-use allocations
-        const long got = roundTrips(&p, argv[2], n, &names, &user, &data);
+        roundTrips(&p, what.c_str(), 1, &names, &user, &data); // warm: first-use allocations
+        const long got = roundTrips(&p, what.c_str(), n, &names, &user, &data);
         std::printf("%ld delivered\n", got);
         return got == n + 1 ? 0 : 1;
     }

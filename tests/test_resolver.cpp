@@ -182,6 +182,94 @@ TEST(PackSend, DrainHonoursNodeFlags)
     }
 }
 
+// Frames lent from the resolver's send buffer (setPackedFrameCB) are the
+// bytes the owning callback gets, frame for frame, on every send path.
+TEST(PackSend, LentFramesAreTheOwnedFrames)
+{
+    struct Row
+    {
+        const char* what;
+        int capacity;
+        int pieces; // engine piece mode, 0: the resolver's own engine
+        std::function<void(KZProtocolResolver&)> send;
+    };
+    const QString longName(5000, QLatin1Char('x'));
+    const Row rows[] = {
+        {"logout", 0, 0, [](KZProtocolResolver& r) { r.lanLogout(7); }},
+        {"one long frame", 0, 0,
+         [](KZProtocolResolver& r) { r.lanLogin(QString(900, QLatin1Char('w')), QString()); }},
+        {"split", 0, 0, [&](KZProtocolResolver& r) { r.lanLogin(longName, QStringLiteral("pw")); }},
+        {"small body split", 128, 0,
+         [](KZProtocolResolver& r) { r.lanLogin(QString(300, QLatin1Char('y')), QString()); }},
+        {"cannot be packed", 16, 0, [](KZProtocolResolver& r) { r.lanLogout(1); }},
+        {"own sequence", 256, KZ_PIECES_OWN_SEQ,
+         [&](KZProtocolResolver& r) { r.lanLogin(longName, QString()); }},
+        {"packed by the engine", 256, KZ_PIECES_PACKED,
+         [&](KZProtocolResolver& r) { r.lanLogin(longName, QString()); }},
+    };
+    struct Lent
+    {
+        QList<QByteArray> frames;
+        static void onFrame(void* ctx, const char* bytes, int n)
+        {
+            static_cast<Lent*>(ctx)->frames.append(QByteArray(bytes, n));
+        }
+    };
+    for (const Row& row : rows) {
+        FrameSink owned;
+        Lent lent;
+        KZProtocolResolver a(row.capacity), b(row.capacity);
+        if (row.pieces) {
+            for (KZProtocolResolver* r : {&a, &b})
+                KZProtocolResolverPrivate::get(r)->adoptEngine(kz_type_new(
+                    kz__protoiot, KZ_OPT_CAPACITY, row.capacity, KZ_OPT_PIECES, row.pieces, 0));
+        }
+        owned.attach(a);
+        b.setReceiveData(&lent);
+        b.setPackedFrameCB(&Lent::onFrame);
+        for (int i = 0; i < 2; ++i) { // the second time into the kept buffer
+            row.send(a);
+            row.send(b);
+            a.lanLogout(i);
+            b.lanLogout(i);
+        }
+        QList<QByteArray> sent;
+        for (const QByteArray& f : owned.frames)
+            if (!f.isEmpty()) sent.append(f); // nothing to send is not lent
+        EXPECT_EQ(lent.frames, sent) << row.what;
+    }
+}
+
+// A frame stays intact while the host sends another message from inside
+// the frame callback: the nested frame does not reuse the lent buffer.
+TEST(PackSend, LentFrameSurvivesASendFromItsCallback)
+{
+    struct Host
+    {
+        KZProtocolResolver r;
+        QList<QByteArray> frames;
+        static void onFrame(void* ctx, const char* bytes, int n)
+        {
+            auto* h = static_cast<Host*>(ctx);
+            if (h->frames.isEmpty()) {
+                h->frames.append(QByteArray());
+                h->r.lanLogout(2); // before this frame is copied
+                h->frames[0] = QByteArray(bytes, n);
+            } else {
+                h->frames.append(QByteArray(bytes, n));
+            }
+        }
+    } host;
+    host.r.setReceiveData(&host);
+    host.r.setPackedFrameCB(&Host::onFrame);
+    host.r.lanLogout(1);
+    ASSERT_EQ(host.frames.size(), 2);
+    QByteArray stream = host.frames[0] + host.frames[1];
+    EXPECT_EQ(received(stream).logouts, (QList<int>{1, 2}));
+    EXPECT_EQ(seqOf(host.frames[0]), 0u);
+    EXPECT_EQ(seqOf(host.frames[1]), 1u);
+}
+
 TEST(Receive, GarbageAndDamagedFramesAroundGoodOnes)
 {
     Seen seen;
